@@ -6,8 +6,9 @@
 // So the plain records and their loaders live here, below matching/: the match stage includes this header,
 // and nothing in features/ knows the match stage.
 //
-// Every key is optional; an absent or unreadable one leaves the default. The loaders return false for values
-// that no step can carry out (see each); they never throw and never print.
+// Every key is optional; an absent or unreadable one leaves the default. The loaders of `matching` and `mvc`
+// return false for values that no step can carry out (see each), and the record is then as it was. No loader
+// prints; only memory that runs out makes one throw.
 
 #include <array>
 #include <cstdint>
@@ -47,8 +48,8 @@ struct MatchingSettings {
   std::int32_t max_vector_h = 0;  // pixels
   std::int32_t max_vector_v = 0;
 
-  bool keep_links = false;    // of the current call of match_frames
-  std::int32_t index = 0;     // of the section that was loaded
+  bool keep_links = false;  // of the current call of match_frames
+  std::int32_t index = 0;   // of the section that was loaded
 };
 
 // Section `mvc`.
@@ -110,16 +111,22 @@ struct CheckSettings {
 };
 
 // Loads `matching` (or its numbered sibling) over what the record holds. An absent section loads as one with
-// every key missing. Looking keys up adds them to the document's tree.
-bool load_matching_settings(MatchingSettings& settings, twintrue::ParamDocument& document, std::int32_t index);
+// every key missing. Looking keys up adds them to the document's tree. False for shifts outside 0 to 31; only
+// `penalty_rshift` may go down to -31, unless penalty_mode 2 or 4 is to shift by it. A ratio whose limit has
+// no 32-bit value gives the smallest integer, under which nothing matches.
+bool load_matching_settings(MatchingSettings& settings, twintrue::ParamDocument& document,
+                            std::int32_t index);
 
-// Loads `mvc`. False for values that correction can't carry out: bin_width below 1, shifts outside 0 to 31,
-// a normalizing that divides by no neighbour.
-bool load_correction_settings(CorrectionSettings& settings, twintrue::ParamDocument& document, std::int32_t index);
+// Loads `mvc` in the same way. False without a loaded document and for values that correction can't carry
+// out: shifts outside 0 to 31, a bin_width below 1 or of 2^29 and more, whose own shift would lie outside, a
+// normalizing of 2 to 4, which divides by the number of neighbours, with a neighbour_mode that has none.
+bool load_correction_settings(CorrectionSettings& settings, twintrue::ParamDocument& document,
+                              std::int32_t index);
 
 // Loads `vdet` from the section of that name. False if the section is missing (the record then stays as it
-// was) or `enabled` is 0. `verbose` is accepted for the unit's sake; the load has nothing to print.
-bool load_check_settings(CheckSettings& settings, twintrue::ParamDocument& document, const std::string& section,
-                         bool verbose);
+// was) or `enabled` is 0 (the record is then off, and no other key is read). `verbose` is accepted for the
+// unit's sake; the load has nothing to print.
+bool load_check_settings(CheckSettings& settings, twintrue::ParamDocument& document,
+                         const std::string& section, bool verbose);
 
 }  // namespace fpu
