@@ -18,11 +18,11 @@ struct KeyPointRecord {
   float x = 0.0f;  // column in the image, sub-pixel after refinement
   float y = 0.0f;  // row
   std::int32_t cell = 0;
-  std::int32_t index = 0;   // running number in the frame and descriptor row; -1 until assigned
-  std::int32_t link = 0;    // -1 at detection; then the match stage's, for streams of frames
-  std::uint16_t score = 0;  // 100 times the response, at most 65535
-  std::int8_t octave = 0;   // pyramid level, always 0
-  std::uint8_t refined = 1; // 1 at detection; afterwards whether the sub-pixel step moved the point
+  std::int32_t index = 0;    // running number in the frame and descriptor row; -1 until assigned
+  std::int32_t link = 0;     // -1 at detection; then the match stage's, for streams of frames
+  std::uint16_t score = 0;   // 100 times the response, at most 65535
+  std::int8_t octave = 0;    // pyramid level, always 0
+  std::uint8_t refined = 1;  // 1 at detection; afterwards whether the sub-pixel step moved the point
 };
 
 // The keypoint half of a frame. The records of cell c stand at c * capacityPerCell; cellCounts[c] of them are

@@ -48,7 +48,9 @@ class Grid final : public GridIF {
  public:
   // Reads the section `grid` (and one key of `RENO`). frameWidth and frameHeight must be set before;
   // minMargin is the least margin in pixels on all sides. False if the section is missing, or the raster
-  // can't be laid: a division by zero, a negative cell size or count, an area that leaves the image.
+  // can't be laid: a cell size below 1, a negative cell count, an area that leaves the image, more keypoint
+  // slots in the frame than any picture could fill. A raster without cells is legal. Looking keys up adds
+  // them to the document's tree.
   bool load(twintrue::ParamDocument& document, std::int32_t minMargin);
 
   std::int32_t numVertCells() const override;
@@ -83,6 +85,10 @@ class Grid final : public GridIF {
   std::int32_t right = 0;
   bool loaded = false;  // the result of the load, stored by the caller
   ExcludedRect excluded_rect;
+
+ private:
+  // num_kps_in_cell, if the grid's own section leaves it open, from the wanted numbers of the levels.
+  bool load_capacity(twintrue::ParamDocument& document);
 };
 
 }  // namespace fpu
