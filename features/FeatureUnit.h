@@ -2,6 +2,7 @@
 
 // The object that a parameter file turns into: grid, detector, and the settings of the match stage.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -25,6 +26,13 @@ enum FeatureStatus : std::int32_t {
   kUnsuitableKind = -9,  // getParam: the output kind does not suit the value
 };
 
+// Forms in which getParam can write a value.
+enum ParamKind : std::int32_t {
+  kParamDouble = 0,
+  kParamText = 1,  // decimal, cut to the buffer, whose last byte is always a terminator
+  kParamInt32 = 2,
+};
+
 // Thread-safety: all calls come from one thread; the parallel work happens inside.
 class FeatureUnit {
  public:
@@ -32,17 +40,24 @@ class FeatureUnit {
   FeatureUnit(const FeatureUnit&) = delete;
   FeatureUnit& operator=(const FeatureUnit&) = delete;
 
-  // Opened unit -> ready unit. 0, kInitFailed or kNotOpened. Aborts on an out_mode other than 0 and 2.
+  // Opened unit -> ready unit. 0, kInitFailed or kNotOpened; also fails for settings under which a stage
+  // would leave its arrays or never end. Aborts on an out_mode other than 0 and 2. Prints a line break to
+  // standard output. Throws what RENO::read throws.
   std::int32_t init();
 
-  // Keypoints and descriptors of one image; returns the number of keypoints. The image is the caller's and
-  // has the unit's frame size.
+  // Keypoints and descriptors of one image; returns the number of keypoints, those that the sub-pixel step
+  // dropped included. The image is the caller's: 8-bit, or 32-bit float with linear values 0 to 1. An image
+  // of another size than the unit's frames has no keypoints. See RENO_Impl for the settings that abort.
   std::int32_t detectAndDescribe(const cve::XMat& image, KeyPointStore& store,
                                  cve::XMat_<unsigned char>& descriptors);
 
   // A number by name: the cell counts and sizes, the capacities, `rel_match_count`. 0, or a negative status
   // with *out untouched.
   std::int32_t getParam(const char* name, std::int32_t* out) const;
+
+  // The same in a form of choice, into a buffer of that many bytes; one that is too small is kUnsuitableKind.
+  // The version `ver_str` exists as text only.
+  std::int32_t getParam(const char* name, std::int32_t kind, void* out, std::size_t bytes) const;
 
   bool opened = false;
   bool ready = false;
