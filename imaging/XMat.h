@@ -107,10 +107,9 @@ class XMat_ : public XMat {
   bool create(std::int32_t rows_, std::int32_t cols_, std::int32_t stride_bytes = -1) {
     const std::int64_t step =
         stride_bytes < 0 ? std::int64_t{cols_} * static_cast<std::int64_t>(sizeof(T)) : stride_bytes;
-    const std::int64_t bytes = step * rows_;
     constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
-    if (rows_ < 0 || cols_ < 0 || step > kMax || bytes > kMax) throw std::bad_alloc();
-    auto fresh = std::make_shared<std::vector<T>>(static_cast<std::size_t>(bytes) / sizeof(T));
+    if (rows_ < 0 || cols_ < 0 || step > kMax || step * rows_ > kMax) throw std::bad_alloc();
+    auto fresh = std::make_shared<std::vector<T>>(static_cast<std::size_t>(step * rows_) / sizeof(T));
     type_code = kType;
     cols = cols_;
     rows = rows_;
@@ -122,7 +121,8 @@ class XMat_ : public XMat {
 
   // Elements from one row to the next.
   std::ptrdiff_t pitch() const {
-    return static_cast<std::ptrdiff_t>(static_cast<std::uint64_t>(static_cast<std::int64_t>(stride)) / sizeof(T));
+    return static_cast<std::ptrdiff_t>(static_cast<std::uint64_t>(static_cast<std::int64_t>(stride)) /
+                                       sizeof(T));
   }
   T* row(std::ptrdiff_t y) { return static_cast<T*>(data) + y * pitch(); }
   const T* row(std::ptrdiff_t y) const { return static_cast<const T*>(data) + y * pitch(); }
@@ -146,8 +146,12 @@ class XMat_ : public XMat {
 // likewise stand in valid memory.
 template <typename T>
 XMat_<T> createWithMargin(Size size, std::int32_t margin) {
+  const std::int64_t rows = size.rows + 2 * std::int64_t{margin};
+  const std::int64_t cols = size.cols + 2 * std::int64_t{margin};
+  constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
+  if (margin < 0 || rows > kMax || cols > kMax) throw std::bad_alloc();
   XMat_<T> backing;
-  backing.create(size.rows + 2 * margin, size.cols + 2 * margin);
+  backing.create(static_cast<std::int32_t>(rows), static_cast<std::int32_t>(cols));
   return backing.view(margin, margin, size.cols, size.rows);
 }
 
