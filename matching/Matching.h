@@ -1,0 +1,52 @@
+#pragma once
+
+// The search: for each keypoint of frame A, the cheapest and the second cheapest keypoint of frame B in the
+// area of cells around its own cell.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "features/FeatureFrame.h"
+#include "features/MatchSettings.h"
+#include "matching/MatchSet.h"
+
+namespace fpu {
+
+// Matches frame A against frame B into the cells of `cells`, whose records are the previous pair's, and
+// returns the number of vectors, which is also the set's new total. All fields of the vectors are then set
+// but for scores and rank.
+//
+// The frames must come from the set's unit, and the settings from their loader. Nothing is matched if frame A
+// has no more than k descriptor rows, or if the raster has more cells, or a cell more slots, than kMaxPlaces.
+// Aborts on an unknown penalty_mode, at the first pair of keypoints.
+//
+// Cells are shared among the threads of the runtime; the result is the same for every number of them. With
+// penalty_mode 7, whose draws must come in a fixed order, one thread does it all.
+std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
+                         const FeatureFrame& frame_b, MatchSet& cells);
+
+// Bits up to which a descriptor of that many bytes counts `weightDist` fold: its half, but no more points
+// than the central square of the patch gives. 0 without weight.
+std::int32_t descriptor_split_bit(std::int32_t bytes, std::int32_t patchSize, std::int32_t weightDist);
+
+// Bytes that descriptor_distance reads for descriptors of that width: whole 64-bit words, then a 32-bit word
+// for each byte of the rest. More than the width unless that is a multiple of 8.
+constexpr std::size_t descriptor_span(std::int32_t bytes) {
+  const auto width = static_cast<std::size_t>(bytes < 0 ? 0 : bytes);
+  return width / 8 * 8 + width % 8 * 4;
+}
+
+// Weighted Hamming distance; descriptor_span(bytes) bytes must be readable at both. Bits before `split_bit`
+// count `weight` fold, unless the weight is 0. The 64-bit word that begins at the split bit counts weight + 1
+// fold: scores and thresholds in use are tuned to that. The words of the rest count once. Any alignment.
+std::uint32_t descriptor_distance(const unsigned char* a, const unsigned char* b, std::int32_t bytes,
+                                  std::int32_t split_bit, std::int32_t weight);
+
+// Stores `other_cost`, and the ratio of that cost to the vector's own as dist_ratio, 0 to 255 with `shift`
+// fraction bits (0 to 31). `offset` is added to both costs, or, unless sat_offset is 0 or 1, is the least
+// value of both; it keeps small costs from large ratios. A divisor of 0 gives 255. sat_offset 1 puts a tie of
+// two very good candidates just below one.
+void cost_ratio(MatchVector& vector, std::int32_t other_cost, std::int32_t offset, std::int32_t shift,
+                std::int32_t sat_offset);
+
+}  // namespace fpu
