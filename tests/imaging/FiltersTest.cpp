@@ -1,0 +1,307 @@
+#include "imaging/Filters.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+using cve::XMat_;
+
+// Pixels in no order, by a small generator; beyond 0 to 1 for floats.
+template <typename T>
+XMat_<T> noise(int rows, int cols) {
+  XMat_<T> image;
+  image.create(rows, cols);
+  std::uint32_t state = 12345;
+  for (T& pixel : *image.owner) {
+    state = state * 1664525u + 1013904223u;
+    const auto draw = static_cast<std::int32_t>(state >> 16) - 32768;
+    pixel =
+        std::is_same_v<T, float> ? static_cast<T>(static_cast<float>(draw) / 16384.0f) : static_cast<T>(draw);
+  }
+  return image;
+}
+
+template <typename T>
+void expect_same_bits(const XMat_<T>& actual, const XMat_<T>& expected, const std::string& what) {
+  ASSERT_EQ(actual.rows, expected.rows) << what;
+  ASSERT_EQ(actual.cols, expected.cols) << what;
+  for (int y = 0; y < actual.rows; ++y) {
+    for (int x = 0; x < actual.cols; ++x) {
+      ASSERT_EQ(std::memcmp(&actual.at(y, x), &expected.at(y, x), sizeof(T)), 0)
+          << what << " at " << x << ", " << y << ": " << actual.at(y, x) << " for " << expected.at(y, x);
+    }
+  }
+}
+
+// One output pixel from at(d), the pixel at distance d: the definition, one addition after the other.
+template <class At>
+float literal_sum(const cve::FilterKernel& kernel, At at) {
+  if (kernel.symmetric) {
+    float sum = at(0) * kernel.coefficients[0];
+    for (int i = 1; i <= kernel.radius; ++i) sum += (at(-i) + at(i)) * kernel.coefficients[std::size_t(i)];
+    return sum;
+  }
+  float sum = 0;
+  for (int i = -kernel.radius; i <= kernel.radius; ++i) sum += kernel.centre[i] * at(i);
+  return sum;
+}
+
+template <class At>
+short literal_sum(const cve::FixedKernel& kernel, At at) {
+  std::int32_t sum = at(0) * kernel.coefficients[0];
+  for (int i = 1; i <= kernel.radius; ++i) sum += (at(-i) + at(i)) * kernel.coefficients[std::size_t(i)];
+  return static_cast<short>(sum >> 12);
+}
+
+// Both passes pixel by pixel. The vertical direction always replicates, the horizontal one with `borders`.
+template <class Kernel, typename T>
+XMat_<T> literal_filter(const Kernel& kernel, const XMat_<T>& source, bool borders) {
+  XMat_<T> rows, result;
+  rows.create(source.rows, source.cols);
+  result.create(source.rows, source.cols);
+  for (int y = 0; y < source.rows; ++y) {
+    for (int x = 0; x < source.cols; ++x) {
+      rows.at(y, x) = literal_sum(kernel, [&](int d) {
+        return source.at(y, borders ? std::clamp(x + d, 0, source.cols - 1) : x + d);
+      });
+    }
+  }
+  for (int y = 0; y < source.rows; ++y) {
+    for (int x = 0; x < source.cols; ++x) {
+      result.at(y, x) =
+          literal_sum(kernel, [&](int d) { return rows.at(std::clamp(y + d, 0, source.rows - 1), x); });
+    }
+  }
+  return result;
+}
+
+cve::FilterKernel general_kernel() {
+  cve::FilterKernel kernel;
+  kernel.symmetric = false;
+  kernel.radius = 2;
+  const float weights[] = {0.5f, -1.25f, 0.3f, 1.0f, -0.7f};
+  std::copy(std::begin(weights), std::end(weights), kernel.coefficients.begin());
+  kernel.centre = &kernel.coefficients[2];
+  return kernel;
+}
+
+TEST(Filters, ConvolutionIsBitExactAtAwkwardSizesAndOnViews) {
+  const XMat_<float> parent = noise<float>(80, 150);
+  const std::pair<int, int> sizes[] = {{1, 1}, {1, 9}, {40, 1}, {5, 7}, {21, 33}, {32, 64}, {37, 101}};
+  const cve::FilterKernel kernels[] = {cve::make_float_kernel(19), cve::make_float_kernel(11),
+                                       general_kernel()};
+  for (const auto& [rows, cols] : sizes) {
+    const XMat_<float> view = parent.view(20, 13, cols, rows);
+    for (const cve::FilterKernel& kernel : kernels) {
+      for (const bool borders : {true, false}) {
+        const std::string what = std::to_string(cols) + "x" + std::to_string(rows) + (borders ? " b" : "") +
+                                 " radius " + std::to_string(kernel.radius);
+        const XMat_<float> expected = literal_filter(kernel, view, borders);
+        XMat_<float> fresh;
+        cve::convolveFloat(kernel, view, fresh, borders);
+        expect_same_bits(fresh, expected, what);
+        // Into a view, and with another number of threads: its surroundings stay untouched.
+        XMat_<float> canvas = noise<float>(80, 150);
+        XMat_<float> part = canvas.view(3, 5, cols, rows);
+        const int threads = omp_get_max_threads();
+        omp_set_num_threads(3);
+        cve::convolveFloat(kernel, view, part, borders);
+        omp_set_num_threads(threads);
+        expect_same_bits(part, expected, what + " into a view");
+        for (int y = 0; y < rows; ++y) std::copy_n(parent.row(y + 5) + 3, cols, part.row(y));
+        expect_same_bits(canvas, parent, what + " round the view");
+      }
+    }
+  }
+}
+
+TEST(Filters, ConvolutionAgreesWithATwoDimensionalSum) {
+  const XMat_<float> parent = noise<float>(90, 90);
+  const XMat_<float> view = parent.view(15, 12, 50, 45);
+  for (int number = 0; number < cve::kKernelCount; ++number) {
+    const cve::FilterKernel kernel = cve::make_float_kernel(number);
+    const int r = kernel.radius;
+    ASSERT_EQ(cve::kernel_radius(number), r);
+    const auto weight = [&](int d) { return double{kernel.coefficients[std::size_t(std::abs(d))]}; };
+    double total = 0.0;
+    for (int d = -r; d <= r; ++d) total += weight(d);
+    EXPECT_NEAR(total, 1.0, 1e-6) << number;
+    for (const bool borders : {true, false}) {
+      XMat_<float> filtered;
+      cve::filterFloat(view, filtered, number, false, borders);
+      for (int y = 0; y < view.rows; y += 4) {
+        for (int x = 0; x < view.cols; ++x) {
+          double sum = 0.0;
+          for (int j = -r; j <= r; ++j) {
+            for (int i = -r; i <= r; ++i) {
+              const int column = borders ? std::clamp(x + i, 0, view.cols - 1) : x + i;
+              sum += weight(i) * weight(j) * double{view.at(std::clamp(y + j, 0, view.rows - 1), column)};
+            }
+          }
+          // Up to 44 products and sums of values below 4, at 24 bits.
+          ASSERT_NEAR(filtered.at(y, x), sum, 1e-5) << number << " at " << x << ", " << y;
+        }
+      }
+    }
+  }
+}
+
+TEST(Filters, PassesCoverTheirMargins) {
+  const cve::FilterKernel kernel = general_kernel();
+  const auto canvas = [] { return noise<float>(60, 80); };
+  const XMat_<float> source = canvas().view(10, 10, 41, 33);
+  const int margin_rows = 2, margin_columns = 3;
+  const auto inside = [&](int y, int x) {
+    return y >= -margin_rows && y < source.rows + margin_rows && x >= -margin_columns &&
+           x < source.cols + margin_columns;
+  };
+  for (const bool by_rows : {true, false}) {
+    XMat_<float> expected = canvas().view(10, 10, 41, 33);
+    for (int y = -10; y < 50; ++y) {
+      for (int x = -10; x < 70; ++x) {
+        if (!inside(y, x)) continue;
+        expected.at(y, x) =
+            literal_sum(kernel, [&](int d) { return by_rows ? source.at(y, x + d) : source.at(y + d, x); });
+      }
+    }
+    XMat_<float> actual = canvas().view(10, 10, 41, 33);
+    const auto pass = by_rows ? cve::convolveRows : cve::convolveColumns;
+    pass(kernel, source, actual, false, margin_rows, margin_columns);
+    expect_same_bits(actual.view(-10, -10, 80, 60), expected.view(-10, -10, 80, 60),
+                     by_rows ? "rows" : "columns");
+  }
+}
+
+TEST(Filters, FixedFilterIsBitExact) {
+  const XMat_<short> parent = noise<short>(60, 150);
+  for (int number = 0; number < cve::kKernelCount; ++number) {
+    const XMat_<short> view = parent.view(7, 3, 32 + number * 3, 32 + number);
+    XMat_<short> filtered;
+    cve::filterFixed(view, filtered, number);
+    expect_same_bits(filtered, literal_filter(cve::make_fixed_kernel(number), view, true),
+                     std::to_string(number));
+  }
+}
+
+TEST(Filters, FixedKernelsCutTheirWeights) {
+  for (int number = 0; number < cve::kKernelCount; ++number) {
+    const cve::FixedKernel kernel = cve::make_fixed_kernel(number);
+    const cve::FilterKernel wanted = cve::make_float_kernel(number);
+    EXPECT_EQ(kernel.radius, wanted.radius);
+    for (std::size_t i = 0; i < kernel.coefficients.size(); ++i) {
+      const double exact = double{wanted.coefficients[i]} * 4096.0;
+      EXPECT_NEAR(kernel.coefficients[i], exact, 1.0) << number;
+      EXPECT_LE(std::abs(kernel.coefficients[i]), std::abs(exact) + 1e-3) << number;
+    }
+  }
+  const cve::FixedKernel identity = cve::make_fixed_kernel(0);
+  EXPECT_EQ(identity.coefficients[0], 4095);
+  EXPECT_EQ(std::count(identity.coefficients.begin(), identity.coefficients.end(), 0), 63);
+
+  XMat_<short> constant, filtered;
+  constant.create(40, 40);
+  std::fill(constant.owner->begin(), constant.owner->end(), short{-1001});
+  cve::filterFixed(constant, filtered, 19);
+  expect_same_bits(filtered, constant, "weights 2048 and 1024");
+}
+
+TEST(Filters, NoNumberOrASmallImagePassesThrough) {
+  const struct {
+    int rows, cols, number;
+  } cases[] = {{31, 100, 19}, {100, 31, 19}, {40, 40, -1}, {8, 8, 99}, {0, 0, 3}};
+  for (const auto& c : cases) {
+    const XMat_<float> floats = noise<float>(120, 120).view(2, 2, c.cols, c.rows);
+    XMat_<float> canvas = noise<float>(120, 120);
+    XMat_<float> destination = canvas.view(1, 1, c.cols, c.rows);
+    cve::filterFloat(floats, destination, c.number, true, true);
+    EXPECT_EQ(destination.data, floats.data);
+    EXPECT_EQ(destination.owner, floats.owner);
+    EXPECT_EQ(destination.stride, floats.stride);
+    expect_same_bits(canvas, noise<float>(120, 120), "no pixel written");
+    EXPECT_EQ(cve::filterFloatImage(floats, c.number).data, floats.data);
+    const XMat_<short> shorts = noise<short>(c.rows, c.cols);
+    XMat_<short> fixed;
+    cve::filterFixed(shorts, fixed, c.number);
+    EXPECT_EQ(fixed.owner, shorts.owner);
+  }
+}
+
+TEST(Filters, SharedPixelsTakeOnlyTheClampedResult) {
+  XMat_<float> image = noise<float>(50, 60);
+  const XMat_<float> original = noise<float>(50, 60);
+  XMat_<float> destination = image;
+  cve::filterFloat(image, destination, 8, false, true);
+  expect_same_bits(image, original, "lost");
+
+  XMat_<float> expected = literal_filter(cve::make_float_kernel(8), original, true);
+  for (float& pixel : *expected.owner) pixel = std::min(std::max(pixel, 0.0f), 1.0f);
+  XMat_<float> apart;
+  cve::filterFloat(image, apart, 8, true, true);
+  expect_same_bits(apart, expected, "clamped");
+  cve::filterFloat(image, image, 8, true, true);
+  expect_same_bits(image, expected, "clamped in place");
+
+  XMat_<short> shorts = noise<short>(50, 60);
+  cve::filterFixed(shorts, shorts, 8);
+  expect_same_bits(shorts, noise<short>(50, 60), "lost in integers");
+}
+
+TEST(Filters, RefusesWhatItCannotCarryOut) {
+  const XMat_<float> image = noise<float>(40, 40);
+  XMat_<float> destination;
+  EXPECT_EQ(cve::kernel_radius(-5), 0);
+  EXPECT_THROW(cve::kernel_radius(24), std::invalid_argument);
+  EXPECT_THROW(cve::filterFloat(image, destination, 24, false, true), std::invalid_argument);
+  destination.create(40, 39);
+  EXPECT_THROW(cve::filterFloat(image, destination, 3, false, true), std::invalid_argument);
+  cve::FilterKernel beyond;
+  beyond.radius = 64;
+  EXPECT_THROW(cve::convolveFloat(beyond, image, destination, true), std::invalid_argument);
+  cve::FilterKernel before = general_kernel();
+  before.radius = 3;
+  EXPECT_THROW(cve::convolveRows(before, image, destination, true, 0, 0), std::invalid_argument);
+}
+
+TEST(Filters, KernelCopiesPointIntoThemselves) {
+  const cve::FilterKernel copy = general_kernel();
+  EXPECT_EQ(copy.centre, &copy.coefficients[2]);
+}
+
+TEST(Filters, PadBorderReplicatesTheNearestPixel) {
+  const int top = 3, bottom = 1, left = 2, right = 4;
+  XMat_<unsigned char> padded = noise<unsigned char>(12, 15);
+  const XMat_<unsigned char> before = noise<unsigned char>(12, 15);
+  const int rows = padded.rows - top - bottom, cols = padded.cols - left - right;
+  const XMat_<unsigned char> image = padded.view(left, top, cols, rows);
+  cve::padBorder(image, padded, top, bottom, left, right);
+  for (int y = 0; y < padded.rows; ++y) {
+    for (int x = 0; x < padded.cols; ++x) {
+      EXPECT_EQ(padded.at(y, x),
+                before.at(std::clamp(y, top, top + rows - 1), std::clamp(x, left, left + cols - 1)));
+    }
+  }
+  EXPECT_THROW(cve::padBorder(image, padded, top, bottom, left + 1, right - 1), std::invalid_argument);
+  EXPECT_THROW(cve::padBorder(image, padded, top, bottom + 1, left, right), std::invalid_argument);
+}
+
+TEST(RowLoop, CallsEachRowOnceAndLetsExceptionsOut) {
+  const int threads = omp_get_max_threads();
+  omp_set_num_threads(4);
+  std::vector<int> calls(100);
+  cve::parallel_rows(-20, 80, [&](int row) { ++calls[static_cast<std::size_t>(row + 20)]; });
+  EXPECT_EQ(calls, std::vector<int>(100, 1));
+  cve::parallel_rows(5, 5, [](int) { throw std::runtime_error("no row"); });
+  EXPECT_THROW(cve::parallel_rows(0, 50, [](int) { throw std::runtime_error("row"); }), std::runtime_error);
+  EXPECT_EQ(omp_get_max_threads(), 4);
+  omp_set_num_threads(threads);
+}
+
+}  // namespace
