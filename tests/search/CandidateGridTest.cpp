@@ -1,0 +1,166 @@
+#include "apps/TwinTrue/CandidateGrid.h"
+
+#include <cmath>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "apps/TwinTrue/CandidateEvaluation.h"
+
+namespace twintrue {
+namespace {
+
+using Pose = std::array<double, kPoseValues>;
+
+// The list as ten nested loops and a walk over all that is listed would make it.
+std::vector<Pose> nested_list(const EyeSweep& right, const EyeSweep& left, const PoseLimits& limits,
+                              const Seeds& seeds, int seed_count) {
+  std::vector<Pose> list;
+  for (int k = 0; k < seed_count; ++k) {
+    const PoseCandidate& s = seeds[static_cast<std::size_t>(k)];
+    const auto b = [&](double v) { return left.mode == 0 ? v : 0.0; };
+    struct Level {
+      const SweepRange* range;
+      double base;
+      double limit;
+    };
+    const Level levels[kPoseValues] = {
+        {&right.roll, s.right_roll, -1},
+        {&left.roll, b(s.left_roll), -1},
+        {&right.pan, s.right_pan, limits.pan_max},
+        {&left.pan, b(s.left_pan), limits.pan_max},
+        {&right.tilt, s.right_tilt, limits.tilt_max},
+        {&left.tilt, b(s.left_tilt), limits.tilt_max},
+        {&right.offset_y, s.right_offset_y, limits.offset_y_max},
+        {&left.offset_y, b(s.left_offset_y), limits.offset_y_max},
+        {&right.offset_x, s.right_offset_x, limits.offset_x_max},
+        {&left.offset_x, b(s.left_offset_x), limits.offset_x_max},
+    };
+    Pose w{};
+    const std::function<void(std::size_t)> sweep = [&](std::size_t depth) {
+      if (depth == kPoseValues) {
+        if (k != 0) {
+          for (const Pose& listed : list) {
+            bool near = true;
+            for (std::size_t i = 0; i < kPoseValues; ++i) near = near && std::abs(listed[i] - w[i]) < 0.001;
+            if (near) return;
+          }
+        }
+        list.push_back(w);
+        return;
+      }
+      const auto& [range, base, limit] = levels[depth];
+      const double lo = base + range->min;
+      const double hi = base + range->max;
+      for (int i = 0; i < range->div; ++i) {
+        const double v = range->div == 1 ? (lo + hi) * 0.5 : lo + i * ((hi - lo) / (range->div - 1));
+        if (limit >= 0 && std::abs(v) > limit) continue;
+        w[depth] = v;
+        sweep(depth + 1);
+      }
+    };
+    sweep(0);
+  }
+  return list;
+}
+
+TEST(CandidateGrid, ListsWhatNestedSweepsList) {
+  std::mt19937 engine(7);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  // Steps from far above the near distance to far below it.
+  const double widths[] = {0.0, 0.0004, 0.0011, 0.003, 0.1};
+  std::int64_t dropped = 0;
+  for (int trial = 0; trial < 300; ++trial) {
+    EyeSweep right, left;
+    int product = 1;
+    for (EyeSweep* sweep : {&right, &left}) {
+      for (SweepRange* range :
+           {&sweep->offset_x, &sweep->offset_y, &sweep->pan, &sweep->tilt, &sweep->roll}) {
+        range->div = product > 60 ? 1 : 1 + static_cast<int>(unit(engine) * 3.5);
+        if (unit(engine) < 0.01) range->div = 0;
+        product *= std::max(range->div, 1);
+        range->max = widths[engine() % 5] * (unit(engine) < 0.1 ? -1 : 1);
+        range->min = -range->max;
+      }
+    }
+    left.mode = unit(engine) < 0.3 ? 1 : 0;
+    PoseLimits limits{0.05, 1, 0, 1, 1};
+    Seeds seeds;
+    for (PoseCandidate& seed : seeds) {
+      for (double CalibResult::*field : kPoseFields) {
+        seed.*field = unit(engine) < 0.5 ? 0.0 : widths[engine() % 5] * (unit(engine) - 0.5);
+      }
+    }
+    const int count = static_cast<int>(engine() % 4);
+    const auto expected = nested_list(right, left, limits, seeds, count);
+    const CandidateGrid grid(right, left, limits, seeds, count);
+    ASSERT_EQ(grid.size(), static_cast<std::int64_t>(expected.size())) << trial;
+    for (int k = 0; k < count; ++k) dropped += grid.grid(static_cast<std::size_t>(k)).size();
+    dropped -= grid.size();
+
+    std::vector<CandidateGrid::Cursor> places;
+    CandidateGrid::Cursor cursor;
+    while (grid.next(cursor, 5, places)) {
+    }
+    ASSERT_EQ(places.size(), expected.size());
+    for (std::size_t i = 0; i < places.size(); ++i) {
+      PoseCandidate pose;
+      grid.grid(places[i].grid).pose(places[i].place, &pose);
+      for (std::size_t axis = 0; axis < kPoseValues; ++axis) {
+        ASSERT_EQ(pose.*kNestOrder[axis], expected[i][axis]) << trial << ' ' << i << ' ' << axis;
+      }
+    }
+  }
+  EXPECT_GT(dropped, 1000) << "the trials should meet near candidates";
+}
+
+TEST(CandidateGrid, ExecBitZeroEndsTheProcess) {
+  SweepRange range{0, 1, 2, 1};
+  EXPECT_DEATH(walk_range(range, 0.0), "");
+  range.div = 1;
+  EXPECT_EQ(walk_range(range, 0.0), std::vector<double>{0.5});
+}
+
+TEST(TopList, KeepsTheBestAndDecidesTiesByOrder) {
+  struct Case {
+    int kept;
+    std::vector<double> offered;  // each with its number as right_pan
+    std::vector<double> slots;    // numbers expected in the slots; -1: never filled
+  };
+  const double nan = std::nan("");
+  const Case cases[] = {
+      {0, {5}, {-1, -1, -1}},
+      {1, {5, 5, 4}, {1, -1, -1}},
+      {1, {-0.5, nan}, {-1, -1, -1}},
+      {1, {0.0}, {0, -1, -1}},
+      {2, {5, 5}, {1, 0, -1}},
+      {2, {5, 3, 3}, {0, 1, -1}},  // the second slot wants more than it has
+      {2, {5, -0.5}, {0, 1, -1}},  // the entry fell to -1 with the first insertion
+      {3, {5, 3, 3, 1}, {0, 2, 1}},
+      {3, {5, 3, 1, 1}, {0, 1, 3}},
+      {3, {1, 2, 3, nan, 4}, {4, 2, 1}},
+      {4, {5}, {-1, -1, -1}},
+  };
+  for (const Case& one : cases) {
+    TopList list(one.kept);
+    for (std::size_t i = 0; i < one.offered.size(); ++i) {
+      PoseCandidate candidate;
+      candidate.score = one.offered[i];
+      candidate.right_pan = static_cast<double>(i);
+      list.offer(candidate);
+    }
+    for (std::size_t i = 0; i < one.slots.size(); ++i) {
+      const PoseCandidate& slot = list.slots()[i];
+      if (one.slots[i] < 0) {
+        EXPECT_EQ(slot.score, -1.0) << one.kept << " slot " << i;
+      } else {
+        EXPECT_EQ(slot.right_pan, one.slots[i]) << one.kept << " slot " << i;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace twintrue

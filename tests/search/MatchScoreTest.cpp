@@ -1,0 +1,264 @@
+#include "apps/TwinTrue/MatchScore.h"
+
+#include <cmath>
+#include <functional>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "apps/TwinTrue/CandidateEvaluation.h"
+#include "search/SyntheticRig.h"
+
+namespace twintrue {
+namespace {
+
+using testing_support::kDegree;
+using testing_support::make_matches;
+using testing_support::nominal_rig;
+
+PoseCandidate some_truth() {
+  PoseCandidate truth;
+  truth.right_pan = 0.4 * kDegree;
+  truth.right_tilt = -0.3 * kDegree;
+  truth.right_roll = 0.5 * kDegree;
+  truth.right_offset_x = 1.5;
+  truth.right_offset_y = -2.0;
+  truth.left_pan = -0.2 * kDegree;
+  truth.left_tilt = 0.1 * kDegree;
+  truth.left_roll = -0.6 * kDegree;
+  truth.left_offset_x = -1.0;
+  truth.left_offset_y = 0.75;
+  return truth;
+}
+
+ScorePass plain_pass(std::size_t count) {
+  ScorePass pass;
+  pass.sigma = 2.0;
+  pass.rank_limit = 10000;
+  pass.count_limit = static_cast<std::int32_t>(count) + 1;
+  pass.weight_mode = 8;
+  pass.div_mode = 2;
+  return pass;
+}
+
+RigState posed(const CalibResult& pose) {
+  RigState rig = nominal_rig();
+  rig_apply_pose(rig, pose);
+  return rig;
+}
+
+TEST(MatchScore, TheTruePoseExplainsEveryMatch) {
+  const CalibContext context;
+  const auto matches = make_matches(some_truth(), {});
+  const ScorePass pass = plain_pass(matches.size());
+  const MatchScoreSums at_truth = score_matches(context, pass, posed(some_truth()), matches);
+  EXPECT_EQ(at_truth.count4, static_cast<std::int32_t>(matches.size()));
+  EXPECT_EQ(at_truth.score_sum, static_cast<double>(matches.size()));
+  // What is left is the rounding of the keypoints to 32-bit floats.
+  EXPECT_LT(std::sqrt(at_truth.sum4 / at_truth.count4), 1e-3);
+  const MatchScoreSums nominal = score_matches(context, pass, nominal_rig(), matches);
+  EXPECT_LT(nominal.score_sum, 0.3 * static_cast<double>(matches.size()));
+}
+
+TEST(MatchScore, TheMidPointIsTestedAWholeBaselineAside) {
+  // The common point lies between the eyes and is shifted as if it were seen from the other eye, so each eye
+  // is tested with a point that stands half a baseline too far out.
+  const auto matches = make_matches(PoseCandidate(), {.count = 1});
+  const testing_support::Point p{0.27, 0.2, -1.0};
+  RayMatch match = matches[0];
+  const auto seen_a = testing_support::see(false, 0, 0, 0, 0, 0, p);
+  const auto seen_b = testing_support::see(true, 0, 0, 0, 0, 0, p);
+  match.x_a = static_cast<float>(seen_a[0]);
+  match.y_a = static_cast<float>(seen_a[1]);
+  match.x_b = static_cast<float>(seen_b[0] - 1024);
+  match.y_b = static_cast<float>(seen_b[1]);
+  const double half = testing_support::kBaseline / 2;
+  const auto tested_a = testing_support::see(false, 0, 0, 0, 0, 0, {p[0] - half, p[1], p[2]});
+  const auto tested_b = testing_support::see(true, 0, 0, 0, 0, 0, {p[0] + half, p[1], p[2]});
+  const double expected = 0.5 * (std::pow(seen_a[0] - tested_a[0], 2) + std::pow(seen_a[1] - tested_a[1], 2) +
+                                 std::pow(seen_b[0] - tested_b[0], 2) + std::pow(seen_b[1] - tested_b[1], 2));
+  ASSERT_GT(expected, 10.0);
+  EXPECT_NEAR(score_one_match(CalibContext(), 0, nominal_rig(), match, 1.0, 8, 0, 1).error, expected, 0.05);
+}
+
+TEST(MatchScore, ErrorIsHalfTheSumOfTheSquaredDisplacements) {
+  const CalibContext context;
+  const RigState rig = nominal_rig();
+  RayMatch match = make_matches(PoseCandidate(), {})[0];
+  const Vec3 p1{0.3, 0.2, -1.0};
+  const Vec3 p2{0.24, 0.2, -1.0};  // the same point, seen from an eye that stands a baseline further right
+  const double depth = 1.0;
+  // Put the keypoints at known distances from where the points land.
+  const auto at = [&](bool left) { return testing_support::see(left, 0, 0, 0, 0, 0, {0.27, 0.2, -1.0}); };
+  match.x_a = static_cast<float>(at(false)[0] + 3.0);
+  match.y_a = static_cast<float>(at(false)[1] - 4.0);
+  match.x_b = static_cast<float>(at(true)[0] - 1024 + 1.0);
+  match.y_b = static_cast<float>(at(true)[1] + 1.5);
+  EXPECT_NEAR(full_reprojection_error(rig, match, depth, p1, p2), 0.5 * (9 + 16 + 1 + 2.25), 0.01);
+  EXPECT_NEAR(single_side_error(rig, true, match, depth, p1, p2, 0), 25, 0.01);
+  EXPECT_NEAR(single_side_error(rig, false, match, depth, p1, p2, 0), 3.25, 0.01);
+  // The bias weighs the vertical part by its direction: the two sides mirror each other.
+  EXPECT_NEAR(single_side_error(rig, true, match, depth, p1, p2, 0.25), 16 * 1.25 + 9, 0.01);
+  EXPECT_NEAR(single_side_error(rig, false, match, depth, p1, p2, 0.25), 2.25 * 0.75 + 1, 0.01);
+  match.y_a += 8.0f;
+  match.y_b += 8.0f;
+  EXPECT_NEAR(single_side_error(rig, true, match, depth, p1, p2, 0.25), 16 * 0.75 + 9, 0.01);
+  EXPECT_NEAR(single_side_error(rig, false, match, depth, p1, p2, 0.25), 9.5 * 9.5 * 1.25 + 1, 0.01);
+  EXPECT_EQ(full_reprojection_error(rig, match, -1.0, p1, p2), kInvalid) << "behind the rig";
+}
+
+TEST(MatchScore, SweepsMayTestOneEyeAlone) {
+  const auto matches = make_matches(some_truth(), {.count = 40, .noise_px = 0.5});
+  const RigState rig = posed(some_truth());
+  for (std::int32_t i = 0; i < 40; ++i) {
+    const RayMatch& match = matches[static_cast<std::size_t>(i)];
+    const auto error = [&](std::int32_t fast_mode) {
+      return score_one_match(CalibContext(), i, rig, match, 1.0, 8, fast_mode, 0).error;
+    };
+    // Both one-eye errors together are twice the full one, so the other eye's is what is left.
+    const double full = error(0);
+    const double by_index = error(2);
+    const double by_column = error(1);
+    EXPECT_EQ(error(3), full);
+    const bool same_side = (i % 2 == 0) == (static_cast<int>(match.x_a) % 2 == 0);
+    EXPECT_NEAR(same_side ? by_column : by_index + by_column, same_side ? by_index : 2 * full, 1e-9);
+  }
+}
+
+TEST(MatchScore, DepthOutsideTheBoundsDoesNotCount) {
+  const PoseCandidate none;
+  const auto matches = make_matches(none, {.count = 200});
+  const auto counted = [&](double least, double most) {
+    CalibContext context;
+    context.depth_min = least;
+    context.depth_max = most;
+    return score_matches(context, plain_pass(matches.size()), nominal_rig(), matches).count16;
+  };
+  EXPECT_EQ(counted(0.1, 5.1), 200);
+  EXPECT_LT(counted(1.0, 5.1), 170);
+  EXPECT_EQ(counted(1.0, 5.1) + counted(0.1, 1.0), 200);
+  EXPECT_EQ(counted(1.0, 1.0), 0);
+  EXPECT_EQ(counted(9.0, 1.0), 200) << "a far end before the near one switches the test off";
+}
+
+TEST(MatchScore, LimitsOfTheWalk) {
+  const PoseCandidate none;
+  auto matches = make_matches(none, {.count = 10});
+  for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i / 4);
+  struct Case {
+    std::int32_t rank_limit;
+    std::int32_t count_limit;
+    std::int32_t skip_mode;
+    double used;
+  };
+  const Case cases[] = {
+      {9, 11, 0, 10}, {9, 10, 0, 9}, {9, 5, 0, 4},  {9, 1, 0, 0},   {9, 0, 0, 0},
+      {9, -4, 0, 0},  {0, 10, 0, 4}, {1, 10, 0, 8}, {-1, 10, 0, 0}, {9, 5, 1, 10},
+      {9, 1, 1, 10},  {9, 0, 1, 1},  {9, -1, 1, 1}, {9, 0, 2, 10},  {9, 3, -1, 10},
+  };
+  for (const Case& one : cases) {
+    CalibContext context;
+    context.skip_num_using_feat_mode = one.skip_mode;
+    ScorePass pass = plain_pass(matches.size());
+    pass.rank_limit = one.rank_limit;
+    pass.count_limit = one.count_limit;
+    const MatchScoreSums sums = score_matches(context, pass, nominal_rig(), matches);
+    EXPECT_EQ(sums.score_sum, one.used) << one.rank_limit << ' ' << one.count_limit << ' ' << one.skip_mode;
+    EXPECT_EQ(sums.used_count, 0);
+  }
+}
+
+TEST(MatchScore, WeightModes) {
+  CalibContext context;
+  context.score_tbl_coeff = 2.0f;
+  context.score_table.resize(40);
+  for (std::size_t i = 0; i < context.score_table.size(); ++i) {
+    context.score_table[i] = 1.0f / static_cast<float>(1 + i);
+  }
+  const double s2 = 4.0;
+  const auto table = [&](int i) {
+    return static_cast<double>(context.score_table[static_cast<std::size_t>(i)]);
+  };
+  const std::function<double(double)> expected[] = {
+      [&](double e) { return std::exp(-e / 16); },
+      [&](double e) { return std::exp(-e / 8); },
+      [&](double e) { return e >= 36 ? 0 : std::pow(1 - e / 36, 2); },
+      [&](double e) { return e >= 4 ? 0 : std::pow(1 - e / 4, 2); },
+      [&](double e) { return std::exp(-e / 4); },
+      [&](double e) { return e >= 20 ? 0 : table(static_cast<int>(2 * e)); },
+      [&](double e) { return 1e8 - e; },
+      [&](double e) { return e >= 19.75 ? 0 : table(static_cast<int>(2 * e + 0.5)); },
+      [&](double e) { return e >= 4 ? 0 : 1; },
+      [&](double e) { return std::exp(-e / 4); },
+      [&](double e) { return e >= 4 ? kInvalid : 1e8 - e; },
+      [&](double e) { return e >= 20 ? std::exp(-e / 8) : table(static_cast<int>(2 * e)); },
+      [&](double e) { return e >= 20 ? 0 : table(static_cast<int>(2 * e)); },
+      [&](double e) { return e >= 20 ? 0 : table(static_cast<int>(2 * e)); },
+  };
+  for (std::int32_t mode = 0; mode < 14; ++mode) {
+    for (double e : {0.0, 0.2, 0.6, 3.999, 4.0, 7.3, 19.7, 19.8, 20.0, 36.0, 5e9, 1e300}) {
+      const double value = weight_match_error(context, e, s2, mode);
+      EXPECT_NEAR(value, expected[mode](e), 1e-12 * std::abs(expected[mode](e))) << mode << ' ' << e;
+    }
+    EXPECT_EQ(uses_score_table(mode),
+              weight_match_error(context, 0.0, s2, mode) == 1.0 && mode >= 5 && mode != 8 && mode != 9);
+  }
+  EXPECT_DEATH(weight_match_error(context, 1.0, s2, 14), "");
+  EXPECT_DEATH(weight_match_error(context, 1.0, s2, -1), "");
+}
+
+TEST(MatchScore, ScoreTableFollowsTheCurveAndItsFlatTop) {
+  CalibContext context;
+  context.score_tbl_size = 100;
+  context.score_tbl_coeff = 4.0f;
+  for (std::int32_t mode : {5, 7, 11, 12, 13}) {
+    context.score_weight_mode[1][2] = mode;
+    context.sigma[1][2] = 3.0;
+    build_score_table(context, 2, 1);
+    ASSERT_EQ(context.score_table.size(), 100u);
+    const double least = mode == 12 ? 1.0 : mode == 13 ? 0.25 : 0.0;
+    for (std::size_t i = 0; i < 100; ++i) {
+      const double x = std::max(static_cast<double>(i) / 4, least);
+      ASSERT_NEAR(context.score_table[i], std::exp(-x / 18), 1e-7) << mode << ' ' << i;
+    }
+  }
+  context.score_weight_mode[1][3] = 1;
+  build_score_table(context, 3, 1);
+  EXPECT_EQ(context.score_table.size(), 100u) << "a level without a table leaves it";
+}
+
+TEST(MatchScore, Dividers) {
+  EXPECT_EQ(divide_score(12, 4, 0), -1.0);
+  EXPECT_EQ(divide_score(12, 4, 1), 3.0);
+  EXPECT_EQ(divide_score(12, 4, 2), 12.0);
+  EXPECT_EQ(divide_score(12, 4, 3), 36.0);
+  EXPECT_EQ(divide_score(12, 4, 7), 12.0);
+  EXPECT_TRUE(std::isnan(divide_score(0, 0, 1)));
+}
+
+TEST(IntersectRays, MeetsMidwayBetweenSkewLines) {
+  std::mt19937 engine(3);
+  std::normal_distribution<double> normal;
+  const auto random = [&] { return Vec3{normal(engine), normal(engine), normal(engine)}; };
+  for (int i = 0; i < 100; ++i) {
+    const Vec3 p0 = random(), d0 = random(), p1 = random(), d1 = random();
+    Vec3 m{};
+    double gap = 0;
+    ASSERT_TRUE(intersect_rays(p0, d0, p1, d1, &m, &gap));
+    // The nearest points of the two lines are as far from the midpoint as half the gap, and nothing on either
+    // line is nearer.
+    for (const auto& [p, d] : {std::pair{p0, d0}, std::pair{p1, d1}}) {
+      const double dd = d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
+      const double t = ((m[0] - p[0]) * d[0] + (m[1] - p[1]) * d[1] + (m[2] - p[2]) * d[2]) / dd;
+      const double distance =
+          std::hypot(p[0] + t * d[0] - m[0], p[1] + t * d[1] - m[1], p[2] + t * d[2] - m[2]);
+      EXPECT_NEAR(distance, gap / 2, 1e-9 * (1 + gap));
+    }
+  }
+  Vec3 m{};
+  double gap = 0;
+  EXPECT_FALSE(intersect_rays({0, 0, 0}, {1, 2, 4}, {1, 0, 0}, {-2, -4, -8}, &m, &gap));
+}
+
+}  // namespace
+}  // namespace twintrue
