@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "lens/LensNumbers.h"
 #include "lens/LensReport.h"
@@ -151,7 +152,7 @@ class Evaluator {
 
   // Both branches are evaluated: a print in the other one still prints.
   ini_value conditional() {
-    ini_value condition = binary(1);
+    ini_value condition = binary();
     if (kind() != Kind::kQuestion) return condition;
     ++at_;
     ini_value first = branch();
@@ -169,21 +170,42 @@ class Evaluator {
     return level.too_deep() ? ini_value{} : conditional();
   }
 
-  // All binary levels from `loosest` on. Each level is a loop of its own: once an operator of one level has
-  // been met, only the same and looser ones may follow, and behind a type error only looser ones.
-  ini_value binary(int loosest) {
-    ini_value left = unary();
+  // The left side of a binary operator whose right side is being read.
+  struct Pending {
+    ini_value left;
+    const ini_token* op;
+    int level;    // of the operator
+    int loosest;  // level that the side's own expression began with
+  };
+
+  // All binary levels. Each is a loop of its own: behind an operator only the same level and looser ones may
+  // follow, and behind a type error only looser ones. A list of left sides stands for the recursion, because
+  // ten calls for each parenthesis of a hostile file are too much for a small stack.
+  ini_value binary() {
+    std::vector<Pending> pending;
+    int loosest = 1;
     int tightest = kTightest;
+    ini_value value = unary();
     for (;;) {
       const int level = binary_level(kind());
-      if (level < loosest || level > tightest) return left;
-      const ini_token& op = token();
-      ++at_;
-      const ini_value right = binary(level + 1);
-      tightest = level;
-      if (!combine(op.kind, left, right)) {
-        type_error(op);
-        tightest = level - 1;
+      if (level >= loosest && level <= tightest) {
+        pending.push_back({std::move(value), &token(), level, loosest});
+        loosest = level + 1;
+        tightest = kTightest;
+        ++at_;
+        value = unary();
+      } else if (pending.empty()) {
+        return value;
+      } else {
+        Pending left_side = std::move(pending.back());
+        pending.pop_back();
+        loosest = left_side.loosest;
+        tightest = left_side.level;
+        if (!combine(left_side.op->kind, left_side.left, value)) {
+          type_error(*left_side.op);
+          tightest = left_side.level - 1;
+        }
+        value = std::move(left_side.left);
       }
     }
   }
@@ -193,7 +215,7 @@ class Evaluator {
     switch (op) {
       case Kind::kPlus:
       case Kind::kMinus:
-        if (both(kIniString, left, right)) {
+        if (both_are(kIniString, left, right)) {
           *left.text += *right.text;
           charge(*left.text);
           return true;
@@ -210,12 +232,12 @@ class Evaluator {
       case Kind::kGreater:
       case Kind::kGreaterEqual:
         if (!is_number(left) || !is_number(right)) return false;
-        left.integer = both(kIniInteger, left, right) ? compare(op, left.integer, right.integer)
-                                                      : compare(op, as_double(left), as_double(right));
+        left.integer = both_are(kIniInteger, left, right) ? compare(op, left.integer, right.integer)
+                                                          : compare(op, as_double(left), as_double(right));
         left.type = kIniInteger;
         return true;
       default:
-        if (!both(kIniInteger, left, right)) return false;
+        if (!both_are(kIniInteger, left, right)) return false;
         left.integer = integer_arithmetic(op, left.integer, right.integer);
         return true;
     }
@@ -224,7 +246,7 @@ class Evaluator {
   bool arithmetic(Kind op, ini_value& left, const ini_value& right) {
     if (!is_number(left) || !is_number(right)) return false;
     const bool divides = op == Kind::kDivide || op == Kind::kModulo;
-    if (both(kIniInteger, left, right)) {
+    if (both_are(kIniInteger, left, right)) {
       if (divides && right.integer == 0) {
         report("ERROR: Divided by zero in {}.\n", line());
       } else {
@@ -266,7 +288,7 @@ class Evaluator {
     if (value.type == kIniString || (value.type == kIniFloat && op.kind == Kind::kComplement)) {
       type_error(op);
     } else if (op.kind == Kind::kMinus) {
-      value.integer = wrapped(0 - static_cast<std::uint64_t>(value.integer));
+      value.integer = integer_arithmetic(Kind::kMinus, 0, value.integer);
       value.real = -value.real;
     } else if (op.kind == Kind::kComplement) {
       value.integer = ~value.integer;

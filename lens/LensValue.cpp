@@ -31,7 +31,7 @@ bool compare_as(Kind op, Number a, Number b) {
 
 bool is_number(const ini_value& value) { return value.type == kIniInteger || value.type == kIniFloat; }
 
-bool both(std::int32_t type, const ini_value& a, const ini_value& b) {
+bool both_are(std::int32_t type, const ini_value& a, const ini_value& b) {
   return a.type == type && b.type == type;
 }
 

@@ -20,7 +20,7 @@ struct ini_value {
 };
 
 bool is_number(const ini_value& value);
-bool both(std::int32_t type, const ini_value& a, const ini_value& b);
+bool both_are(std::int32_t type, const ini_value& a, const ini_value& b);
 
 // Whether a condition of that value takes the first branch: a number other than zero, a string with text.
 bool is_true(const ini_value& value);

@@ -4,6 +4,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
+#include <initializer_list>
 
 namespace twintrue {
 namespace {
@@ -21,6 +22,9 @@ constexpr double kMaxTableSize = 67108864.0;
 constexpr double kStepRatio = 0.010000000000000002;
 constexpr double kSolverTolerance = 1e-14;
 constexpr int kMaxSolverSteps = 10000;
+
+// Largest frame that a lens file may describe, pixels each way.
+constexpr std::int32_t kMaxFrameLength = 65536;
 
 using Matrix3 = std::array<double, 9>;
 
@@ -72,6 +76,27 @@ double solve_inverse(const LensDistortion& distortion, double y, double smallest
   }
   return x;
 }
+
+bool is_finite(double number) { return std::isfinite(number); }
+
+template <std::size_t N>
+bool all_finite(const std::array<double, N>& numbers) {
+  return std::all_of(numbers.begin(), numbers.end(), is_finite);
+}
+
+bool all_finite(std::initializer_list<double> numbers) {
+  return std::all_of(numbers.begin(), numbers.end(), is_finite);
+}
+
+bool eye_is_usable(const EyeModel& eye) {
+  return (eye.distortion.kind == 1 || eye.distortion.kind == 2) && all_finite(eye.distortion.coeff) &&
+         all_finite(eye.position) && all_finite(eye.translate) && all_finite(eye.rotation) &&
+         all_finite({eye.lambda, eye.psi, eye.roll, eye.shift_x, eye.shift_y, eye.scale, 1.0 / eye.scale,
+                     eye.center_x, eye.center_y, eye.fov_degrees, eye.magnify_v, eye.magnify_h, eye.offset_x,
+                     eye.offset_y});
+}
+
+bool is_frame_length(std::int32_t length) { return length > 0 && length <= kMaxFrameLength; }
 
 bool same_curve(const LensDistortion& a, const LensDistortion& b) {
   return a.kind == b.kind && a.precision_bit == b.precision_bit && a.lut_max == b.lut_max &&
@@ -295,6 +320,15 @@ void rig_apply_pose(RigState& rig_state, const CalibResult& pose) {
   eye_update_rotation(right);
   rig_update_positions(rig_state.current);
   rig_state.pose = pose;
+}
+
+bool rig_is_usable(const RigState& rig_state) {
+  const RigModel& rig = rig_state.current;
+  return is_frame_length(rig_state.frame_width) && is_frame_length(rig_state.frame_height) &&
+         is_frame_length(rig.input_width) && is_frame_length(rig.input_height) &&
+         all_finite({rig.baseline, rig.sensor_pitch, rig.circle_distance, rig.circle_radius,
+                     rig_state.circle_radius_px}) &&
+         eye_is_usable(rig.left) && eye_is_usable(rig.right);
 }
 
 }  // namespace twintrue

@@ -173,4 +173,8 @@ void rig_update_positions(RigModel& rig);
 // eyes were never filled.
 void rig_apply_pose(RigState& rig_state, const CalibResult& pose);
 
+// Whether a run can work with what load_lens_description() made of a file: both eyes filled, a frame of 1 to
+// 65536 pixels each way, and every number that the projection takes finite.
+bool rig_is_usable(const RigState& rig_state);
+
 }  // namespace twintrue
