@@ -57,9 +57,11 @@ bool param_read_double_scaled(const ParamNode& node, double* out, double scale, 
 // A row of 20 values, one a level, from a key that holds one value or a list.
 inline constexpr int kParamLevels = 20;
 // List: its elements, then the first one again (hold_last, doubles only: the last one); an element that does
-// not parse is 0. No list: broadcast kAlways copies entry 0, read or not, to all; kIfGiven only if it was read.
+// not parse is 0. No list: broadcast kAlways copies entry 0, read or not, to all; kIfGiven only if it was
+// read.
 enum class Broadcast { kAlways = 0, kIfGiven = 1 };
-void param_read_int_levels(const ParamNode& parent, const std::string& key, std::int32_t* out, Broadcast mode);
+void param_read_int_levels(const ParamNode& parent, const std::string& key, std::int32_t* out,
+                           Broadcast mode);
 void param_read_double_levels(const ParamNode& parent, const std::string& key, double* out, Broadcast mode,
                               bool hold_last);
 
