@@ -93,7 +93,7 @@ std::vector<RayMatch> accepted_matches(const fpu::MatchSet& set) {
   std::vector<RayMatch> accepted;
   for (std::size_t at = 0; at < words.size(); at += kRecordBytes) {
     RayMatch match;
-    std::memcpy(&match, &words[at], kRecordBytes);
+    std::memcpy(static_cast<void*>(&match), &words[at], kRecordBytes);
     if (match.accepted != 0) accepted.push_back(match);
   }
   return accepted;
