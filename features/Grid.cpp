@@ -55,7 +55,8 @@ bool lay_axis(const twintrue::ParamNode& section, const char* count_key, const c
   return true;
 }
 
-// A text that is one integer and nothing else; blanks may stand before it, as inline lists keep them.
+// A text that is one integer and nothing else; blanks may stand before it, as inline lists keep them. Any other
+// text leaves `out` as it is.
 bool parse_whole_int(const std::string& text, std::int32_t& out) {
   const char* first = text.data();
   const char* const last = first + text.size();
@@ -64,8 +65,11 @@ bool parse_whole_int(const std::string& text, std::int32_t& out) {
     ++first;
     if (first != last && *first == '-') return false;
   }
-  const auto [end, error] = std::from_chars(first, last, out);
-  return error == std::errc{} && end == last;
+  std::int32_t value = 0;
+  const auto [end, error] = std::from_chars(first, last, value);
+  if (error != std::errc{} || end != last) return false;
+  out = value;
+  return true;
 }
 
 void read_excluded_rect(const twintrue::ParamNode& section, ExcludedRect& rect) {
