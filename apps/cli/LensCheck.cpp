@@ -1,0 +1,85 @@
+#include "apps/cli/LensCheck.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <optional>
+
+#include "apps/cli/ChatterCapture.h"
+#include "apps/cli/InputFile.h"
+#include "apps/cli/Problem.h"
+#include "lens/LensParameters.h"
+
+namespace twintrue::cli {
+namespace {
+
+constexpr std::size_t kLargestLens = std::size_t{64} << 20;
+constexpr std::size_t kMostQuoted =
+    2000;  // bytes of the reader's messages; a broken file may cause thousands
+
+struct LensReading {
+  std::optional<LensFacts> facts;
+  std::string messages;
+};
+
+LensReading read_lens(const std::string& path) {
+  LensReading reading;
+  ChatterCapture chatter(ChatterCapture::Streams::kOutputAndErrors);
+  std::string thrown;
+  try {
+    RigState rig;
+    if (load_lens_description(rig, path, "OPTRA") != 0 && rig_is_usable(rig)) {
+      reading.facts = LensFacts{rig.frame_width, rig.frame_height, rig.half_width, rig.circle_radius_px};
+    }
+  } catch (const std::exception& error) {
+    thrown = error.what();
+  }
+  reading.messages = chatter.finish() + thrown;
+  return reading;
+}
+
+std::string quoted(std::string messages) {
+  while (!messages.empty() && (messages.back() == '\n' || messages.back() == ' ')) messages.pop_back();
+  if (messages.size() > kMostQuoted) messages = messages.substr(0, kMostQuoted) + "\n...";
+  return messages;
+}
+
+}  // namespace
+
+LensFacts check_lens(const std::string& path) {
+  // Nothing larger can be a lens file, and reading it would only fill the memory.
+  read_text_file({"LENS", path}, kLargestLens);
+  const LensReading reading = read_lens(path);
+  if (reading.facts) return *reading.facts;
+  const std::string messages = quoted(reading.messages);
+  throw Failure(
+      ExitCode::kFileUnusable,
+      Problem{fmt::format("LENS: {}", path),
+              messages.empty() ? "no lens: a section [OPTRA] with a version that is known is missing"
+                               : fmt::format("no usable lens. The reader said:\n{}", messages),
+              "a lens file with a section [OPTRA] and\n"
+              "format_version = \"1.0\"; (or version = 2.31;), a frame size and the lens's numbers",
+              "correct the lines named above, or take the lens file that came with the lens"});
+}
+
+void check_frame_size(const LensFacts& lens, const std::string& lens_path, std::uint32_t width,
+                      std::uint32_t height) {
+  if (width >= static_cast<std::uint32_t>(lens.frame_width) &&
+      height >= static_cast<std::uint32_t>(lens.frame_height)) {
+    return;
+  }
+  throw Failure(
+      ExitCode::kFileUnusable,
+      Problem{fmt::format("LENS: {}", lens_path),
+              fmt::format("a frame of {} x {} pixels, smaller than the lens file says", width, height),
+              fmt::format("at least {} x {} pixels", lens.frame_width, lens.frame_height),
+              "give the frame as captured, not scaled or cut, or the lens file for this frame size"});
+}
+
+bool is_whole_lens(const std::string& path, const LensFacts& original) {
+  const LensReading reading = read_lens(path);
+  return reading.facts && reading.facts->frame_width == original.frame_width &&
+         reading.facts->frame_height == original.frame_height;
+}
+
+}  // namespace twintrue::cli

@@ -1,0 +1,115 @@
+#include <fmt/format.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <numbers>
+
+#include "apps/cli/RunReport.h"
+
+namespace twintrue::cli {
+namespace {
+
+// Insertion order, so that a person finds the fields where the table has them.
+using Json = nlohmann::ordered_json;
+
+constexpr double kDegreesPerRadian = 180.0 / std::numbers::pi;
+
+Json head(ExitCode code, const char* outcome) {
+  Json json;
+  json["schema"] = kJsonSchema;
+  json["program"] = "twintrue";
+  json["version"] = TWINTRUE_VERSION;
+  json["outcome"] = outcome;
+  json["exit_code"] = static_cast<int>(code);
+  return json;
+}
+
+const char* outcome_of(ExitCode code) {
+  switch (code) {
+    case ExitCode::kCalibrated:
+      return "calibrated";
+    case ExitCode::kTooFewMatches:
+      return "too_few_matches";
+    case ExitCode::kQualityFailed:
+      return "quality_failed";
+    default:
+      return "error";
+  }
+}
+
+// JSON knows neither infinity nor what is no number.
+Json number(double value) { return std::isfinite(value) ? Json(value) : Json(nullptr); }
+
+Json eye(double pan, double tilt, double roll, double offset_x, double offset_y) {
+  Json json;
+  json["pan_rad"] = number(pan);
+  json["tilt_rad"] = number(tilt);
+  json["roll_rad"] = number(roll);
+  json["pan_deg"] = number(pan * kDegreesPerRadian);
+  json["tilt_deg"] = number(tilt * kDegreesPerRadian);
+  json["roll_deg"] = number(roll * kDegreesPerRadian);
+  json["offset_x_px"] = number(offset_x);
+  json["offset_y_px"] = number(offset_y);
+  return json;
+}
+
+Json measure(const Measure& measure) {
+  Json json;
+  json["value"] = measure.value ? number(*measure.value) : Json(nullptr);
+  switch (measure.rule) {
+    case Measure::Rule::kAtLeast:
+      json["at_least"] = number(measure.threshold);
+      break;
+    case Measure::Rule::kBelow:
+      json["below"] = number(measure.threshold);
+      break;
+    case Measure::Rule::kNone:
+      break;
+  }
+  const std::optional<bool> passed = measure.passed();
+  json["passed"] = passed ? Json(*passed) : Json(nullptr);
+  return json;
+}
+
+// File names need not be UTF-8: what is not becomes a replacement character.
+std::string dump(const Json& json) {
+  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
+std::string format_json(const RunReport& report) {
+  const ExitCode code = exit_code_of(report);
+  Json json = head(code, outcome_of(code));
+  json["calib_status"] = report.status;
+  json["frame"] = {
+      {"path", report.frame_path}, {"width", report.frame_width}, {"height", report.frame_height}};
+  json["lens"] = report.lens_path;
+  json["settings"] = report.settings_name;
+  json["ignore_thresholds"] = report.ignore_thresholds;
+  const CalibResult& r = report.result;
+  json["corrections"]["right_eye"] =
+      eye(r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y);
+  json["corrections"]["left_eye"] =
+      eye(r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
+  for (const Measure& each : measures_of(report)) json["measures"][each.key] = measure(each);
+  json["grid_cells"] = report.settings.cells;
+  json["out_lens"] = report.out_lens ? Json(*report.out_lens) : Json(nullptr);
+  json["seconds"] = number(report.seconds);
+  json["advice"] = advice_for(report);
+  return dump(json);
+}
+
+std::string format_json(const Failure& failure) {
+  Json json = head(failure.code(), "error");
+  json["problems"] = Json::array();
+  for (const Problem& problem : failure.problems()) {
+    json["problems"].push_back({{"where", problem.where},
+                                {"found", problem.found},
+                                {"expected", problem.expected},
+                                {"to_do", problem.remedy}});
+  }
+  return dump(json);
+}
+
+}  // namespace twintrue::cli

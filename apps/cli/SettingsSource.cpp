@@ -1,0 +1,114 @@
+#include "apps/cli/SettingsSource.h"
+
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "apps/cli/InputFile.h"
+#include "apps/cli/Preset.h"
+#include "apps/cli/Problem.h"
+
+namespace twintrue::cli {
+namespace {
+
+constexpr std::size_t kLargestSettings = std::size_t{64} << 20;  // as the reader of the library has it
+
+// The line up to a comment; a # within double quotes is text.
+std::string_view without_comment(std::string_view line) {
+  bool quoted = false;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    if (line[i] == '"' && (i == 0 || line[i - 1] != '\\')) quoted = !quoted;
+    if (line[i] == '#' && !quoted) return line.substr(0, i);
+  }
+  return line;
+}
+
+std::string_view key_text(std::string_view text) {
+  const std::size_t last = text.find_last_not_of(" \t");
+  text = text.substr(0, last == std::string_view::npos ? 0 : last + 1);
+  if (text.size() >= 2 && text.front() == '"' && text.back() == '"') text = text.substr(1, text.size() - 2);
+  return text;
+}
+
+}  // namespace
+
+KeyLines::KeyLines(const std::string& text) {
+  std::vector<std::size_t> indents;
+  std::vector<std::string> path;
+  std::string_view rest = text;
+  for (int number = 1; !rest.empty(); ++number) {
+    const std::size_t end = rest.find('\n');
+    const std::string_view line = without_comment(rest.substr(0, end));
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    const std::size_t indent = line.find_first_not_of(' ');
+    if (indent == std::string_view::npos || line[indent] == '-') continue;
+    const std::size_t colon = line.find(':', indent);
+    if (colon == std::string_view::npos) continue;
+    while (!indents.empty() && indents.back() >= indent) {
+      indents.pop_back();
+      path.pop_back();
+    }
+    indents.push_back(indent);
+    path.emplace_back(key_text(line.substr(indent, colon - indent)));
+    lines_[path] = number;
+  }
+}
+
+std::optional<int> KeyLines::line_of(const std::vector<std::string>& path) const {
+  const auto found = lines_.find(path);
+  if (found == lines_.end()) return std::nullopt;
+  return found->second;
+}
+
+SettingsSource::SettingsSource(const std::optional<std::string>& params) {
+  if (!params) {
+    name_ = "built-in preset";
+    hold_text(default_preset());
+    return;
+  }
+  std::error_code error;
+  const bool exists = std::filesystem::exists(*params, error);
+  if (!exists && params->find('\n') != std::string::npos) {
+    name_ = "PARAMS text";
+    hold_text(*params);
+    return;
+  }
+  name_ = *params;
+  path_ = *params;
+  is_file_ = true;
+  lines_ = std::make_unique<KeyLines>(read_text_file({"PARAMS", *params}, kLargestSettings));
+}
+
+SettingsSource::~SettingsSource() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+std::string SettingsSource::at_line(std::optional<int> line) const {
+  return line ? fmt::format("{}:{}", name_, *line) : name_;
+}
+
+void SettingsSource::hold_text(const std::string& text) {
+  lines_ = std::make_unique<KeyLines>(text);
+  descriptor_ = memfd_create("twintrue-settings", MFD_CLOEXEC);
+  bool good = descriptor_ >= 0;
+  for (std::size_t done = 0; good && done < text.size();) {
+    const ssize_t count = ::write(descriptor_, text.data() + done, text.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    good = count > 0;
+    if (good) done += static_cast<std::size_t>(count);
+  }
+  path_ = fmt::format("/proc/self/fd/{}", descriptor_);
+  if (good && access(path_.c_str(), R_OK) == 0) return;
+  const std::string reason = std::generic_category().message(errno);
+  if (descriptor_ >= 0) close(descriptor_);
+  throw Failure(ExitCode::kOther,
+                Problem{name_, fmt::format("the settings can't be handed on: {}", reason), "a mounted /proc",
+                        "write the settings to a file and name it with --params"});
+}
+
+}  // namespace twintrue::cli
