@@ -1,0 +1,246 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "FeatureTestSupport.h"
+#include "features/RENO_Impl.h"
+
+namespace {
+
+using testing_support::grid_of;
+using testing_support::live_records;
+using testing_support::pixels_of;
+using testing_support::store_for;
+
+constexpr std::int32_t kCols = 120;
+constexpr std::int32_t kRows = 100;
+
+void configure(fpu::RENO_Impl& detector, const std::string& keys) {
+  auto document = testing_support::document_of("RENO:\n  det_type: 6\n  filter_type: 14\n" + keys);
+  testing::internal::CaptureStdout();
+  detector.read(twintrue::param_root_child(document, "RENO"));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n");
+}
+
+fpu::Grid test_grid() { return grid_of(16, 15, 17, 23, 5, 3, 12); }
+
+struct Outcome {
+  fpu::KeyPointStore store;
+  cve::XMat_<unsigned char> descriptors;
+};
+
+Outcome run(fpu::RENO_Impl& detector, const cve::XMat& image, const fpu::Grid& grid) {
+  Outcome outcome{store_for(grid), {}};
+  detector.detect(1, image, outcome.store);
+  detector.compute(1, outcome.store, outcome.descriptors);
+  return outcome;
+}
+
+bool same_records(const fpu::KeyPointStore& a, const fpu::KeyPointStore& b) {
+  const auto left = live_records(a);
+  const auto right = live_records(b);
+  static_assert(sizeof(fpu::KeyPointRecord) == 24);
+  return a.count == b.count && a.cellCounts == b.cellCounts && left.size() == right.size() &&
+         std::memcmp(left.data(), right.data(), left.size() * sizeof(fpu::KeyPointRecord)) == 0;
+}
+
+TEST(RENOTest, SameForEveryThreadCountAndEveryRun) {
+  for (const char* keys : {"", "  refining: 0\n  desc_gaus_size: 0\n  filter_mode: 2\n",
+                           "  refining: 2\n  desc_gaus_size: 205\n  filter_mode: 6\n  gamma_mode: 1\n"}) {
+    SCOPED_TRACE(keys);
+    const fpu::Grid grid = test_grid();
+    const cve::XMat_<float> image = testing_support::random_light(kCols, kRows, 1, 9);
+    fpu::RENO_Impl detector;
+    configure(detector, keys);
+    ASSERT_TRUE(detector.usable(kCols, kRows));
+    const Outcome first = run(detector, image, grid);
+    EXPECT_GT(live_records(first.store).size(), 20u);
+    for (const int threads : {1, 2, 7}) {
+      const testing_support::ScopedThreads scoped(threads);
+      const Outcome again = run(detector, image, grid);
+      EXPECT_TRUE(same_records(first.store, again.store)) << threads;
+      EXPECT_EQ(pixels_of(first.descriptors), pixels_of(again.descriptors)) << threads;
+    }
+    // Describing once more doesn't smooth once more.
+    Outcome twice = run(detector, image, grid);
+    detector.compute(1, twice.store, twice.descriptors);
+    EXPECT_EQ(pixels_of(first.descriptors), pixels_of(twice.descriptors));
+  }
+}
+
+TEST(RENOTest, RefiningMovesKeepsOrDrops) {
+  const fpu::Grid grid = test_grid();
+  const cve::XMat_<float> image = testing_support::random_light(kCols, kRows, 1);
+  const auto found = [&](const char* keys) {
+    fpu::RENO_Impl detector;
+    configure(detector, keys);
+    return run(detector, image, grid);
+  };
+  const Outcome whole = found("  refining: 0\n");
+  const Outcome kept = found("  refining: 3\n");
+  const Outcome dropped = found("  refining: 1\n");
+  const auto before = live_records(whole.store);
+  const auto after = live_records(kept.store);
+  ASSERT_EQ(before.size(), after.size());
+  std::vector<std::int32_t> refined;
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    EXPECT_EQ(before[i].refined, 1);
+    EXPECT_EQ(before[i].x, std::trunc(before[i].x));
+    if (after[i].refined == 0) {
+      EXPECT_EQ(after[i].x, before[i].x);
+      EXPECT_EQ(after[i].y, before[i].y);
+    } else {
+      EXPECT_LE(std::fabs(after[i].x - before[i].x), 0.5f);
+      refined.push_back(after[i].index);
+    }
+  }
+  std::vector<std::int32_t> live;
+  for (const auto& record : live_records(dropped.store)) live.push_back(record.index);
+  EXPECT_EQ(live, refined);
+  EXPECT_LT(refined.size(), before.size());
+
+  // Indices and rows are those before the drop; rows of dropped points stay empty.
+  EXPECT_EQ(dropped.store.count, whole.store.count);
+  EXPECT_EQ(dropped.descriptors.rows, whole.store.count);
+  for (std::int32_t row = 0; row < dropped.descriptors.rows; ++row) {
+    const unsigned char* bytes = dropped.descriptors.row(row);
+    const bool empty =
+        std::all_of(bytes, bytes + dropped.descriptors.cols, [](unsigned char b) { return b == 0; });
+    EXPECT_EQ(empty, std::find(live.begin(), live.end(), row) == live.end()) << row;
+  }
+}
+
+// The chain of the settings on the unsmoothed working image, looked up point by point.
+TEST(RENOTest, DescribesTheWorkingImage) {
+  const fpu::Grid grid = test_grid();
+  fpu::RENO_Impl detector;
+  configure(detector, "  desc_gaus_size: 0\n  desc_bits: 72\n  refining: 2\n");
+  const Outcome outcome = run(detector, testing_support::random_light(kCols, kRows, 1), grid);
+  ASSERT_EQ(outcome.descriptors.cols, 9);
+  const auto chain = fpu::selectPattern(detector.candidates(), detector.settings());
+  fpu::LevelImages levels;
+  detector.levelImages(levels);
+  const cve::XMat_<unsigned char> working = levels.levelImage(0);
+  for (const auto& record : live_records(outcome.store)) {
+    for (int bit = 0; bit < 72; ++bit) {
+      const auto pixel = [&](int i) {
+        const fpu::PatternPoint& p = chain[static_cast<std::size_t>(i)];
+        return working.at(std::lround(record.y) + p.y, std::lround(record.x) + p.x);
+      };
+      const int stored = outcome.descriptors.at(record.index, bit / 8) >> (bit % 8) & 1;
+      ASSERT_EQ(stored, pixel(bit) <= pixel(bit + 1) ? 1 : 0);
+    }
+  }
+}
+
+TEST(RENOTest, BytesAndTheirLightGiveTheSameKeypoints) {
+  const fpu::Grid grid = test_grid();
+  const cve::XMat_<unsigned char> bytes = testing_support::random_bytes(kCols, kRows, 6);
+  cve::XMat_<float> light;
+  light.create(kRows, kCols);
+  for (std::int32_t y = 0; y < kRows; ++y) {
+    for (std::int32_t x = 0; x < kCols; ++x) {
+      light.at(y, x) = std::pow(static_cast<float>(bytes.at(y, x)) * 0.003921569f, 2.2f);
+    }
+  }
+  fpu::RENO_Impl detector;
+  configure(detector, "  refining: 0\n");
+  const Outcome from_bytes = run(detector, bytes, grid);
+  const Outcome from_light = run(detector, light, grid);
+  EXPECT_GT(from_light.store.count, 20);
+  EXPECT_TRUE(same_records(from_bytes.store, from_light.store));
+  EXPECT_EQ(pixels_of(from_bytes.descriptors), pixels_of(from_light.descriptors));
+
+  // The 12-bit path works on bytes alone and pads by the larger of edgeThreshold and the (turned) patch.
+  fpu::RENO_Impl pyramid;
+  configure(pyramid, "  refining: 0\n  lpf_bit: 12\n  filter_type: -1\n  patchSize: 25\n  rotating: 1\n");
+  const Outcome filtered = run(pyramid, bytes, grid);
+  EXPECT_EQ(live_records(filtered.store).size(), static_cast<std::size_t>(filtered.store.count));
+  fpu::LevelImages levels;
+  pyramid.levelImages(levels);
+  EXPECT_TRUE(levels.external);
+  // Described from a smoothed copy; the padded level itself is ceil(12 * sqrt(2)) + 1 wide on each side.
+  fpu::KeyPointStore store = store_for(grid);
+  pyramid.detect(0, bytes, store);
+  pyramid.levelImages(levels);
+  EXPECT_EQ(levels.images[0].stride, kCols + 2 * 18);
+}
+
+TEST(RENOTest, WithoutKeypointsOrPixelsNothingIsMade) {
+  const fpu::Grid grid = test_grid();
+  const cve::XMat_<float> image = testing_support::random_light(kCols, kRows, 1);
+  fpu::RENO_Impl detector;
+  configure(detector, "");
+  Outcome outcome = run(detector, image, grid);
+  const Outcome before = outcome;
+  detector.detect(1, cve::XMat(), outcome.store);
+  EXPECT_TRUE(same_records(before.store, outcome.store));
+
+  fpu::RENO_Impl idle;
+  configure(idle, "  det_type: 0\n");
+  idle.detect(1, image, outcome.store);
+  EXPECT_TRUE(same_records(before.store, outcome.store));
+
+  fpu::RENO_Impl picky;
+  configure(picky, "  res_th: 1e9\n");
+  outcome.descriptors.create(3, 3);
+  picky.detect(1, image, outcome.store);
+  EXPECT_EQ(outcome.store.count, 0);
+  picky.compute(1, outcome.store, outcome.descriptors);
+  EXPECT_EQ(outcome.descriptors.data, nullptr);
+}
+
+// A grid that reaches the rim of the image would have the derivatives read outside it.
+TEST(RENOTest, AGridAtTheRimFindsNothing) {
+  const cve::XMat_<float> image = testing_support::random_light(60, 60, 1);
+  for (const fpu::Grid& grid :
+       {grid_of(2, 10, 10, 10, 2, 2, 5), grid_of(10, 10, 50, 10, 1, 1, 5), grid_of(10, 10, 10, 10, 2, 5, 5),
+        grid_of(10, 10, 10, 10, 0, 0, 5), grid_of(-4, 10, 20, 20, 1, 1, 5)}) {
+    fpu::RENO_Impl detector;
+    configure(detector, "");
+    EXPECT_EQ(run(detector, image, grid).store.count, 0);
+  }
+}
+
+TEST(RENODeathTest, SettingsThatCantBeCarriedOutAbort) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const fpu::Grid grid = test_grid();
+  const cve::XMat_<float> light = testing_support::random_light(kCols, kRows, 1);
+  const struct {
+    const char* keys;
+    const cve::XMat* image;
+    std::int32_t slot;
+  } cases[] = {
+      {"  det_type: 8\n", &light, 1}, {"  lpf_bit: 1\n", &light, 1},         {"  wta_k: 2\n", &light, 1},
+      {"  wta_k: 3\n", &light, 1},    {"  desc_image_mode: 1\n", &light, 1},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.keys);
+    EXPECT_EXIT(
+        {
+          fpu::RENO_Impl detector;
+          configure(detector, test.keys);
+          run(detector, *test.image, grid);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+  }
+  EXPECT_EXIT(
+      {
+        fpu::RENO_Impl detector;
+        configure(detector, "");
+        cve::XMat_<double> other;
+        other.create(kRows, kCols);
+        run(detector, other, grid);
+      },
+      testing::KilledBySignal(SIGABRT), "");
+  EXPECT_EXIT(
+      {
+        fpu::RENO_Impl detector;
+        configure(detector, "  rnd_mode: 7\n");
+        run(detector, light, grid);
+      },
+      testing::ExitedWithCode(1), "mode number 7 is invalid!\n");
+}
+
+}  // namespace

@@ -1,0 +1,127 @@
+#include "features/SubPixel.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "FeatureTestSupport.h"
+
+namespace {
+
+using fpu::KeyPointRecord;
+
+// On samples of a parabola the step finds the true extremum, or refuses one that lies half a pixel away or
+// further, and a saddle or an edge.
+TEST(SubPixelTest, FindsTheTopOfAParabola) {
+  const struct {
+    float top_x, top_y;
+    float xx, xy, yy;  // second derivatives
+    bool refined;
+  } cases[] = {
+      {0.25f, -0.375f, -4, 0, -2, true}, {-0.45f, 0.45f, -4, 1, -2, true}, {0.0f, 0.0f, -4, 1, -2, true},
+      {0.1f, 0.2f, 4, -1, 2, true},  // a minimum is an extremum too
+      {0.5f, 0.0f, -4, 0, -2, false},    {0.0f, -0.6f, -4, 0, -2, false},  {0.25f, 0.25f, 4, 0, -2, false},
+      {0.0f, 0.0f, -4, 0, 0, false},     {0.0f, 0.0f, 0, 0, 0, false},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(testing::Message() << test.top_x << ' ' << test.top_y);
+    float samples[7 * 5];
+    for (int y = 0; y < 5; ++y) {
+      for (int x = 0; x < 7; ++x) {
+        const float u = static_cast<float>(x - 3) - test.top_x;
+        const float v = static_cast<float>(y - 2) - test.top_y;
+        samples[y * 7 + x] = 100 + 0.5f * test.xx * u * u + test.xy * u * v + 0.5f * test.yy * v * v;
+      }
+    }
+    float px = 3.0f;
+    float py = 2.0f;
+    ASSERT_EQ(fpu::refine_point(samples, 7, px, py), test.refined);
+    // The samples stand near 100, with 1e-5 to their last digit.
+    EXPECT_NEAR(px, test.refined ? 3.0f + test.top_x : 3.0f, 1e-4f);
+    EXPECT_NEAR(py, test.refined ? 2.0f + test.top_y : 2.0f, 1e-4f);
+  }
+}
+
+// The step by its formulas, on samples that are looked up in flat memory.
+bool reference(const std::vector<float>& flat, int origin, int pitch, float& x, float& y) {
+  const auto at = [&](int dx, int dy) {
+    const int ix = static_cast<int>(x);
+    const int iy = static_cast<int>(y);
+    return flat[static_cast<std::size_t>(origin + (iy + dy) * pitch + ix + dx)];
+  };
+  const float c = at(0, 0), l = at(-1, 0), r = at(1, 0), u = at(0, -1), d = at(0, 1);
+  const float ul = at(-1, -1), ur = at(1, -1), dl = at(-1, 1), dr = at(1, 1);
+  const float dx = (r - l) * 0.5f;
+  const float dy = (d - u) * 0.5f;
+  const float dxx = l + r - 2 * c;
+  const float dyy = u + d - 2 * c;
+  const float t = ul + dr - ur - dl;
+  const float dxy = t * 0.25f;
+  const float den = dyy * dxx - t * t * 0.0625f;
+  if (den < 0.0000001f) return false;
+  const float ox = (dxy * dy - dyy * dx) * (1.0f / den);
+  const float oy = (dxy * dx - dxx * dy) * (1.0f / den);
+  if (std::abs(ox) >= 0.5f || std::abs(oy) >= 0.5f) return false;
+  x += ox;
+  y += oy;
+  return true;
+}
+
+// A determinant image with its margin, every pixel of the area a keypoint: samples drift by two columns a row
+// and reach into the rim.
+TEST(SubPixelTest, ReadsByTheWidthOfTheImageWithoutItsMargin) {
+  const fpu::Grid grid = testing_support::grid_of(15, 12, 6, 5, 3, 2, 30);
+  const int cols = grid.areaWidth();
+  const int rows = grid.areaHeight();
+  std::mt19937 engine(6);
+  auto det = cve::createWithMargin<float>({cols, rows}, 1);
+  for (float& value : *det.owner) value = static_cast<float>(engine() % 2001) - 1000.0f;
+
+  fpu::KeyPointStore filled = testing_support::store_for(grid);
+  for (std::int32_t c = 0; c < grid.numCells(); ++c) {
+    for (std::int32_t slot = 0; slot < 30; ++slot) {
+      KeyPointRecord& record = filled.records[static_cast<std::size_t>(c * 30 + slot)];
+      record.x = static_cast<float>(15 + c % 3 * 6 + slot % 6);
+      record.y = static_cast<float>(12 + c / 3 * 5 + slot / 6);
+      record.cell = c;
+      record.index = c * 30 + slot;
+    }
+    filled.cellCounts[static_cast<std::size_t>(c)] = 30 - c;
+  }
+
+  for (const bool drop : {false, true}) {
+    for (const int threads : {1, 2, 7}) {
+      SCOPED_TRACE(testing::Message() << drop << ' ' << threads);
+      const testing_support::ScopedThreads scoped(threads);
+      fpu::KeyPointStore store = filled;
+      store.count = 777;
+      fpu::refineKeypoints(det, drop, store);
+      int dropped = 0;
+      for (std::int32_t c = 0; c < grid.numCells(); ++c) {
+        const auto* tested = &store.records[static_cast<std::size_t>(c * 30)];
+        std::int32_t live = 0;
+        for (std::int32_t slot = 0; slot < 30 - c; ++slot) {
+          const KeyPointRecord& before = filled.records[static_cast<std::size_t>(c * 30 + slot)];
+          float x = before.x - 15.0f;
+          float y = before.y - 12.0f;
+          const bool refined = reference(*det.owner, cols + 2 + 1, cols, x, y);
+          if (!refined && drop) {
+            ++dropped;
+            continue;
+          }
+          ASSERT_EQ(tested[live].index, before.index);
+          ASSERT_EQ(tested[live].refined, refined ? 1 : 0);
+          ASSERT_EQ(tested[live].x, x + 15.0f);
+          ASSERT_EQ(tested[live].y, y + 12.0f);
+          ++live;
+        }
+        ASSERT_EQ(store.cellCounts[static_cast<std::size_t>(c)], live);
+      }
+      EXPECT_EQ(store.count, 777);
+      EXPECT_EQ(dropped > 0, drop);
+      EXPECT_LT(dropped, 165);
+    }
+  }
+}
+
+}  // namespace
