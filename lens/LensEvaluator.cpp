@@ -138,15 +138,21 @@ class Evaluator {
   ini_value assignment() {
     const Level level(depth_);
     if (level.too_deep()) return {};
-    const std::optional<Name> target = name();
-    if (!target || tokens_[target->behind].kind != Kind::kAssign) return conditional();
-    at_ = target->behind + 1;
-    ini_value value = assignment();
-    ini_item& item = *target->item;
-    item.type = value.type;
-    item.used = 0;
-    item.value = value_text(value, 30);
-    charge(item.value);
+    std::vector<ini_item*> targets;
+    for (std::optional<Name> target = name(); target && tokens_[target->behind].kind == Kind::kAssign;
+         target = name()) {
+      targets.push_back(target->item);
+      at_ = target->behind + 1;
+    }
+    ini_value value = conditional();
+    while (!targets.empty()) {
+      ini_item& item = *targets.back();
+      targets.pop_back();
+      item.type = value.type;
+      item.used = 0;
+      item.value = value_text(value, 30);
+      charge(item.value);
+    }
     return value;
   }
 

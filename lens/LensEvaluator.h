@@ -9,7 +9,7 @@ namespace twintrue {
 // output as they arise.
 //
 // Returns false if the statements made more text than a load may; those up to there are executed. Nested
-// deeper than 1000 levels (parentheses, calls, assignments, branches of ?:), an expression reads nothing.
+// deeper than 1000 levels (parentheses, calls, branches of ?:), an expression reads nothing.
 // Throws std::bad_alloc.
 bool evaluate_tokens(ini_store& store, const ini_token_list& tokens);
 
