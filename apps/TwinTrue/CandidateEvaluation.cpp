@@ -1,10 +1,17 @@
 #include "apps/TwinTrue/CandidateEvaluation.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <exception>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <utility>
 
 #include <fmt/format.h>
+
+#include "apps/TwinTrue/SweepScorer.h"
 
 namespace twintrue {
 namespace {
@@ -12,6 +19,98 @@ namespace {
 // Candidates that are scored between two offers to the list: enough to keep all threads busy, few enough to
 // hold.
 constexpr std::size_t kBatch = 1 << 16;
+// Rays that a batch may keep ready.
+constexpr std::size_t kRayBytes = std::size_t{64} << 20;
+
+// Runs body(i) for i below `count` on all threads, one at a time; the first exception comes out.
+template <typename Body>
+void parallel_each(std::size_t count, const Body& body) {
+  std::exception_ptr failure;
+  const auto n = static_cast<std::int64_t>(count);
+#pragma omp parallel for schedule(dynamic, 1) if (n > 1)
+  for (std::int64_t i = 0; i < n; ++i) {
+    try {
+      body(static_cast<std::size_t>(i));
+    } catch (...) {
+#pragma omp critical(twintrue_level_failure)
+      failure = std::current_exception();
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
+}
+
+// The best scores of a batch so far, and with them what a candidate must reach to be kept.
+class KeptScores {
+ public:
+  KeptScores(std::int32_t kept, double entry)
+      : scores_(static_cast<std::size_t>(kept), entry), least_(entry) {}
+
+  double least() const { return least_.load(std::memory_order_relaxed); }
+  void add(double score) {
+    if (!(score > least())) return;
+    const std::lock_guard lock(mutex_);
+    if (!(score > scores_.back())) return;
+    scores_.back() = score;
+    std::sort(scores_.begin(), scores_.end(), std::greater<>());
+    least_.store(scores_.back(), std::memory_order_relaxed);
+  }
+
+ private:
+  std::vector<double> scores_;  // best first
+  std::atomic<double> least_;
+  std::mutex mutex_;
+};
+
+// Cuts the batch where its poses would need more rays than may be kept; at least one pose stays.
+std::size_t affordable(const std::vector<PoseCandidate>& batch, const SweepScorer& scorer) {
+  std::set<std::pair<double, double>> left, right;
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    left.insert({batch[i].left_offset_x, batch[i].left_offset_y});
+    right.insert({batch[i].right_offset_x, batch[i].right_offset_y});
+    if (i > 0 && (left.size() + right.size()) * scorer.ray_bytes() > kRayBytes) return i;
+  }
+  return batch.size();
+}
+
+PoseCandidate plainly_scored(PoseCandidate candidate, const CalibContext& context, const ScorePass& pass,
+                             const RigState& rig, const std::vector<RayMatch>& matches) {
+  RigState posed = rig;
+  rig_apply_pose(posed, candidate);
+  candidate.sums = score_matches(context, pass, posed, matches);
+  candidate.score = candidate.sums.score_sum;
+  return candidate;
+}
+
+// Scores a batch and offers the list what it may keep.
+void offer_batch(const CalibContext& context, const ScorePass& pass, const RigState& rig,
+                 const std::vector<RayMatch>& matches, SweepScorer& scorer, std::int32_t kept,
+                 std::vector<PoseCandidate>& batch, TopList& top_list) {
+  scorer.prepare(batch);
+  KeptScores best(kept, top_list.entry());
+  // The middle of the grid is where the best was before: with a good score known early, others are left
+  // early.
+  const std::size_t middle = batch.size() / 2;
+  batch[middle].score = scorer.score(batch[middle], best.least());
+  best.add(batch[middle].score);
+  parallel_each(batch.size(), [&](std::size_t i) {
+    if (i == middle) return;
+    batch[i].score = scorer.score(batch[i], best.least());
+    best.add(batch[i].score);
+  });
+
+  // What can't be kept is never offered. Where rounding could decide, the plain form does.
+  const double bound = best.least() - 2.0 * kSweepTolerance * std::abs(best.least());
+  std::erase_if(batch, [&](const PoseCandidate& candidate) { return !(candidate.score >= bound); });
+  const bool undecided = batch.size() > static_cast<std::size_t>(kept);
+  parallel_each(batch.size(), [&](std::size_t i) {
+    if (undecided) {
+      batch[i] = plainly_scored(batch[i], context, pass, rig, matches);
+    } else {
+      batch[i].sums = scorer.sums(batch[i]);
+    }
+  });
+  for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
+}
 
 }  // namespace
 
@@ -98,34 +197,30 @@ std::int64_t evaluate_level(CalibContext& context, const RigState& rig, const st
   build_score_table(context, l, r);
 
   const ScorePass pass = level_pass(context, matches.size(), l, r);
+  SweepScorer scorer(context, pass, rig, matches);
+  const bool swept = SweepScorer::serves(context, pass);
   CandidateGrid::Cursor cursor;
   std::vector<CandidateGrid::Cursor> places;
   std::vector<PoseCandidate> batch;
-  for (bool more = true; more;) {
-    places.clear();
-    more = list.next(cursor, kBatch, places);
-    batch.resize(places.size());
-    std::exception_ptr failure;
-    const auto count = static_cast<std::int64_t>(places.size());
-#pragma omp parallel for schedule(dynamic, 1)
-    for (std::int64_t i = 0; i < count; ++i) {
-      try {
-        const auto at = static_cast<std::size_t>(i);
-        PoseCandidate candidate;
-        list.grid(places[at].grid).pose(places[at].place, &candidate);
-        RigState posed = rig;
-        rig_apply_pose(posed, candidate);
-        candidate.sums = score_matches(context, pass, posed, matches);
-        candidate.score = candidate.sums.score_sum;
-        candidate.sigma = pass.sigma;
-        batch[at] = candidate;
-      } catch (...) {
-#pragma omp critical(twintrue_level_failure)
-        failure = std::current_exception();
-      }
+  while (list.next(cursor, kBatch, places) || !places.empty()) {
+    batch.assign(places.size(), PoseCandidate());
+    for (std::size_t i = 0; i < places.size(); ++i) {
+      list.grid(places[i].grid).pose(places[i].place, &batch[i]);
+      batch[i].sigma = pass.sigma;
     }
-    if (failure) std::rethrow_exception(failure);
-    for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
+    if (swept) {
+      const std::size_t affordable_count = affordable(batch, scorer);
+      if (affordable_count < batch.size()) {
+        cursor = places[affordable_count];
+        batch.resize(affordable_count);
+      }
+      offer_batch(context, pass, rig, matches, scorer, seed_count, batch, top_list);
+    } else {
+      parallel_each(batch.size(),
+                    [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });
+      for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
+    }
+    places.clear();
   }
   seeds = top_list.slots();
   return list.size();

@@ -43,11 +43,11 @@ bool project_into_left(const RigState& rig, const Vec3& point_2, double z, doubl
   return true;
 }
 
+}  // namespace
+
 bool is_even_pixel(float x) {
   return std::isfinite(x) && std::fmod(std::trunc(static_cast<double>(x)), 2.0) == 0.0;
 }
-
-}  // namespace
 
 bool uses_score_table(std::int32_t mode) {
   return mode == 5 || mode == 7 || mode == 11 || mode == 12 || mode == 13;

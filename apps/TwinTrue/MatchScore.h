@@ -69,6 +69,9 @@ double single_side_error(const RigState& rig, bool right_side, const RayMatch& m
 // Score term of an error. Aborts on a mode outside 0 to 13.
 double weight_match_error(const CalibContext& context, double error, double sigma_squared, std::int32_t mode);
 
+// Whether the integer part of a column is even; sweeps may take one eye's error by it. False if not finite.
+bool is_even_pixel(float x);
+
 // True if the weight mode reads the score table.
 bool uses_score_table(std::int32_t mode);
 

@@ -1,0 +1,277 @@
+#include "apps/TwinTrue/SweepKernel.h"
+
+#include <bit>
+#include <limits>
+
+namespace twintrue {
+namespace {
+
+#define TWINTRUE_INLINE [[gnu::always_inline]] inline
+
+constexpr double kHalfPi = 1.5707963267948966;
+constexpr double kQuarterPi = 0.7853981633974483;
+constexpr double kTwoOverPi = 0.6366197723675814;
+constexpr double kTanEighthPi = 0.41421356237309503;
+constexpr double kEpsilon = 2.220446049250313e-16;  // keeps the axis from 0 / 0, as in the projection
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+TWINTRUE_INLINE double absolute(double v) { return v < 0.0 ? -v : v; }
+
+// Angle of the point (x, y) from the x axis, y >= 0. The quotient is turned into [-tan(pi/8), tan(pi/8)],
+// where the series in its square was fitted at Chebyshev nodes to 5e-18 of the quotient.
+TWINTRUE_INLINE double angle_of(double y, double x) {
+  const double ax = absolute(x);
+  const double low = y < ax ? y : ax;
+  const double high = y < ax ? ax : y;
+  const bool turned = low > kTanEighthPi * high;
+  const double q = (turned ? low - high : low) / (turned ? low + high : high);
+  const double z = q * q;
+  double p = -1.91754047111049250e-02;
+  p = p * z + 3.92304477847930863e-02;
+  p = p * z - 5.08540783458948376e-02;
+  p = p * z + 5.85814090486632827e-02;
+  p = p * z - 6.66451052550893625e-02;
+  p = p * z + 7.69218312537689186e-02;
+  p = p * z - 9.09090457530648960e-02;
+  p = p * z + 1.11111110151870182e-01;
+  p = p * z - 1.42857142846656821e-01;
+  p = p * z + 1.99999999999955158e-01;
+  p = p * z - 3.33333333333333315e-01;
+  double a = q + q * z * p;
+  a = turned ? a + kQuarterPi : a;
+  a = y > ax ? kHalfPi - a : a;
+  return x < 0.0 ? 2.0 * kHalfPi - a : a;
+}
+
+struct Point {
+  double x, y, z;
+};
+
+TWINTRUE_INLINE Point turn(const std::array<double, 9>& m, const Point& p) {
+  return {m[0] * p.x + m[1] * p.y + m[2] * p.z, m[3] * p.x + m[4] * p.y + m[5] * p.z,
+          m[6] * p.x + m[7] * p.y + m[8] * p.z};
+}
+
+struct Pixel {
+  double x, y;
+  bool seen;
+};
+
+template <std::uint32_t kKind>
+TWINTRUE_INLINE Pixel project(const SweepEye& eye, const std::array<double, 6>& c, const Point& ray) {
+  const Point r = turn(eye.eye_from_rig, ray);
+  const double xa = r.x + r.z * eye.shift_x - eye.translate[0];
+  const double ya = r.y + r.z * eye.shift_y - eye.translate[1];
+  const double za = r.z - eye.translate[2];
+  const double x2 = xa * xa;
+  const double y2 = ya * ya;
+  const double inverse = 1.0 / __builtin_sqrt(x2 + y2 + kEpsilon);
+  const double cosine = xa * inverse;
+  const double sine_size = __builtin_sqrt(y2 + kEpsilon) * inverse;
+  const double sine = ya >= 0.0 ? sine_size : -sine_size;
+  const double t = angle_of(__builtin_sqrt(x2 + y2), -za) * kTwoOverPi;
+
+  double p = 0.0;
+  double w = 0.0;
+  if constexpr (kKind == 1) {
+    const double pt = cosine * t * eye.magnify_v;
+    const double wt = sine * t * eye.magnify_h;
+    const double s = __builtin_sqrt(pt * pt + wt * wt);
+    const double percent = s * (c[0] + s * (c[1] + s * (c[2] + s * (c[3] + s * (c[4] + s * c[5])))));
+    const double f = 100.0 / (100.0 - percent);
+    p = f * pt;
+    w = f * wt;
+  } else {
+    const double percent = t * (c[0] + t * (c[1] + t * (c[2] + t * (c[3] + t * (c[4] + t * c[5])))));
+    const double d = t * (1.0 + 0.01 * percent);
+    p = cosine * d * eye.magnify_v;
+    w = sine * d * eye.magnify_h;
+  }
+  const double px = eye.scale * p + eye.principal_x;
+  const double py = eye.principal_y - eye.scale * w;
+  return {px, py, static_cast<bool>((t <= eye.angle_limit) & (px >= eye.x_begin) & (px < eye.x_end))};
+}
+
+template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
+TWINTRUE_INLINE void errors_of(const SweepPose& pose, const MatchBlock& m, std::size_t count,
+                               double* __restrict errors) {
+  const SweepEye& left = pose.left;
+  const SweepEye& right = pose.right;
+  const double wx = right.position[0] - left.position[0];
+  const double wy = right.position[1] - left.position[1];
+  const double wz = right.position[2] - left.position[2];
+  const double* __restrict lx = m.left_rays.x;
+  const double* __restrict ly = m.left_rays.y;
+  const double* __restrict lz = m.left_rays.z;
+  const double* __restrict rx = m.right_rays.x;
+  const double* __restrict ry = m.right_rays.y;
+  const double* __restrict rz = m.right_rays.z;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Point d0 = turn(left.rig_from_eye, {lx[i], ly[i], lz[i]});
+    const Point d1 = turn(right.rig_from_eye, {rx[i], ry[i], rz[i]});
+    const double nx = d0.y * d1.z - d0.z * d1.y;
+    const double ny = d0.z * d1.x - d0.x * d1.z;
+    const double nz = d0.x * d1.y - d0.y * d1.x;
+    const double nn = nx * nx + ny * ny + nz * nz;
+    const double inverse = 1.0 / nn;
+    const double t =
+        ((wy * d1.z - wz * d1.y) * nx + (wz * d1.x - wx * d1.z) * ny + (wx * d1.y - wy * d1.x) * nz) *
+        inverse;
+    const double u =
+        ((wy * d0.z - wz * d0.y) * nx + (wz * d0.x - wx * d0.z) * ny + (wx * d0.y - wy * d0.x) * nz) *
+        inverse;
+    const double z = ((left.position[2] + t * d0.z) + (right.position[2] + u * d1.z)) * 0.5;
+    const double depth = -z;
+    bool counts = (nn != 0.0) & (depth > pose.depth_low) & (depth < pose.depth_high);
+
+    Point before_right{};
+    Point before_left{};
+    if constexpr (kMidPoint) {
+      const double mx = ((left.position[0] + t * d0.x) + (right.position[0] + u * d1.x)) * 0.5;
+      const double my = ((left.position[1] + t * d0.y) + (right.position[1] + u * d1.y)) * 0.5;
+      before_right = {mx - pose.baseline, my, z};
+      before_left = {mx + pose.baseline, my, z};
+    } else {
+      const double s0 = z / d0.z;
+      const double s1 = z / d1.z;
+      before_right = {s0 * d0.x - pose.baseline, s0 * d0.y, z};
+      before_left = {s1 * d1.x + pose.baseline, s1 * d1.y, z};
+    }
+
+    double error = 0.0;
+    if constexpr (kError == SweepError::kFull) {
+      const Pixel a = project<kKind>(right, pose.coeff, before_right);
+      const Pixel b = project<kKind>(left, pose.coeff, before_left);
+      counts = counts & a.seen & b.seen;
+      const double dxb = m.x_b[i] - (b.x - pose.half_width);
+      const double dyb = m.y_b[i] - b.y;
+      const double dxa = m.x_a[i] - a.x;
+      const double dya = m.y_a[i] - a.y;
+      error = 0.5 * (dxb * dxb + dyb * dyb + dxa * dxa + dya * dya);
+    } else if constexpr (kError == SweepError::kRightOnly) {
+      const Pixel a = project<kKind>(right, pose.coeff, before_right);
+      counts = counts & a.seen;
+      const double dx = m.x_a[i] - a.x;
+      const double dy = m.y_a[i] - a.y;
+      error = dy * dy * (dy >= -2.0 ? 1.0 - pose.bias : 1.0 + pose.bias) + dx * dx;
+    } else {
+      const Pixel b = project<kKind>(left, pose.coeff, before_left);
+      counts = counts & b.seen;
+      const double dx = m.x_b[i] - (b.x - pose.half_width);
+      const double dy = m.y_b[i] - b.y;
+      error = dy * dy * (dy > 2.0 ? 1.0 + pose.bias : 1.0 - pose.bias) + dx * dx;
+    }
+    errors[i] = counts ? error : kInfinity;
+  }
+}
+
+// exp(x) for x <= 0 from 2^n times a series of the rest, which is at most half of log 2 in size.
+TWINTRUE_INLINE void exp_of(double factor, std::size_t count, const double* __restrict errors,
+                            double* __restrict terms) {
+  constexpr double kLog2E = 1.4426950408889634;
+  constexpr double kLn2High = 6.93147180369123816490e-01;
+  constexpr double kLn2Low = 1.90821492927058770002e-10;
+  constexpr double kRounder =
+      6755399441055744.0;               // 1.5 * 2^52: adding it leaves the whole part in the low bits
+  constexpr double kSmallest = -700.0;  // below, a term is nothing beside the others
+  for (std::size_t i = 0; i < count; ++i) {
+    const double asked = factor * errors[i];
+    const double x = asked < kSmallest ? kSmallest : asked;
+    const double rounded = x * kLog2E + kRounder;
+    const double n = rounded - kRounder;
+    const double r = (x - n * kLn2High) - n * kLn2Low;
+    double p = 1.0 / 6227020800.0;
+    p = p * r + 1.0 / 479001600.0;
+    p = p * r + 1.0 / 39916800.0;
+    p = p * r + 1.0 / 3628800.0;
+    p = p * r + 1.0 / 362880.0;
+    p = p * r + 1.0 / 40320.0;
+    p = p * r + 1.0 / 5040.0;
+    p = p * r + 1.0 / 720.0;
+    p = p * r + 1.0 / 120.0;
+    p = p * r + 1.0 / 24.0;
+    p = p * r + 1.0 / 6.0;
+    p = p * r + 0.5;
+    p = p * r + 1.0;
+    p = p * r + 1.0;
+    const auto exponent = (std::bit_cast<std::uint64_t>(rounded) << 52) + std::bit_cast<std::uint64_t>(1.0);
+    const double value = p * std::bit_cast<double>(exponent);
+    terms[i] = asked < kSmallest ? 0.0 : value;
+  }
+}
+
+// Each kernel once for every instruction set.
+template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
+void errors_portable(const SweepPose& pose, const MatchBlock& matches, std::size_t count, double* errors) {
+  errors_of<kKind, kMidPoint, kError>(pose, matches, count, errors);
+}
+template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
+TWINTRUE_TARGET_AVX2 void errors_avx2(const SweepPose& pose, const MatchBlock& matches, std::size_t count,
+                                      double* errors) {
+  errors_of<kKind, kMidPoint, kError>(pose, matches, count, errors);
+}
+template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
+TWINTRUE_TARGET_AVX512 void errors_avx512(const SweepPose& pose, const MatchBlock& matches, std::size_t count,
+                                          double* errors) {
+  errors_of<kKind, kMidPoint, kError>(pose, matches, count, errors);
+}
+
+void exp_portable(double factor, std::size_t count, const double* errors, double* terms) {
+  exp_of(factor, count, errors, terms);
+}
+TWINTRUE_TARGET_AVX2 void exp_avx2(double factor, std::size_t count, const double* errors, double* terms) {
+  exp_of(factor, count, errors, terms);
+}
+TWINTRUE_TARGET_AVX512 void exp_avx512(double factor, std::size_t count, const double* errors,
+                                       double* terms) {
+  exp_of(factor, count, errors, terms);
+}
+
+template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
+SweepErrorsFn for_set(cve::InstructionSet set) {
+  switch (set) {
+    case cve::InstructionSet::kAvx512:
+      return errors_avx512<kKind, kMidPoint, kError>;
+    case cve::InstructionSet::kAvx2:
+      return errors_avx2<kKind, kMidPoint, kError>;
+    default:
+      return errors_portable<kKind, kMidPoint, kError>;
+  }
+}
+
+template <std::uint32_t kKind, bool kMidPoint>
+SweepErrorsFn for_error(cve::InstructionSet set, SweepError error) {
+  switch (error) {
+    case SweepError::kRightOnly:
+      return for_set<kKind, kMidPoint, SweepError::kRightOnly>(set);
+    case SweepError::kLeftOnly:
+      return for_set<kKind, kMidPoint, SweepError::kLeftOnly>(set);
+    default:
+      return for_set<kKind, kMidPoint, SweepError::kFull>(set);
+  }
+}
+
+template <std::uint32_t kKind>
+SweepErrorsFn for_mid_point(cve::InstructionSet set, const SweepVariant& variant) {
+  return variant.mid_point ? for_error<kKind, true>(set, variant.error)
+                           : for_error<kKind, false>(set, variant.error);
+}
+
+}  // namespace
+
+SweepErrorsFn sweep_errors(cve::InstructionSet set, const SweepVariant& variant) {
+  return variant.kind == 1 ? for_mid_point<1>(set, variant) : for_mid_point<2>(set, variant);
+}
+
+SweepExpFn sweep_exp(cve::InstructionSet set) {
+  switch (set) {
+    case cve::InstructionSet::kAvx512:
+      return exp_avx512;
+    case cve::InstructionSet::kAvx2:
+      return exp_avx2;
+    default:
+      return exp_portable;
+  }
+}
+
+}  // namespace twintrue

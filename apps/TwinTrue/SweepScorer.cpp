@@ -1,0 +1,287 @@
+#include "apps/TwinTrue/SweepScorer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <exception>
+#include <limits>
+#include <set>
+
+namespace twintrue {
+namespace {
+
+// Factor of the exponential in the weight modes that are one, else 0.
+double exponent_factor(std::int32_t mode, double sigma_squared) {
+  switch (mode) {
+    case 0:
+      return -0.25 / sigma_squared;
+    case 1:
+      return -0.5 / sigma_squared;
+    case 4:
+    case 9:
+      return -1.0 / sigma_squared;
+    default:
+      return 0.0;
+  }
+}
+
+bool terms_are_bounded(const CalibContext& context, const ScorePass& pass, bool one_eye) {
+  if (pass.div_mode == 0 || pass.div_mode == 1 || pass.div_mode == 3) return false;
+  if (pass.weight_mode == 6 || pass.weight_mode == 10) return false;
+  if (!(pass.sigma * pass.sigma > 0.0)) return false;
+  if (one_eye && !(std::abs(context.dir_bias) <= 1.0)) return false;  // else errors may be negative
+  if (!uses_score_table(pass.weight_mode)) return true;
+  return std::all_of(context.score_table.begin(), context.score_table.end(),
+                     [](float entry) { return entry >= 0.0f && entry <= 1.0f; });
+}
+
+bool is_right_side(std::int32_t fast_mode, const RayMatch& match, std::int32_t index) {
+  return fast_mode == 1 ? is_even_pixel(match.x_a) : index % 2 == 0;
+}
+
+SweepEye eye_for_kernel(const EyeModel& eye) {
+  return {eye.rotation,
+          eye.rotation_t,
+          eye.position,
+          eye.translate,
+          eye.shift_x,
+          eye.shift_y,
+          eye.scale,
+          eye.magnify_v,
+          eye.magnify_h,
+          eye.center_x + eye.offset_x,
+          eye.center_y - eye.offset_y,
+          eye.fov_degrees * 0.005555555555555556,
+          static_cast<double>(eye.valid_x_begin),
+          static_cast<double>(eye.valid_x_end)};
+}
+
+// Sums in kSumLanes interleaved parts that are added up in order.
+class LaneSum {
+ public:
+  void add(const double* terms, std::size_t count) {
+    const std::size_t whole = count - count % kSumLanes;
+    for (std::size_t i = 0; i < whole; i += kSumLanes) {
+      for (std::size_t lane = 0; lane < kSumLanes; ++lane) lanes_[lane] += terms[i + lane];
+    }
+    for (std::size_t i = whole; i < count; ++i) lanes_[i - whole] += terms[i];
+  }
+  double total() const {
+    double sum = 0.0;
+    for (double lane : lanes_) sum += lane;
+    return sum;
+  }
+
+ private:
+  std::array<double, kSumLanes> lanes_{};
+};
+
+}  // namespace
+
+bool SweepScorer::serves(const CalibContext& context, const ScorePass& pass) {
+  return context.skip_num_using_feat_mode != 1 || pass.count_limit >= 1;
+}
+
+SweepScorer::SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
+                         const std::vector<RayMatch>& matches, cve::InstructionSet set)
+    : context_(context), pass_(pass), rig_(rig), exp_(sweep_exp(set)) {
+  // The matches that a pass walks, as score_matches counts them.
+  std::size_t walked = 0;
+  while (walked < matches.size() && matches[walked].rank <= pass.rank_limit) {
+    if (context.skip_num_using_feat_mode == 0 && static_cast<std::int64_t>(walked) + 1 >= pass.count_limit)
+      break;
+    ++walked;
+  }
+  const std::int32_t fast_mode = pass.final ? 0 : context.fast_mode;
+  const bool one_eye = fast_mode == 1 || fast_mode == 2;
+  SweepVariant variant;
+  variant.kind = rig.current.left.distortion.kind;
+  variant.mid_point = pass.mid_point == 1;
+
+  const auto lay_out = [&](SweepError error, auto&& wanted) {
+    variant.error = error;
+    const std::size_t begin = size_;
+    for (std::size_t i = 0; i < walked; ++i) {
+      if (wanted(matches[i], static_cast<std::int32_t>(i))) append(matches[i]);
+    }
+    if (size_ > begin) groups_.push_back({begin, size_, sweep_errors(set, variant)});
+  };
+  if (one_eye) {
+    lay_out(SweepError::kRightOnly,
+            [&](const RayMatch& m, std::int32_t i) { return is_right_side(fast_mode, m, i); });
+    lay_out(SweepError::kLeftOnly,
+            [&](const RayMatch& m, std::int32_t i) { return !is_right_side(fast_mode, m, i); });
+  } else {
+    lay_out(SweepError::kFull, [](const RayMatch&, std::int32_t) { return true; });
+  }
+  if (size_ > 0 && (pass.weight_mode < 0 || pass.weight_mode > 13)) std::abort();
+  const double factor = exponent_factor(pass.weight_mode, pass.sigma * pass.sigma);
+  // The kernel takes falling exponentials of errors that are not negative.
+  if (std::isfinite(factor) && !(one_eye && !(std::abs(context.dir_bias) <= 1.0))) exp_factor_ = factor;
+  bounded_ = terms_are_bounded(context, pass, one_eye);
+}
+
+void SweepScorer::append(const RayMatch& match) {
+  x_a_.push_back(match.x_a);
+  y_a_.push_back(match.y_a);
+  x_b_.push_back(match.x_b);
+  y_b_.push_back(match.y_b);
+  x_left_.push_back(static_cast<float>(rig_.half_width) + match.x_b);
+  ++size_;
+}
+
+SweepScorer::Rays SweepScorer::unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets) const {
+  EyeModel unrotated = eye;
+  unrotated.offset_x += offsets.first;
+  unrotated.offset_y += offsets.second;
+  unrotated.rotation_t = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  Rays rays;
+  rays.x.resize(size_);
+  rays.y.resize(size_);
+  rays.z.resize(size_);
+  for (std::size_t i = 0; i < size_; ++i) {
+    const double px = left ? x_left_[i] : x_a_[i];
+    const double py = left ? y_b_[i] : y_a_[i];
+    if (!eye_image_to_ray(unrotated, &rays.x[i], &rays.y[i], &rays.z[i], px, py)) {
+      rays.x[i] = rays.y[i] = rays.z[i] = 0.0;
+    }
+  }
+  return rays;
+}
+
+void SweepScorer::prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
+                              RayCache& cache) const {
+  std::set<Offsets> wanted;
+  for (const PoseCandidate& pose : poses) {
+    wanted.insert(left ? Offsets{pose.left_offset_x, pose.left_offset_y}
+                       : Offsets{pose.right_offset_x, pose.right_offset_y});
+  }
+  std::erase_if(cache, [&](const auto& entry) { return !wanted.contains(entry.first); });
+  std::vector<RayCache::iterator> missing;
+  for (const Offsets& offsets : wanted) {
+    const auto [at, is_new] = cache.try_emplace(offsets);
+    if (is_new) missing.push_back(at);
+  }
+  std::exception_ptr failure;
+  const auto count = static_cast<std::int64_t>(missing.size());
+#pragma omp parallel for schedule(dynamic, 1) if (count > 1)
+  for (std::int64_t i = 0; i < count; ++i) {
+    try {
+      const auto& at = missing[static_cast<std::size_t>(i)];
+      at->second = unrotated_rays(eye, left, at->first);
+    } catch (...) {
+#pragma omp critical(twintrue_sweep_failure)
+      failure = std::current_exception();
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
+}
+
+void SweepScorer::prepare(const std::vector<PoseCandidate>& poses) {
+  // Poses act on the lens file's values, which are `current` until a pose is applied.
+  prepare_eye(rig_.current.left, true, poses, left_rays_);
+  prepare_eye(rig_.current.right, false, poses, right_rays_);
+}
+
+SweepPose SweepScorer::pose_for_kernel(const CalibResult& pose) const {
+  EyeModel left = rig_.current.left;
+  EyeModel right = rig_.current.right;
+  right.lambda += pose.right_pan;
+  right.psi += pose.right_tilt;
+  right.roll += pose.right_roll;
+  right.offset_x += pose.right_offset_x;
+  right.offset_y += pose.right_offset_y;
+  left.lambda += pose.left_pan;
+  left.psi += pose.left_tilt;
+  left.roll += pose.left_roll;
+  left.offset_x += pose.left_offset_x;
+  left.offset_y += pose.left_offset_y;
+  eye_update_rotation(left);
+  eye_update_rotation(right);
+  const bool depth_tested = context_.depth_max >= context_.depth_min;
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  return {eye_for_kernel(left),
+          eye_for_kernel(right),
+          left.distortion.coeff,
+          rig_.current.baseline,
+          depth_tested ? context_.depth_min + 0.0001 : -kInfinity,
+          depth_tested ? context_.depth_max - 0.0001 : kInfinity,
+          static_cast<double>(rig_.half_width),
+          context_.dir_bias};
+}
+
+template <typename Visit>
+void SweepScorer::visit_errors(const CalibResult& pose, Visit&& visit) const {
+  const SweepPose posed = pose_for_kernel(pose);
+  const Rays& left = left_rays_.at({pose.left_offset_x, pose.left_offset_y});
+  const Rays& right = right_rays_.at({pose.right_offset_x, pose.right_offset_y});
+  alignas(64) std::array<double, kSweepBlock> errors;
+  for (const Group& group : groups_) {
+    for (std::size_t at = group.begin; at < group.end; at += kSweepBlock) {
+      const std::size_t count = std::min(kSweepBlock, group.end - at);
+      const MatchBlock block{{&left.x[at], &left.y[at], &left.z[at]},
+                             {&right.x[at], &right.y[at], &right.z[at]},
+                             &x_a_[at],
+                             &y_a_[at],
+                             &x_b_[at],
+                             &y_b_[at]};
+      group.errors(posed, block, count, errors.data());
+      if (!visit(errors.data(), count)) return;
+    }
+  }
+}
+
+double SweepScorer::score(const CalibResult& pose, double least) const {
+  const double sigma_squared = pass_.sigma * pass_.sigma;
+  const double hopeless = least - kSweepTolerance * std::abs(least);
+  LaneSum sum;
+  double weights = 0.0;
+  std::size_t remaining = size_;
+  bool left_early = false;
+  alignas(64) std::array<double, kSweepBlock> terms;
+  visit_errors(pose, [&](const double* errors, std::size_t count) {
+    if (exp_factor_ != 0.0) {
+      exp_(exp_factor_, count, errors, terms.data());
+      if (pass_.div_mode == 1 || pass_.div_mode == 3) {
+        for (std::size_t i = 0; i < count; ++i) weights += std::isinf(errors[i]) ? 0.0 : 1.0;
+      }
+    } else {
+      for (std::size_t i = 0; i < count; ++i) {
+        terms[i] = 0.0;
+        if (std::isinf(errors[i])) continue;
+        const double term = weight_match_error(context_, errors[i], sigma_squared, pass_.weight_mode);
+        if (term == kInvalid) continue;
+        terms[i] = term;
+        weights += 1.0;
+      }
+    }
+    sum.add(terms.data(), count);
+    remaining -= count;
+    left_early = bounded_ && sum.total() + static_cast<double>(remaining) < hopeless;
+    return !left_early;
+  });
+  if (left_early) return -std::numeric_limits<double>::infinity();
+  return divide_score(sum.total(), weights, pass_.div_mode);
+}
+
+MatchScoreSums SweepScorer::sums(const CalibResult& pose) const {
+  MatchScoreSums result;
+  result.score_sum = score(pose, -std::numeric_limits<double>::infinity());
+  const double sigma_squared = pass_.sigma * pass_.sigma;
+  visit_errors(pose, [&](const double* errors, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      if (!(errors[i] < 256.0)) continue;
+      if (weight_match_error(context_, errors[i], sigma_squared, pass_.weight_mode) == kInvalid) continue;
+      ++result.count16;
+      result.sum16 += errors[i];
+      if (errors[i] < 16.0) {
+        ++result.count4;
+        result.sum4 += errors[i];
+      }
+    }
+    return true;
+  });
+  return result;
+}
+
+}  // namespace twintrue

@@ -1,0 +1,91 @@
+#pragma once
+
+// Scores many poses over one list of matches: what score_matches gives, at the speed of vectors.
+//
+// What is saved, and why the result stays: rays are unrotated once per pixel offset and turned per pose, many
+// matches run side by side (SweepKernel.h), and a pose is left as soon as all that its remaining matches
+// could add would not lift it to the score that a kept pose has already. Scores agree with the plain form to
+// 1e-9; where that is too little to say which pose is kept, the plain form decides.
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "apps/TwinTrue/CalibContext.h"
+#include "apps/TwinTrue/MatchScore.h"
+#include "apps/TwinTrue/PoseCandidate.h"
+#include "apps/TwinTrue/RayMatch.h"
+#include "apps/TwinTrue/SweepKernel.h"
+#include "imaging/InstructionSet.h"
+#include "lens/RigModel.h"
+
+namespace twintrue {
+
+// Relative distance to the plain form that scores keep.
+inline constexpr double kSweepTolerance = 1e-9;
+
+class SweepScorer {
+ public:
+  // The rig, the matches and the context (its score table for this pass already filled) must outlive the
+  // object. Only the matches that the pass's limits let through are laid out. Aborts on an unknown weight
+  // mode if there is any match.
+  SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
+              const std::vector<RayMatch>& matches, cve::InstructionSet set = cve::best_instruction_set());
+
+  // False for passes that end at the first valid match: they need the matches in their order.
+  static bool serves(const CalibContext& context, const ScorePass& pass);
+
+  // Readies the rays for poses with these offsets; a pose may be scored only then. Drops the rays that no
+  // pose of the batch needs. Works in parallel.
+  void prepare(const std::vector<PoseCandidate>& poses);
+
+  // Bytes of rays that one more pair of offsets takes.
+  std::size_t ray_bytes() const { return 3 * sizeof(double) * size_; }
+
+  // The score of a pose, or less than `least` (by any amount) for one that can't reach it. Thread-safe.
+  double score(const CalibResult& pose, double least) const;
+
+  // The score with all the sums of the pass. Thread-safe.
+  MatchScoreSums sums(const CalibResult& pose) const;
+
+  std::size_t match_count() const { return size_; }
+
+ private:
+  // Matches that share a form of the error, as a range of the laid-out list.
+  struct Group {
+    std::size_t begin;
+    std::size_t end;
+    SweepErrorsFn errors;
+  };
+  struct Rays {
+    std::vector<double> x, y, z;
+  };
+  using Offsets = std::pair<double, double>;
+  using RayCache = std::map<Offsets, Rays>;
+
+  void append(const RayMatch& match);
+  Rays unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets) const;
+  void prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
+                   RayCache& cache) const;
+  SweepPose pose_for_kernel(const CalibResult& pose) const;
+  // Calls visit(errors, count) block by block until it returns false.
+  template <typename Visit>
+  void visit_errors(const CalibResult& pose, Visit&& visit) const;
+
+  const CalibContext& context_;
+  ScorePass pass_;
+  const RigState& rig_;
+  std::size_t size_ = 0;
+  std::vector<double> x_a_, y_a_, x_b_, y_b_;
+  std::vector<float> x_left_;  // of the left eye's keypoint in the frame
+  std::vector<Group> groups_;
+  RayCache left_rays_, right_rays_;
+  SweepExpFn exp_;
+  double exp_factor_ = 0.0;  // of the weight modes that are an exponential; 0: another mode
+  bool bounded_ = false;     // no term exceeds 1 and none is negative
+};
+
+}  // namespace twintrue

@@ -1,0 +1,235 @@
+#include "apps/TwinTrue/SweepScorer.h"
+
+#include <omp.h>
+
+#include <cmath>
+#include <memory>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "apps/TwinTrue/CandidateEvaluation.h"
+#include "search/SyntheticRig.h"
+
+namespace twintrue {
+namespace {
+
+using testing_support::kDegree;
+using testing_support::make_matches;
+using testing_support::nominal_rig;
+
+// The synthetic rig bent in every way that the model knows.
+RigState bent_rig(std::uint32_t kind, bool sheared) {
+  RigState rig = nominal_rig();
+  int sign = 1;
+  for (EyeModel* eye : {&rig.current.left, &rig.current.right}) {
+    eye->distortion.kind = kind;
+    eye->distortion.coeff = {1.2, -0.8, 0.5, 0.3, -0.2, 0.1};
+    distortion_build_table(eye->distortion);
+    eye->magnify_v = 1.01;
+    eye->magnify_h = 0.985;
+    eye->psi = 0.01 * sign;
+    eye->roll = -0.004 * sign;
+    if (sheared) {
+      eye->shift_x = 0.002;
+      eye->shift_y = -0.001 * sign;
+      eye->translate = {0.001, -0.002, 0.0015};
+    }
+    eye_update_rotation(*eye);
+    sign = -sign;
+  }
+  rig_update_positions(rig.current);
+  rig.reference.left = rig.current.left;
+  rig.reference.right = rig.current.right;
+  return rig;
+}
+
+std::vector<PoseCandidate> some_poses(int count) {
+  std::mt19937 engine(5);
+  std::uniform_real_distribution<double> spread(-1.0, 1.0);
+  std::vector<PoseCandidate> poses(static_cast<std::size_t>(count));
+  for (PoseCandidate& pose : poses) {
+    for (double CalibResult::*field : kPoseFields) pose.*field = 0.5 * kDegree * spread(engine);
+    pose.right_offset_x = std::round(3 * spread(engine));
+    pose.left_offset_y = std::round(3 * spread(engine));
+  }
+  return poses;
+}
+
+TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) {
+  auto matches = make_matches(some_poses(1)[0], {.count = 301, .noise_px = 0.7, .outliers = 0.2});
+  for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i / 50);
+  const auto poses = some_poses(4);
+  int compared = 0;
+  for (std::uint32_t kind : {1u, 2u}) {
+    for (bool sheared : {false, true}) {
+      const RigState rig = bent_rig(kind, sheared);
+      for (std::int32_t fast_mode : {0, 1, 2}) {
+        for (std::int32_t mid_point : {0, 1}) {
+          for (std::int32_t weight_mode = 0; weight_mode < 14; ++weight_mode) {
+            CalibContext context;
+            context.fast_mode = fast_mode;
+            context.dir_bias = 0.3;
+            context.sigma[0][0] = 2.5;
+            context.score_weight_mode[0][0] = weight_mode;
+            context.score_tbl_coeff = 8.0f;
+            context.score_div_mode_last = weight_mode % 5;
+            context.depth_max = weight_mode % 2 == 0 ? 3.0 : 0.0;
+            context.use_mid_point[0][0] = mid_point;
+            context.rank[0] = 5;
+            context.num_of_using_feat[0][0] = 290 - weight_mode;
+            build_score_table(context, 0, 0);
+            const ScorePass pass = level_pass(context, matches.size(), 0, 0);
+            std::vector<double> portable;
+            for (cve::InstructionSet set : cve::supported_instruction_sets()) {
+              SweepScorer scorer(context, pass, rig, matches, set);
+              scorer.prepare(poses);
+              for (std::size_t i = 0; i < poses.size(); ++i) {
+                RigState posed = rig;
+                rig_apply_pose(posed, poses[i]);
+                const MatchScoreSums plain = score_matches(context, pass, posed, matches);
+                const MatchScoreSums fast = scorer.sums(poses[i]);
+                const auto near = [](double a, double b) {
+                  return a == b || std::abs(a - b) <= kSweepTolerance * std::abs(b) ||
+                         (std::isnan(a) && std::isnan(b));
+                };
+                ASSERT_TRUE(near(fast.score_sum, plain.score_sum))
+                    << kind << sheared << fast_mode << mid_point << ' ' << weight_mode << ": "
+                    << fast.score_sum << " for " << plain.score_sum;
+                ASSERT_TRUE(fast.count4 == plain.count4 && fast.count16 == plain.count16 &&
+                            near(fast.sum4, plain.sum4) && near(fast.sum16, plain.sum16));
+                ++compared;
+                if (set == cve::InstructionSet::kPortable) {
+                  portable.push_back(fast.score_sum);
+                } else if (!std::isnan(portable[i])) {
+                  ASSERT_EQ(fast.score_sum, portable[i]) << "instruction sets must agree to the bit";
+                }
+              }
+            }
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GE(compared, 1000);
+}
+
+TEST(SweepScorer, AwkwardListLengths) {
+  const auto poses = some_poses(1);
+  const RigState rig = nominal_rig();
+  const auto all = make_matches(PoseCandidate(), {.count = 400, .noise_px = 1.0});
+  CalibContext context;
+  context.sigma[0][0] = 2.0;
+  context.score_weight_mode[0][0] = 1;
+  context.rank[0] = 100;
+  context.skip_num_using_feat_mode = 2;
+  for (std::size_t count : {0, 1, 2, 7, 8, 9, 127, 128, 129, 255, 256, 257, 400}) {
+    const std::vector<RayMatch> matches(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count));
+    const ScorePass pass = level_pass(context, count, 0, 0);
+    SweepScorer scorer(context, pass, rig, matches);
+    scorer.prepare(poses);
+    RigState posed = rig;
+    rig_apply_pose(posed, poses[0]);
+    const double plain = score_matches(context, pass, posed, matches).score_sum;
+    EXPECT_NEAR(scorer.score(poses[0], -1.0), plain, kSweepTolerance * plain) << count;
+  }
+}
+
+TEST(SweepScorer, LeavesOnlyHopelessPosesEarly) {
+  const auto poses = some_poses(60);
+  const auto matches = make_matches(poses[0], {.count = 2000, .noise_px = 0.4});
+  CalibContext context;
+  context.sigma[0][0] = 2.0;
+  context.score_weight_mode[0][0] = 1;
+  context.rank[0] = 100;
+  context.num_of_using_feat[0][0] = 5000;
+  const ScorePass pass = level_pass(context, matches.size(), 0, 0);
+  SweepScorer scorer(context, pass, nominal_rig(), matches);
+  scorer.prepare(poses);
+  int left = 0;
+  for (const PoseCandidate& pose : poses) {
+    const double whole = scorer.score(pose, 0.0);
+    for (double least : {0.5 * whole, whole, 1.001 * whole, 3 * whole, 1900.0}) {
+      const double score = scorer.score(pose, least);
+      if (score != whole) {
+        EXPECT_LT(whole, least);
+        EXPECT_LT(score, least);
+        ++left;
+      }
+    }
+  }
+  EXPECT_GT(left, 50);
+}
+
+// A level as the plain form runs it: each candidate over the whole list, offered in list order.
+Seeds plain_level(CalibContext& context, const RigState& rig, const std::vector<RayMatch>& matches,
+                  const Seeds& seeds, std::int32_t kept) {
+  const CandidateGrid list(context.right_table[0][0], context.left_table[0][0], context.limits[0], seeds,
+                           kept);
+  build_score_table(context, 0, 0);
+  const ScorePass pass = level_pass(context, matches.size(), 0, 0);
+  TopList top(kept);
+  std::vector<CandidateGrid::Cursor> places;
+  CandidateGrid::Cursor cursor;
+  while (list.next(cursor, 1000, places)) {
+  }
+  for (const auto& place : places) {
+    PoseCandidate candidate;
+    list.grid(place.grid).pose(place.place, &candidate);
+    RigState posed = rig;
+    rig_apply_pose(posed, candidate);
+    candidate.sums = score_matches(context, pass, posed, matches);
+    candidate.score = candidate.sums.score_sum;
+    top.offer(candidate);
+  }
+  return top.slots();
+}
+
+TEST(EvaluateLevel, KeepsTheCandidatesThatThePlainFormKeeps) {
+  const RigState rig = bent_rig(1, false);
+  const auto matches = make_matches(some_poses(1)[0], {.count = 150, .noise_px = 0.7, .outliers = 0.3});
+  const int before = omp_get_max_threads();
+  for (std::int32_t kept : {1, 2, 3}) {
+    for (std::int32_t weight_mode : {1, 2, 3, 6, 8, 10, 12}) {
+      for (std::int32_t div_mode : {0, 1, 2, 3}) {
+        for (std::int32_t skip_mode : {0, 1}) {
+          auto context = std::make_unique<CalibContext>();
+          context->sigma[0][0] = 3.0;
+          context->score_weight_mode[0][0] = weight_mode;
+          context->score_div_mode_last = div_mode;
+          context->rank[0] = 100;
+          context->skip_num_using_feat_mode = skip_mode;
+          context->num_of_using_feat[0][0] = skip_mode == 0 ? 120 : 0;
+          context->limits[0] = {1, 1, 0, 5, 5};
+          context->right_table[0][0].pan = {-0.004, 0.004, 3, 0};
+          context->right_table[0][0].roll = {-0.006, 0.006, 3, 0};
+          // Two sweeps of no width: every candidate stands in the list four times, and the order decides.
+          context->right_table[0][0].offset_x = {0, 0, 2, 0};
+          context->left_table[0][0].offset_y = {1, 1, 2, 0};
+          Seeds seeds;
+          seeds[1].right_tilt = 0.003;
+          seeds[2].left_roll = -0.002;
+          const Seeds expected = plain_level(*context, rig, matches, seeds, kept);
+          for (int threads : {1, 2, 7}) {
+            omp_set_num_threads(threads);
+            Seeds found = seeds;
+            evaluate_level(*context, rig, matches, found, kept, 0, 0);
+            for (std::size_t slot = 0; slot < found.size(); ++slot) {
+              for (double CalibResult::*field : kPoseFields) {
+                ASSERT_EQ(found[slot].*field, expected[slot].*field)
+                    << kept << ' ' << weight_mode << ' ' << div_mode << ' ' << skip_mode << " slot " << slot;
+              }
+              ASSERT_NEAR(found[slot].score, expected[slot].score,
+                          kSweepTolerance * std::abs(expected[slot].score));
+              ASSERT_EQ(found[slot].sums.count16, expected[slot].sums.count16);
+            }
+          }
+        }
+      }
+    }
+  }
+  omp_set_num_threads(before);
+}
+
+}  // namespace
+}  // namespace twintrue
