@@ -9,6 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "apps/TwinTrue/LuminanceKernel.h"
+#include "imaging/InstructionSet.h"
+
 namespace twintrue {
 namespace {
 
@@ -79,20 +82,18 @@ class FrameConverter final : public RowTask {
   std::uint32_t row_count() const override { return image_.height; }
 
   void run_rows(std::uint32_t from, std::uint32_t to) override {
-    const std::size_t red = image_.bgr_order == 0 ? 0 : 2;
-    const std::size_t blue = 2 - red;
     for (std::uint32_t y = from; y < to; ++y) {
       const std::uint8_t* source = image_.pixels + static_cast<std::ptrdiff_t>(y) * image_.stride;
-      float* target = output_.row(static_cast<std::ptrdiff_t>(y));
-      for (std::uint32_t x = 0; x < image_.width; ++x, source += 3) {
-        target[x] = linear_luminance(source[red], source[1], source[blue]);
-      }
+      kernel_(table_, source, image_.width, image_.bgr_order != 0,
+              output_.row(static_cast<std::ptrdiff_t>(y)));
     }
   }
 
  private:
   cve::XMat_<float> output_;
   CalibImage image_;
+  LuminanceTable table_;
+  LuminanceFn kernel_ = luminance_kernel(cve::best_instruction_set());
 };
 
 }  // namespace

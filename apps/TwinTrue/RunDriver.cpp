@@ -24,25 +24,16 @@ void say(const std::string& text) { std::fputs(text.c_str(), stdout); }
 
 std::int32_t round_down(std::int32_t size) { return size & ~(kHalfFrameGranule - 1); }
 
-// Whether enough of the places that a run wants are filled.
-class CountTest {
- public:
-  CountTest(const CalibContext& context, std::int32_t cells)
-      : reciprocal_(1.0 / ((context.rank_last + 1) * cells)), threshold_(context.detection_ratio_th) {}
-
-  // False if the run has to end here; a failure is reported either way.
-  bool passes(std::int32_t count, const char* message, bool ignore_thresholds) const {
-    if (count * reciprocal_ >= threshold_) return true;
-    say(fmt::format(fmt::runtime(message), count));
-    return ignore_thresholds;
-  }
-
- private:
-  double reciprocal_;
-  double threshold_;
-};
-
 }  // namespace
+
+CountTest::CountTest(const CalibContext& context, std::int32_t cells)
+    : reciprocal_(1.0 / ((context.rank_last + 1) * cells)), threshold_(context.detection_ratio_th) {}
+
+bool CountTest::passes(std::int32_t count, const char* message, bool ignore_thresholds) const {
+  if (count * reciprocal_ >= threshold_) return true;
+  say(fmt::format(fmt::runtime(message), count));
+  return ignore_thresholds;
+}
 
 CalibResult starting_result() { return PoseCandidate(); }
 
@@ -145,14 +136,12 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   }
 
   const CountTest test(*context, cells);
-  if (!test.passes(detect_half(halves.left, left), "Left image detection is failed({})\n",
-                   ignore_thresholds) ||
-      !test.passes(detect_half(halves.right, right), "Right image detection is failed({})\n",
-                   ignore_thresholds)) {
+  if (!test.passes(detect_half(halves.left, left), kFewLeftKeypoints, ignore_thresholds) ||
+      !test.passes(detect_half(halves.right, right), kFewRightKeypoints, ignore_thresholds)) {
     return TWINTRUE_TOO_FEW_MATCHES;
   }
   const std::int32_t records = fpu::match_frames(left, right, &match_set, false);
-  if (!test.passes(records, "Matching is failed({})\n", ignore_thresholds)) return TWINTRUE_TOO_FEW_MATCHES;
+  if (!test.passes(records, kFewMatches, ignore_thresholds)) return TWINTRUE_TOO_FEW_MATCHES;
 
   std::vector<RayMatch> matches;
   if (records > 0) matches = accepted_matches(match_set);

@@ -28,6 +28,25 @@ struct RunPaths {
 // Section of the lens file that describes the lens.
 inline constexpr const char* kLensSection = "OPTRA";
 
+// What a run says when a count is too low; the field takes the count.
+inline constexpr const char* kFewLeftKeypoints = "Left image detection is failed({})\n";
+inline constexpr const char* kFewRightKeypoints = "Right image detection is failed({})\n";
+inline constexpr const char* kFewMatches = "Matching is failed({})\n";
+
+// Whether enough of the places that a run wants are filled: keypoints and matches are to fill so many ranks
+// of each cell.
+class CountTest {
+ public:
+  CountTest(const CalibContext& context, std::int32_t cells);
+
+  // False if the run has to end here; a failure prints its message either way.
+  bool passes(std::int32_t count, const char* message, bool ignore_thresholds) const;
+
+ private:
+  double reciprocal_;
+  double threshold_;
+};
+
 // Record of a run that hasn't searched yet: ten zeros and four times -1.
 CalibResult starting_result();
 

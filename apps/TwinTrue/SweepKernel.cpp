@@ -1,12 +1,11 @@
 #include "apps/TwinTrue/SweepKernel.h"
 
-#include <bit>
 #include <limits>
+
+#include "apps/TwinTrue/VectorMath.h"
 
 namespace twintrue {
 namespace {
-
-#define TWINTRUE_INLINE [[gnu::always_inline]] inline
 
 constexpr double kHalfPi = 1.5707963267948966;
 constexpr double kQuarterPi = 0.7853981633974483;
@@ -165,38 +164,13 @@ TWINTRUE_INLINE void errors_of(const SweepPose& pose, const MatchBlock& m, std::
   }
 }
 
-// exp(x) for x <= 0 from 2^n times a series of the rest, which is at most half of log 2 in size.
 TWINTRUE_INLINE void exp_of(double factor, std::size_t count, const double* __restrict errors,
                             double* __restrict terms) {
-  constexpr double kLog2E = 1.4426950408889634;
-  constexpr double kLn2High = 6.93147180369123816490e-01;
-  constexpr double kLn2Low = 1.90821492927058770002e-10;
-  constexpr double kRounder =
-      6755399441055744.0;               // 1.5 * 2^52: adding it leaves the whole part in the low bits
   constexpr double kSmallest = -700.0;  // below, a term is nothing beside the others
   for (std::size_t i = 0; i < count; ++i) {
-    const double asked = factor * errors[i];
-    const double x = asked < kSmallest ? kSmallest : asked;
-    const double rounded = x * kLog2E + kRounder;
-    const double n = rounded - kRounder;
-    const double r = (x - n * kLn2High) - n * kLn2Low;
-    double p = 1.0 / 6227020800.0;
-    p = p * r + 1.0 / 479001600.0;
-    p = p * r + 1.0 / 39916800.0;
-    p = p * r + 1.0 / 3628800.0;
-    p = p * r + 1.0 / 362880.0;
-    p = p * r + 1.0 / 40320.0;
-    p = p * r + 1.0 / 5040.0;
-    p = p * r + 1.0 / 720.0;
-    p = p * r + 1.0 / 120.0;
-    p = p * r + 1.0 / 24.0;
-    p = p * r + 1.0 / 6.0;
-    p = p * r + 0.5;
-    p = p * r + 1.0;
-    p = p * r + 1.0;
-    const auto exponent = (std::bit_cast<std::uint64_t>(rounded) << 52) + std::bit_cast<std::uint64_t>(1.0);
-    const double value = p * std::bit_cast<double>(exponent);
-    terms[i] = asked < kSmallest ? 0.0 : value;
+    const double x = factor * errors[i];
+    const double value = vector_math::exp(x < kSmallest ? kSmallest : x);
+    terms[i] = x < kSmallest ? 0.0 : value;
   }
 }
 

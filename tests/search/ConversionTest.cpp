@@ -1,10 +1,13 @@
 #include "apps/TwinTrue/ImageFormatConverter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "apps/TwinTrue/LuminanceKernel.h"
 
 namespace twintrue {
 namespace {
@@ -55,6 +58,39 @@ TEST(Conversion, HonoursOrderAndStride) {
           ASSERT_EQ(up.at(height - 1 - y, x), expected(x, y, bgr != 0));
         }
       }
+    }
+  }
+}
+
+TEST(Conversion, KernelsGiveThePlainFormsBitsOnEveryInstructionSet) {
+  // A walk through the colour cube that meets every byte value in every place.
+  constexpr std::size_t kCount = 300000;
+  std::vector<std::uint8_t> bytes(3 * kCount);
+  std::uint32_t colour = 0;
+  for (std::size_t i = 0; i < kCount; ++i, colour = (colour + 9973) & 0xffffff) {
+    for (std::size_t k = 0; k < 3; ++k) bytes[3 * i + k] = static_cast<std::uint8_t>(colour >> (8 * k));
+  }
+  std::fill_n(bytes.begin(), 30, std::uint8_t{0});
+  const LuminanceTable table;
+  for (cve::InstructionSet set : cve::supported_instruction_sets()) {
+    const LuminanceFn kernel = luminance_kernel(set);
+    std::vector<float> target(kCount);
+    for (bool blue_first : {false, true}) {
+      kernel(table, bytes.data(), kCount, blue_first, target.data());
+      for (std::size_t i = 0; i < kCount; ++i) {
+        const std::uint8_t* p = &bytes[3 * i];
+        ASSERT_EQ(target[i],
+                  blue_first ? linear_luminance(p[2], p[1], p[0]) : linear_luminance(p[0], p[1], p[2]));
+      }
+    }
+    for (std::size_t count : {0, 1, 7, 31, 255, 256, 257}) {
+      std::vector<float> some(count + 1, -1.0f);
+      kernel(table, &bytes[999], count, false, some.data());
+      for (std::size_t i = 0; i < count; ++i) {
+        const std::uint8_t* p = &bytes[999 + 3 * i];
+        ASSERT_EQ(some[i], linear_luminance(p[0], p[1], p[2]));
+      }
+      EXPECT_EQ(some[count], -1.0f) << "writes nothing behind the row";
     }
   }
 }
