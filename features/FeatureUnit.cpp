@@ -19,9 +19,6 @@ namespace {
 // Version of the feature interface, as the query `ver_str` tells it.
 constexpr std::array<int, 4> kVersion{2, 1, 0, 3};
 
-// Pixels that a keypoint needs round it beyond half its patch: the filters of detection reach there.
-constexpr std::int32_t kReachBeyondPatch = 8;
-
 std::int32_t write_text(std::string_view text, void* out, std::size_t bytes) {
   if (bytes == 0) return kUnsuitableKind;
   char* buffer = static_cast<char*>(out);

@@ -55,8 +55,8 @@ bool lay_axis(const twintrue::ParamNode& section, const char* count_key, const c
   return true;
 }
 
-// A text that is one integer and nothing else; blanks may stand before it, as inline lists keep them. Any other
-// text leaves `out` as it is.
+// A text that is one integer and nothing else; blanks may stand before it, as inline lists keep them. Any
+// other text leaves `out` as it is.
 bool parse_whole_int(const std::string& text, std::int32_t& out) {
   const char* first = text.data();
   const char* const last = first + text.size();

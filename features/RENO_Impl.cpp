@@ -19,9 +19,6 @@
 namespace fpu {
 namespace {
 
-// Pixels beyond the patch that the grid leaves round its area.
-constexpr std::int32_t kPatchMargin = 8;
-
 // Typed header over the caller's pixels.
 template <typename T>
 cve::XMat_<T> borrow(const cve::XMat& image) {
@@ -121,7 +118,7 @@ void RENO_Impl::build_levels(const cve::XMat& image, const GridIF& grid) {
 }
 
 Region RENO_Impl::filter_region(const cve::XMat& image, const GridIF& grid) const {
-  const std::int32_t margin = settings_.patchSize / 2 + kPatchMargin;
+  const std::int32_t margin = settings_.patchSize / 2 + kReachBeyondPatch;
   const std::int32_t x0 = std::max(grid.areaLeft() - margin, 0);
   const std::int32_t y0 = std::max(grid.areaTop() - margin, 0);
   const std::int32_t x1 = std::min(grid.areaLeft() + grid.areaWidth() + margin, image.cols);

@@ -14,6 +14,10 @@
 
 namespace fpu {
 
+// Pixels beyond half the patch that stay free between a grid's area and the frame's edge: the filters of
+// detection reach there.
+inline constexpr std::int32_t kReachBeyondPatch = 8;
+
 // What needs more than the interface tells: settings that can't be carried out (see each) abort without a
 // message. Images have the frame size of the store's grid; a grid whose area isn't well inside the image gets
 // no keypoints.
