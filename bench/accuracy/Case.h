@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "PlainLens.h"
+#include "apps/TwinTrue/RayMatch.h"
+#include "lens/RigModel.h"
+
+namespace twintrue::accuracy {
+
+// A rig with matches and known truth.
+struct Case {
+  std::string name;
+  PlainLens lens;  // `pose` is the lens file's
+  Pose truth{};    // the pose that the matches were made with
+  RigState rig;    // as the library reads the lens file
+  std::vector<RayMatch> matches;
+  std::int32_t cells = 0;
+};
+
+}  // namespace twintrue::accuracy
