@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <random>
 #include <tuple>
@@ -85,7 +86,7 @@ TEST(SelectCellTest, StrictModesSortLikeAStableSortByTheirKey) {
   };
   std::mt19937 random(11);
   for (const auto& [mode, key] : keys) {
-    for (const std::size_t count : {1, 2, 5, 31, 32, 33, 64, 100, 128}) {
+    for (const std::size_t count : std::initializer_list<std::size_t>{1, 2, 5, 31, 32, 33, 64, 100, 128}) {
       for (const std::int32_t largest : {2, 300}) {
         Cell cell;
         cell.settings.sort_mode = mode;
@@ -117,7 +118,7 @@ TEST(SelectCellTest, KeysWrapInsteadOfOverflowing) {
 TEST(SelectCellTest, ModesFiveAndSixSurviveTheirOwnOrder) {
   std::mt19937 random(12);
   for (const std::int32_t mode : {5, 6}) {
-    for (const std::size_t count : {2, 31, 32, 33, 97, 128}) {
+    for (const std::size_t count : std::initializer_list<std::size_t>{2, 31, 32, 33, 97, 128}) {
       for (const bool all_alike : {false, true}) {
         Cell cell;
         cell.settings.sort_mode = mode;
