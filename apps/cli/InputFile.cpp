@@ -26,7 +26,8 @@ void require_readable_file(const NamedPath& input) {
   std::error_code error;
   const fs::file_status status = fs::status(input.path, error);
   if (!fs::exists(status)) {
-    fail(input, error ? error.message() : "no such file", "a file that exists",
+    const bool absent = !error || status.type() == fs::file_type::not_found;
+    fail(input, absent ? "no such file" : error.message(), "a file that exists",
          "check the name and the folder it stands in");
   }
   if (fs::is_directory(status)) fail(input, "a folder", "a file", "name a file in it");

@@ -23,6 +23,11 @@ void KeyProblems::require(bool good, const std::string& section, const std::stri
   require(good, section, key, std::to_string(found), expected, remedy);
 }
 
+void KeyProblems::add_document(const std::string& found, const std::string& expected,
+                               const std::string& remedy) {
+  problems_.push_back({fmt::format("PARAMS: {}", source_.name()), found, expected, remedy});
+}
+
 void KeyProblems::add_section(const std::string& section, const std::string& found,
                               const std::string& expected, const std::string& remedy) {
   problems_.push_back(

@@ -23,7 +23,8 @@ class KeyProblems {
   void require(bool good, const std::string& section, const std::string& key, std::int64_t found,
                const std::string& expected, const std::string& remedy);
 
-  // Notes what concerns a whole section.
+  // Notes what concerns the whole document, and a whole section.
+  void add_document(const std::string& found, const std::string& expected, const std::string& remedy);
   void add_section(const std::string& section, const std::string& found, const std::string& expected,
                    const std::string& remedy);
 

@@ -87,11 +87,15 @@ OutputFile::OutputFile(const NamedPath& target, const std::vector<NamedPath>& ta
                  "choose another name; nothing that was read or written is ever overwritten");
     }
   }
-  if (access(folder.c_str(), W_OK | X_OK) != 0) {
+  const fs::path trial = temporary_name(target_);
+  const int descriptor = open(trial.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (descriptor < 0) {
     fail_usage(target, fmt::format("folder {}: {}", folder.string(), system_text(errno)),
                "a folder that files can be written to", "choose another folder or change its permissions");
   }
-  temporary_ = temporary_name(target_);
+  close(descriptor);
+  unlink(trial.c_str());
+  temporary_ = trial;
 }
 
 OutputFile::~OutputFile() {

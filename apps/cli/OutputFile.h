@@ -18,9 +18,9 @@ struct NamedPath {
 // target, be it there or not, stays as it is.
 class OutputFile {
  public:
-  // Picks a fresh temporary name in the target's folder; creates nothing. A target that is a symbolic link
-  // stands for what it points to. Throws Failure (usage) if the folder is missing or not writable, if the
-  // target exists and is no regular file, or if it is one of `taken`.
+  // Picks a fresh temporary name in the target's folder and tries whether a file can be made there; leaves
+  // none. A target that is a symbolic link stands for what it points to. Throws Failure (usage) if the folder
+  // is missing or not writable, if the target exists and is no regular file, or if it is one of `taken`.
   OutputFile(const NamedPath& target, const std::vector<NamedPath>& taken);
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;

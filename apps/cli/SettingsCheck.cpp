@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <memory>
+#include <string_view>
 
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/FeatureChecks.h"
@@ -13,6 +14,12 @@
 
 namespace twintrue::cli {
 namespace {
+
+// Enough of a text to know it by.
+std::string first_words(const std::string& text) {
+  constexpr std::size_t kMost = 60;
+  return text.size() <= kMost ? text : text.substr(0, kMost) + " ...";
+}
 
 void open_document(const SettingsSource& source, ParamDocument& document) {
   std::string reason = "the reader refused it";
@@ -28,12 +35,40 @@ void open_document(const SettingsSource& source, ParamDocument& document) {
               "correct the line that the message names"});
 }
 
+// Other sections of a file are not the library's, and may hold anything.
+bool is_library_section(const std::string& name) {
+  constexpr std::string_view kSearch = "calib";
+  for (const char* section : {"grid", "RENO", "matching", "mvc", "vdet"}) {
+    if (name == section) return true;
+  }
+  return name.starts_with(kSearch) &&
+         name.find_first_not_of("0123456789", kSearch.size()) == std::string::npos;
+}
+
+// A key without its colon makes text of its whole section, and all of the section's keys go unnoticed.
+void check_sections_are_maps(KeyProblems& problems, ParamDocument& document) {
+  if (param_is_none({"", &document.root})) return;
+  if (!param_is_map({"", &document.root})) {
+    problems.add_document("no `section:` lines", "sections such as `calib:` with indented `key: value` lines",
+                          "start from the preset that comes with the program");
+    return;
+  }
+  document.root.for_each_child([&problems](const std::string& key, const Yaml::Node& section) {
+    const bool is_text = !section.text().empty();
+    if (!is_library_section(key) || (!is_text && section.kind() != Yaml::Kind::kSequence)) return;
+    problems.add_section(key, is_text ? fmt::format("text: {}", first_words(section.text())) : "a list",
+                         "indented lines of `key: value`", "look for a line without its colon");
+  });
+}
+
 }  // namespace
 
 SettingsFacts check_settings(const SettingsSource& source, const LensFacts& lens) {
   ParamDocument document;
   open_document(source, document);
   KeyProblems problems(source);
+  check_sections_are_maps(problems, document);
+  if (!problems.all().empty()) throw Failure(ExitCode::kFileUnusable, problems.all());
   SettingsFacts facts;
   {
     // Loading the detector prints a line break.

@@ -10,6 +10,7 @@
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/commands/Calibrate.h"
+#include "apps/cli/commands/Inspect.h"
 
 namespace {
 
@@ -28,13 +29,19 @@ constexpr const char* kExitCodes =
 int run(int argc, char** argv) {
   CLI::App program("TwinTrue: calibration of dual-fisheye stereo lenses from one frame", "twintrue");
   program.set_version_flag("--version", "twintrue " TWINTRUE_VERSION);
-  program.require_subcommand(1);
+  // Not "exactly one": an unknown name is then told of by its name.
+  program.require_subcommand(0, 1);
   program.footer(kExitCodes);
   ExitCode code = ExitCode::kOther;
   twintrue::cli::add_calibrate(program, &code);
   for (CLI::App* command : program.get_subcommands({})) command->footer(kExitCodes);
+  twintrue::cli::add_inspect(program, &code);
   try {
     program.parse(argc, argv);
+    if (program.get_subcommands().empty()) {
+      std::cerr << program.help() << "\ntwintrue: a subcommand is missing, such as calibrate\n";
+      code = ExitCode::kUsage;
+    }
   } catch (const CLI::ParseError& error) {
     // Asking for help or the version arrives here as well, as a success.
     return program.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::kUsage);

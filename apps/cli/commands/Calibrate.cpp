@@ -77,6 +77,12 @@ void check_machine() {
                         "allow it more processors (taskset, container limits), or use another machine"});
 }
 
+// The libraries under OpenImageIO write messages of their own; what matters of them is in the Failure.
+Frame read_frame_quietly(const std::string& path) {
+  ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
+  return read_frame(path);
+}
+
 // Puts the corrected file in its place if there is one that is worth it.
 void keep_out_lens(const LensFacts& lens, Outputs& outputs, RunReport& report) {
   const ExitCode code = exit_code_of(report);
@@ -98,7 +104,7 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   require_readable_file({"FRAME", arguments.frame});
   const LensFacts lens = check_lens(arguments.lens);
   const SettingsSource source(arguments.params);
-  const Frame frame = read_frame(arguments.frame);
+  const Frame frame = read_frame_quietly(arguments.frame);
   check_frame_size(lens, arguments.lens, frame.width, frame.height);
 
   RunReport report;
@@ -172,7 +178,8 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
       ->add_option(
           "FRAME", arguments->frame,
           "Picture with both fisheye pictures side by side, as captured (PNG, JPEG, TIFF, BMP, PPM, ...)")
-      ->required();
+      ->required()
+      ->type_name("");
   command->add_option("--lens", arguments->lens, "Lens description file")->required()->type_name("LENS");
   command
       ->add_option("--params", arguments->params,

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "apps/TwinTrue/CalibContext.h"
+#include "apps/cli/commands/InspectJson.h"
+
+namespace twintrue::cli {
+
+// The settings of the search, tables by retry and level in full; without what a run works out.
+Json calib_json(const CalibContext& context);
+
+}  // namespace twintrue::cli

@@ -1,0 +1,148 @@
+#include "apps/cli/commands/InspectStage.h"
+
+#include <OpenImageIO/imageio.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "apps/TwinTrue/RunDriver.h"
+#include "apps/cli/ChatterCapture.h"
+#include "apps/cli/OutputFile.h"
+#include "apps/cli/Problem.h"
+#include "apps/cli/commands/InspectOutput.h"
+#include "apps/cli/commands/InspectRun.h"
+#include "features/FeatureFrame.h"
+#include "features/RENO_Impl.h"
+#include "features/StageTap.h"
+
+namespace twintrue::cli {
+namespace {
+
+const std::vector<std::string> kStages{"linear", "filtered", "fixed", "working", "gx",       "gy",
+                                       "lxx",    "lxy",      "lyy",   "det",     "response", "smoothed"};
+
+struct StageArguments : RunArguments {
+  std::string stage;
+  std::string picture;  // the TIFF to write
+};
+
+// Keeps one image as floats.
+class OneImage final : public fpu::StageTap {
+ public:
+  explicit OneImage(std::string name) : name_(std::move(name)) {}
+
+  void image(std::string_view name, const cve::XMat& image, std::int32_t /*x*/, std::int32_t /*y*/) override {
+    if (name != name_) return;
+    cols = image.cols;
+    rows = image.rows;
+    pixels.clear();
+    switch (image.type()) {
+      case cve::kUint8:
+        append<unsigned char>(image);
+        break;
+      case cve::kInt16:
+        append<short>(image);
+        break;
+      default:
+        append<float>(image);
+    }
+  }
+
+  std::int32_t cols = 0;
+  std::int32_t rows = 0;
+  std::vector<float> pixels;
+
+ private:
+  template <typename T>
+  void append(const cve::XMat& image) {
+    pixels.reserve(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
+    for (std::int32_t y = 0; y < rows; ++y) {
+      const auto* const row = reinterpret_cast<const T*>(static_cast<const std::byte*>(image.data) +
+                                                         std::ptrdiff_t{y} * image.stride);
+      for (std::int32_t x = 0; x < cols; ++x) pixels.push_back(static_cast<float>(row[x]));
+    }
+  }
+
+  std::string name_;
+};
+
+void write_picture(const OutputFile& file, const OneImage& image) {
+  std::string reason;
+  {
+    const ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
+    // By the format's name: the temporary file has another ending.
+    const std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create("tiff");
+    const OIIO::ImageSpec spec(image.cols, image.rows, 1, OIIO::TypeFloat);
+    if (!output) {
+      reason = OIIO::geterror();
+    } else if (!output->open(file.temporary().string(), spec) ||
+               !output->write_image(OIIO::TypeFloat, image.pixels.data()) || !output->close()) {
+      reason = output->geterror();
+    }
+    if (reason.empty()) return;
+  }
+  throw Failure(ExitCode::kOther,
+                Problem{fmt::format("-o: {}", file.target().string()),
+                        fmt::format("the picture could not be written: {}", reason),
+                        "room for it on the disk", "free some space or choose another folder"});
+}
+
+[[noreturn]] void fail_absent(const StageArguments& arguments, const fpu::FeatureFrame& frame) {
+  const bool no_keypoints = arguments.stage == "smoothed" && frame.store.count == 0;
+  if (no_keypoints) {
+    throw Failure(ExitCode::kTooFewMatches,
+                  Problem{fmt::format("FRAME: {}", arguments.frame),
+                          "no keypoint in this half, so that nothing is smoothed for descriptors",
+                          "a picture with detail", "look at `inspect stage response`"});
+  }
+  throw Failure(
+      ExitCode::kFileUnusable,
+      Problem{"PARAMS: section `RENO`", fmt::format("settings without an image `{}`", arguments.stage),
+              "`det_type: 6`; for `smoothed` a `desc_gaus_size` above 0", "change these keys"});
+}
+
+void inspect_stage(const StageArguments& arguments) {
+  OutputFile file({"-o", arguments.picture}, inputs_of(arguments));
+  const auto run = open_frame_run(arguments, Reach::kDetection);
+  fpu::FeatureFrame frame(*run->unit);
+  OneImage image(arguments.stage);
+  auto& detector = dynamic_cast<fpu::RENO_Impl&>(*run->unit->detector);
+  {
+    const MessagesToErrors redirected;
+    detector.setTap(&image);
+    detect_half(run->half(arguments.side), frame);
+    detector.setTap(nullptr);
+  }
+  if (image.pixels.empty()) fail_absent(arguments, frame);
+  write_picture(file, image);
+  file.commit();
+}
+
+}  // namespace
+
+void add_inspect_stage(CLI::App& inspect, ExitCode* code) {
+  const auto arguments = std::make_shared<StageArguments>();
+  CLI::App* command = add_inspection(inspect, code, "stage",
+                                     "An image between the steps of detection, as a TIFF of 32-bit floats",
+                                     [arguments] { inspect_stage(*arguments); });
+  command
+      ->add_option(
+          "NAME", arguments->stage,
+          fmt::format("One of {}; gx to response show the grid's area alone", fmt::join(kStages, ", ")))
+      ->required()
+      ->check(CLI::IsMember(kStages))
+      ->type_name("");
+  add_frame(*command, *arguments);
+  add_lens_and_params(*command, *arguments);
+  add_side(*command, *arguments);
+  command->add_option("-o,--out", arguments->picture, "Picture to write")->required()->type_name("FILE");
+}
+
+}  // namespace twintrue::cli

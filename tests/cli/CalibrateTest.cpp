@@ -1,0 +1,98 @@
+// The program on real frames of known truth.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <numbers>
+
+#include "cli/Fixtures.h"
+#include "cli/IndependentRig.h"
+#include "cli/ProgramRun.h"
+
+namespace {
+
+using cli_test::judge_lens;
+using cli_test::LensError;
+using cli_test::Outcome;
+using cli_test::run_program;
+using testing::AllOf;
+using testing::HasSubstr;
+
+// The judge itself: a lens file has no error against itself, and the nominal one has.
+TEST(Judge, FindsNoErrorInTheTruth) {
+  const LensError none = judge_lens(cli_test::example("truth.lens"), cli_test::example("truth.lens"));
+  EXPECT_GT(none.pairs, 3000);
+  EXPECT_LT(none.rms_px, 1e-6);
+  EXPECT_GT(judge_lens(cli_test::example("truth.lens"), cli_test::example("nominal.lens")).rms_px, 1.0);
+}
+
+TEST(Calibrate, CorrectsTheExampleFrame) {
+  const testing_support::TempDir dir;
+  const std::string out = dir.file("corrected.lens");
+  const std::string json_path = dir.file("result.json");
+  const Outcome outcome = run_program({"calibrate", cli_test::example("frame.jpg"), "--lens",
+                                       cli_test::example("nominal.lens"), "-o", out, "--json", json_path});
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.out << outcome.error;
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("right eye"), HasSubstr("detection ratio"), HasSubstr("error16"),
+                                 HasSubstr("score"), HasSubstr("ok"), HasSubstr(out)));
+
+  // Half a pixel is what a viewer of 2048 pixels can't see; matches are good to less.
+  const LensError before = judge_lens(cli_test::example("truth.lens"), cli_test::example("nominal.lens"));
+  const LensError after = judge_lens(cli_test::example("truth.lens"), out);
+  EXPECT_LT(after.rms_px, 0.5);
+  EXPECT_LT(after.rms_px, before.rms_px / 4.0);
+  EXPECT_LE(after.lost, before.lost);
+
+  // What matches can tell: how the eyes stand to each other.
+  const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+  EXPECT_EQ(json.at("schema"), 1);
+  EXPECT_EQ(json.at("program"), "twintrue");
+  EXPECT_EQ(json.at("outcome"), "calibrated");
+  EXPECT_EQ(json.at("exit_code"), 0);
+  EXPECT_EQ(json.at("calib_status"), 0);
+  EXPECT_EQ(json.at("frame").at("width"), 2048);
+  EXPECT_EQ(json.at("settings"), "built-in preset");
+  EXPECT_EQ(json.at("out_lens"), out);
+  const auto& right = json.at("corrections").at("right_eye");
+  const auto& left = json.at("corrections").at("left_eye");
+  const auto difference = [&](const char* key) {
+    return right.at(key).get<double>() - left.at(key).get<double>();
+  };
+  constexpr double kTolerance = 0.05;  // degrees: 0.5 pixel of this frame
+  EXPECT_NEAR(difference("pan_deg"), 0.15, kTolerance);
+  EXPECT_NEAR(difference("tilt_deg"), 0.30, kTolerance);
+  EXPECT_NEAR(difference("roll_deg"), -0.20, kTolerance);
+  EXPECT_NEAR(right.at("tilt_rad").get<double>() * 180.0 / std::numbers::pi,
+              right.at("tilt_deg").get<double>(), 1e-12);
+  for (const char* measure : {"detection_ratio", "quality", "error16"}) {
+    EXPECT_EQ(json.at("measures").at(measure).at("passed"), true) << measure;
+  }
+}
+
+class LargeFrame : public testing::TestWithParam<const char*> {};
+
+TEST_P(LargeFrame, IsCorrected) {
+  const std::string folder = std::string(TWINTRUE_FRAMES_DIR) + "/" + GetParam();
+  if (!std::filesystem::exists(folder + "/frame.png")) GTEST_SKIP() << "no frame in " << folder;
+#ifdef TWINTRUE_SANITIZED
+  GTEST_SKIP() << "a sanitized build walks the same code on the example frame, in a tenth of the time";
+#endif
+  const testing_support::TempDir dir;
+  const std::string out = dir.file("corrected.lens");
+  const Outcome outcome =
+      run_program({"calibrate", folder + "/frame.png", "--lens", folder + "/nominal.lens", "-o", out});
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.out << outcome.error;
+  const LensError before = judge_lens(folder + "/truth.lens", folder + "/nominal.lens");
+  const LensError after = judge_lens(folder + "/truth.lens", out);
+  EXPECT_LT(after.rms_px, 1.0) << "before: " << before.rms_px;
+  EXPECT_LT(after.lost, before.lost + 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Frames, LargeFrame, testing::Values("room_distorted", "court_format2"),
+                         [](const auto& frame) { return std::string(frame.param); });
+
+}  // namespace

@@ -1,0 +1,132 @@
+#include "apps/cli/FrameFile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "apps/cli/Problem.h"
+#include "cli/Fixtures.h"
+
+namespace twintrue::cli {
+namespace {
+
+using cli_test::write_picture;
+using testing::Each;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+constexpr int kWidth = 5;
+constexpr int kHeight = 70;  // more rows than are read at a time
+constexpr std::size_t kPixels = kWidth * kHeight;
+
+// A value of 0 to 1 for each sample, such that neighbours in all directions differ.
+float sample_at(std::size_t index) { return static_cast<float>(index * 37 % 256) / 255.0f; }
+
+std::vector<float> samples_of(int channels) {
+  std::vector<float> samples(kPixels * static_cast<std::size_t>(channels));
+  for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = sample_at(i);
+  return samples;
+}
+
+std::uint8_t rounded(double unit) { return static_cast<std::uint8_t>(std::lround(unit * 255.0)); }
+
+TEST(FrameFile, KeepsBytesAndOrderOfPlainPictures) {
+  const testing_support::TempDir dir;
+  std::vector<std::uint8_t> expected;
+  for (const float sample : samples_of(3)) expected.push_back(rounded(sample));
+  for (const char* name : {"a.png", "a.tif", "a.bmp", "a.ppm"}) {
+    SCOPED_TRACE(name);
+    write_picture(dir.file(name), kWidth, kHeight, 3, OIIO::TypeUInt8, samples_of(3));
+    const Frame frame = read_frame(dir.file(name));
+    EXPECT_EQ(frame.width, static_cast<std::uint32_t>(kWidth));
+    EXPECT_EQ(frame.height, static_cast<std::uint32_t>(kHeight));
+    EXPECT_THAT(frame.pixels, ElementsAreArray(expected));
+  }
+}
+
+TEST(FrameFile, ReadsTiledPictures) {
+  const testing_support::TempDir dir;
+  const std::string path = dir.file("tiled.tif");
+  const auto output = OIIO::ImageOutput::create(path);
+  OIIO::ImageSpec spec(kWidth, kHeight, 3, OIIO::TypeUInt8);
+  spec.tile_width = 16;
+  spec.tile_height = 32;
+  ASSERT_TRUE(output->open(path, spec));
+  const std::vector<float> samples = samples_of(3);
+  ASSERT_TRUE(output->write_image(OIIO::TypeFloat, samples.data()));
+  ASSERT_TRUE(output->close());
+  std::vector<std::uint8_t> expected;
+  for (const float sample : samples) expected.push_back(rounded(sample));
+  EXPECT_THAT(read_frame(path).pixels, ElementsAreArray(expected));
+}
+
+TEST(FrameFile, RoundsSixteenBitsToEight) {
+  const testing_support::TempDir dir;
+  // 0.3 of a byte's step above a byte, and 0.7.
+  const std::vector<float> samples{100.3f / 255.0f, 100.7f / 255.0f, 1.0f};
+  write_picture(dir.file("a.png"), 1, 1, 3, OIIO::TypeUInt16, samples);
+  EXPECT_THAT(read_frame(dir.file("a.png")).pixels, ElementsAre(100, 101, 255));
+}
+
+TEST(FrameFile, MakesThreeChannelsOfGrey) {
+  const testing_support::TempDir dir;
+  for (const int channels : {1, 2}) {  // alone, and with alpha
+    SCOPED_TRACE(channels);
+    std::vector<float> samples{0.2f, 1.0f, 0.8f, 0.5f};
+    if (channels == 1) samples = {0.2f, 0.8f};
+    write_picture(dir.file("a.png"), 2, 1, channels, OIIO::TypeUInt8, samples);
+    EXPECT_THAT(read_frame(dir.file("a.png")).pixels, ElementsAre(51, 51, 51, 204, 204, 204));
+  }
+}
+
+TEST(FrameFile, DropsAlphaWithoutDarkeningTheColours) {
+  const testing_support::TempDir dir;
+  const std::vector<float> samples{0.2f, 0.4f, 0.6f, 0.0f, 0.2f, 0.4f, 0.6f, 0.5f};
+  for (const OIIO::TypeDesc& type : {OIIO::TypeUInt8, OIIO::TypeUInt16}) {
+    write_picture(dir.file("a.png"), 2, 1, 4, type, samples);
+    EXPECT_THAT(read_frame(dir.file("a.png")).pixels, ElementsAre(51, 102, 153, 51, 102, 153));
+  }
+}
+
+TEST(FrameFile, EncodesLinearLightAndClampsFloats) {
+  const testing_support::TempDir dir;
+  const float not_a_number = std::nanf("");
+  const std::vector<float> samples{0.001f, 0.2f, 0.7f, -3.0f, 20.0f, not_a_number};
+  write_picture(dir.file("linear.exr"), 2, 1, 3, OIIO::TypeFloat, samples);
+  // The sRGB curve of IEC 61966-2-1.
+  const std::uint8_t dark = rounded(12.92 * 0.001);
+  const std::uint8_t middle = rounded(1.055 * std::pow(0.2, 1.0 / 2.4) - 0.055);
+  const std::uint8_t bright = rounded(1.055 * std::pow(0.7, 1.0 / 2.4) - 0.055);
+  EXPECT_THAT(read_frame(dir.file("linear.exr")).pixels, ElementsAre(dark, middle, bright, 0, 255, 0));
+
+  write_picture(dir.file("encoded.tif"), 2, 1, 3, OIIO::TypeFloat, samples, "sRGB");
+  EXPECT_THAT(read_frame(dir.file("encoded.tif")).pixels, ElementsAre(0, 51, 179, 0, 255, 0));
+}
+
+TEST(FrameFile, RefusesDamagedAndAbsurdPictures) {
+  const testing_support::TempDir dir;
+  write_picture(dir.file("whole.png"), 300, 200, 3, OIIO::TypeUInt8, std::vector<float>(300 * 200 * 3, 0.5f));
+  const std::string bytes = testing_support::read_file(dir.file("whole.png"));
+  // A PPM that claims 70000 x 70000 pixels.
+  const std::string huge = "P6\n70000 70000\n255\nabc";
+  const std::vector<std::string> bad{dir.write("cut.png", bytes.substr(0, bytes.size() / 2)),
+                                     dir.write("text.png", "no picture at all"),
+                                     dir.write("empty.png", ""),
+                                     dir.write("huge.ppm", huge),
+                                     dir.file("missing.png"),
+                                     dir.path().string()};
+  for (const std::string& path : bad) {
+    SCOPED_TRACE(path);
+    try {
+      read_frame(path);
+      ADD_FAILURE() << "was read";
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.code(), ExitCode::kInputUnreadable);
+      EXPECT_THAT(failure.what(), testing::HasSubstr(path));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace twintrue::cli
