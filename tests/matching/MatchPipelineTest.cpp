@@ -106,6 +106,7 @@ TEST(MatchFramesTest, FindsThePlantedMatches) {
     MatchSet set(scene->unit, 1);
     const std::int32_t records = match_frames(*scene->a, *scene->b, &set, false);
     ASSERT_EQ(static_cast<std::size_t>(records), set.records.size());
+    for (const auto& keypoint : scene->b->store.records) EXPECT_LE(keypoint.link, 0);  // none is written
     // Records carry no indices, but walk the cells with the vectors.
     double right = 0;
     double accepted = 0;
@@ -247,15 +248,6 @@ TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {
   EXPECT_EQ(raised, agreeing);
 }
 
-TEST(MatchFramesTest, WithoutLinksNoFrameIsWritten) {
-  auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-  plant(*scene, {}, 45);
-  for (auto& keypoint : scene->b->store.records) keypoint.link = -1;
-  MatchSet set(scene->unit, 1);
-  ASSERT_GT(match_frames(*scene->a, *scene->b, &set, false), 100);
-  for (const auto& keypoint : scene->b->store.records) EXPECT_EQ(keypoint.link, -1);
-}
-
 TEST(MatchFramesTest, NumberedSectionsAreLoadedWhenTheSetAsksForThem) {
   auto scene = make_scene(kSettings + "vdet:\n" + kChecks +
                           "matching3:\n  max_vector_ratio_h: 0\nmatching5:\n  penalty_rshift: 99\n  k: 7\n"
@@ -288,29 +280,38 @@ TEST(MatchFramesTest, NumberedSectionsAreLoadedWhenTheSetAsksForThem) {
   EXPECT_EQ(unit.vdetSettings.section, "vdet");
 }
 
-TEST(MatchFramesTest, SwitchedOffChecksAcceptNothing) {
-  auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-  plant(*scene, {}, 47);
-  scene->unit.vdetSettings.enabled = false;
-  MatchSet set(scene->unit, 1);
-  EXPECT_EQ(scene->unit.relMatchCount, -1);
-  EXPECT_GT(match_frames(*scene->a, *scene->b, &set, false), 100);
-  EXPECT_EQ(scene->unit.relMatchCount, 0);
-  for (const MatchRecord& record : set.records) EXPECT_EQ(record.accepted, 0);
-}
-
-TEST(MatchFramesTest, MessagesFollowTheSteps) {
+TEST(MatchFramesTest, MessagesFollowTheStepsAndSwitchedOffChecksAcceptNothing) {
   for (const bool checks : {true, false}) {
     auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
+    plant(*scene, {}, 47);
     scene->unit.timer.printEnabled = true;
     scene->unit.vdetSettings.enabled = checks;
     MatchSet set(scene->unit, 1);
+    EXPECT_EQ(scene->unit.relMatchCount, -1);
     testing::internal::CaptureStdout();
-    EXPECT_EQ(match_frames(*scene->a, *scene->b, &set, false), 0);
+    EXPECT_GT(match_frames(*scene->a, *scene->b, &set, false), 100);
     const std::string line = " time: [0-9.]+ ms\n";
     const std::string lines = "matching" + line + "correction" + line + (checks ? "flagging" + line : "");
     EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::MatchesRegex(lines));
+    const auto accepted = std::count_if(set.records.begin(), set.records.end(),
+                                        [](const MatchRecord& record) { return record.accepted == 1; });
+    EXPECT_EQ(scene->unit.relMatchCount, accepted);
+    EXPECT_EQ(accepted > 0, checks);
   }
+}
+
+TEST(MatchFramesTest, FramesThatDoNotPairLeaveNothing) {
+  auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
+  for (int i = 0; i < 5; ++i) {
+    add_keypoint(*scene->a, 50, static_cast<float>(50 + i), 3000);
+    add_keypoint(*scene->b, 700, static_cast<float>(600 + i), 3000);
+  }
+  set_descriptors(*scene->a, std::vector(5, Descriptor(8, 0)));
+  set_descriptors(*scene->b, std::vector(5, Descriptor(8, 0)));
+  MatchSet set(scene->unit, 1);
+  EXPECT_EQ(match_frames(*scene->a, *scene->b, &set, false), 0);
+  EXPECT_EQ(export_matches(&set, nullptr, 1, 96), 0);
+  EXPECT_EQ(scene->unit.relMatchCount, 0);
 }
 
 TEST(ExportMatchesTest, CopiesLeadingWords) {
