@@ -72,17 +72,17 @@ std::uint64_t parse_seed(const std::string& text) {
   return value;
 }
 
-// Bytes of a descriptor. Four, not eight, bits a byte stand behind a `desc_bytes` without `desc_bits`: files
-// in use count on it.
-std::int32_t read_descriptor_length(const ParamNode& section, std::int32_t bytes) {
-  read_int(section, "desc_bytes", bytes);
-  constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
-  auto bits = static_cast<std::int32_t>(std::clamp(std::int64_t{bytes} * 4, -kMax, kMax));
-  read_int(section, "desc_bits", bits);
-  return bits / 8;
-}
-
 }  // namespace
+
+DescriptorSize read_descriptor_size(const ParamNode& section, std::int32_t bytes) {
+  DescriptorSize size{bytes, 0};
+  read_int(section, "desc_bytes", size.bytes);
+  // Files in use count on the factor 4.
+  constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
+  size.bits = static_cast<std::int32_t>(std::clamp(std::int64_t{size.bytes} * 4, -kMax, kMax));
+  read_int(section, "desc_bits", size.bits);
+  return size;
+}
 
 void DetectorSettings::read(const ParamNode& section) {
   read_int(section, "nfeatures", nfeatures);
@@ -98,7 +98,7 @@ void DetectorSettings::read(const ParamNode& section) {
   read_int(section, "ds_mode", ds_mode);
   read_int(section, "gamma_mode", gamma_mode);
   read_int(section, "desc_gaus_size", desc_gaus_size);
-  desc_bytes = read_descriptor_length(section, desc_bytes);
+  desc_bytes = read_descriptor_size(section, desc_bytes).length();
   read_int(section, "filter_mode", filter_mode);
   read_int(section, "det_type", det_type);
   read_int(section, "no_extrema_suppression", no_extrema_suppression);

@@ -13,6 +13,17 @@ namespace fpu {
 inline constexpr std::int32_t kMaxLevels = 20;
 inline constexpr std::int32_t kMaxDescriptorBytes = 64;
 
+// The keys that lay down how long a descriptor is; of both, DetectorSettings keeps the length alone.
+struct DescriptorSize {
+  std::int32_t bytes = 0;  // `desc_bytes`
+  std::int32_t bits = 0;   // `desc_bits`; absent: four, not eight, for each of `desc_bytes`
+
+  std::int32_t length() const { return bits / 8; }  // whole bytes
+};
+
+// Reads the two keys; `bytes` stands for an absent or unreadable `desc_bytes`.
+DescriptorSize read_descriptor_size(const twintrue::ParamNode& section, std::int32_t bytes);
+
 // In the order in which the keys are read. "Unused": the key is accepted and kept, and nothing depends on it.
 struct DetectorSettings {
   std::int32_t nfeatures = 0;       // unused
