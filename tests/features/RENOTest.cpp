@@ -189,6 +189,14 @@ TEST(RENOTest, WithoutKeypointsOrPixelsNothingIsMade) {
   EXPECT_EQ(outcome.store.count, 0);
   picky.compute(1, outcome.store, outcome.descriptors);
   EXPECT_EQ(outcome.descriptors.data, nullptr);
+
+  // A threshold below 0 doesn't make keypoints of pixels without a response.
+  fpu::RENO_Impl eager;
+  configure(eager, "  res_th: -5\n");
+  cve::XMat_<float> dark;
+  dark.create(kRows, kCols);
+  eager.detect(1, dark, outcome.store);
+  EXPECT_EQ(outcome.store.count, 0);
 }
 
 // A grid that reaches the rim of the image would have the derivatives read outside it.

@@ -131,10 +131,15 @@ TEST(TestPatternDeathTest, UnknownModeEndsTheProcess) {
 }
 
 // The rules once more, told as a table of verdicts over the whole chain so far.
-std::vector<PatternPoint> reference_chain(const fpu::CandidatePattern& candidates,
-                                          const fpu::ChainRules& rules) {
+struct ReferenceChain {
+  std::vector<PatternPoint> points;
+  int given_up_draws = 0;
+};
+
+ReferenceChain reference_chain(const fpu::CandidatePattern& candidates, const fpu::ChainRules& rules) {
   std::mt19937_64 engine(rules.seed);
   std::vector<PatternPoint> chain;
+  int given_up_draws = 0;
   const int q = rules.patchSize / 4;
   const int half = rules.patchSize / 2;
   const int quota = std::min((rules.bits + 1) / 2, half * half);
@@ -149,6 +154,7 @@ std::vector<PatternPoint> reference_chain(const fpu::CandidatePattern& candidate
       const bool zone_ok = rules.weightDist == 0 || (i < quota ? inside(p, q) : !inside(p, q));
       const bool repeats = std::find(chain.begin(), chain.end(), p) != chain.end();
       bool turned_away = false;
+      if (zone_ok && rules.posLimit != 0 && attempts >= 9999) ++given_up_draws;
       if (zone_ok && rules.posLimit != 0 && attempts < 9999) {
         const auto at = [&](int k) { return chain[static_cast<std::size_t>(k)]; };
         if (i >= 1 && bit2 && (bit1 || !inside(p, q)) && close_by(p, at(i - 1))) {
@@ -171,7 +177,7 @@ std::vector<PatternPoint> reference_chain(const fpu::CandidatePattern& candidate
       if (found) chain.push_back(p);
     }
   }
-  return chain;
+  return {chain, given_up_draws};
 }
 
 TEST(TestPatternTest, ChainKeepsItsRules) {
@@ -189,7 +195,7 @@ TEST(TestPatternTest, ChainKeepsItsRules) {
           const bool gave_up = !testing::internal::GetCapturedStdout().empty();
           ASSERT_EQ(chain.size(), 2 * static_cast<std::size_t>(bits) + 1);
           chain.resize(static_cast<std::size_t>(bits) + 1);
-          EXPECT_EQ(chain, reference_chain(candidates, rules));
+          EXPECT_EQ(chain, reference_chain(candidates, rules).points);
           EXPECT_EQ(distinct(chain).size(), chain.size());
 
           const int q = patch / 4;
@@ -215,25 +221,37 @@ TEST(TestPatternTest, ChainKeepsItsRules) {
   }
 }
 
-// Nine candidates, all neighbours: each point but the first gives the rule up, says so, and the chain ends.
+// Twelve different points, all wanted, in three blocks of neighbours or in two lines: most points give the
+// rules up. When they do, and so which candidate comes next, hangs on every count of attempts.
 TEST(TestPatternTest, CrowdedCandidatesGiveTheNeighbourRulesUp) {
-  fpu::CandidatePattern candidates;
-  for (std::size_t i = 0; i < candidates.size(); ++i) {
-    candidates[i] = {static_cast<int>(i % 3) - 1, static_cast<int>(i / 3 % 3) - 1};
+  fpu::CandidatePattern blocks;
+  fpu::CandidatePattern lines;
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    const int n = static_cast<int>(i % 12);
+    blocks[i] = {n / 4 * 3 + n % 2, n / 2 % 2};
+    lines[i] = {n % 6, n / 6 * 3};
   }
-  const fpu::ChainRules rules{8, 13, 0, 3, 5};
-  std::ostringstream histogram;
-  testing::internal::CaptureStdout();
-  std::vector<PatternPoint> chain = fpu::select_chain(candidates, rules, histogram);
-  const std::string printed = testing::internal::GetCapturedStdout();
-  chain.resize(9);
-  EXPECT_EQ(distinct(chain).size(), 9u);
-  EXPECT_EQ(chain, reference_chain(candidates, rules));
-  std::string lines;
-  while (lines.size() < printed.size()) lines += "GU\n";
-  EXPECT_EQ(printed, lines);
-  // Only the corners have candidates that aren't their neighbours, so most of the eight steps give up.
-  EXPECT_GE(printed.size(), 3u);
+  int gave_up = 0;
+  for (const fpu::CandidatePattern& candidates : {blocks, lines}) {
+    for (const std::int32_t limit : {2, 3, 4, 6, 7}) {
+      for (std::uint64_t seed = 0; seed < 40; ++seed) {
+        const fpu::ChainRules rules{11, 4, 0, limit, seed};
+        std::ostringstream histogram;
+        testing::internal::CaptureStdout();
+        std::vector<PatternPoint> chain = fpu::select_chain(candidates, rules, histogram);
+        const std::string printed = testing::internal::GetCapturedStdout();
+        chain.resize(12);
+        const ReferenceChain reference = reference_chain(candidates, rules);
+        EXPECT_EQ(chain, reference.points) << limit << ' ' << seed;
+        EXPECT_EQ(distinct(chain).size(), 12u);
+        std::string expected;
+        for (int i = 0; i < reference.given_up_draws; ++i) expected += "GU\n";
+        EXPECT_EQ(printed, expected);
+        gave_up += reference.given_up_draws;
+      }
+    }
+  }
+  EXPECT_GT(gave_up, 100);
 }
 
 TEST(TestPatternTest, CountsTheCandidatesBeforehand) {
