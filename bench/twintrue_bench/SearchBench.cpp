@@ -1,0 +1,144 @@
+// The pose search: one match after the other against vectors, cached rays and early leave. Items are
+// candidates times matches.
+
+#include <benchmark/benchmark.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "BenchInputs.h"
+#include "apps/TwinTrue/CandidateEvaluation.h"
+#include "apps/TwinTrue/MatchScore.h"
+#include "apps/TwinTrue/PoseSearch.h"
+#include "apps/TwinTrue/SweepScorer.h"
+
+namespace twintrue::bench {
+namespace {
+
+constexpr int kWidth = 4096;
+
+// The accepted matches in the order of the search, repeated or cut to a number.
+std::vector<RayMatch> matches_of(const BenchRun& run, std::size_t count) {
+  std::vector<RayMatch> matches;
+  while (matches.size() < count) {
+    const std::size_t more = std::min(count - matches.size(), run.matches.size());
+    matches.insert(matches.end(), run.matches.begin(),
+                   run.matches.begin() + static_cast<std::ptrdiff_t>(more));
+  }
+  std::stable_sort(matches.begin(), matches.end(),
+                   [](const RayMatch& a, const RayMatch& b) { return a.rank < b.rank; });
+  return matches;
+}
+
+ScorePass pass_of(std::size_t count) {
+  ScorePass pass;
+  pass.sigma = 1.0;
+  pass.rank_limit = 10000;
+  pass.count_limit = static_cast<std::int32_t>(count) + 1;
+  pass.weight_mode = 1;
+  pass.div_mode = 2;
+  return pass;
+}
+
+void ScorePlain(benchmark::State& state) {
+  const BenchRun& run = BenchRun::of_width(kWidth);
+  const auto matches = matches_of(run, static_cast<std::size_t>(state.range(0)));
+  RigState rig = run.rig;
+  rig_apply_pose(rig, starting_result());
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(score_matches(*run.context, pass_of(matches.size()), rig, matches));
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void ScoreFast(benchmark::State& state) {
+  const BenchRun& run = BenchRun::of_width(kWidth);
+  const auto matches = matches_of(run, static_cast<std::size_t>(state.range(0)));
+  SweepScorer scorer(*run.context, pass_of(matches.size()), run.rig, matches,
+                     static_cast<cve::InstructionSet>(state.range(1)));
+  const std::vector<PoseCandidate> pose(1);
+  scorer.prepare(pose);
+  for (auto _ : state) benchmark::DoNotOptimize(scorer.score(pose[0], 0.0));
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+std::int64_t candidates_of(const CalibContext& context) {
+  class Counter final : public SearchObserver {
+   public:
+    void on_level(std::int32_t, std::int32_t, bool, std::int64_t n, const Seeds&) override {
+      candidates += n;
+    }
+    void on_final(std::int32_t, double, const MatchScoreSums&) override {}
+    std::int64_t candidates = 0;
+  } counter;
+  CalibContext copy = context;
+  PoseCandidate result;
+  pose_search(copy, BenchRun::of_width(kWidth).rig, {}, result, &counter);
+  return counter.candidates;
+}
+
+// The whole search of the default preset. What it would cost the plain form is items times the plain rate.
+void SearchOfDefaultPreset(benchmark::State& state) {
+  const BenchRun& run = BenchRun::of_width(kWidth);
+  const auto matches = matches_of(run, static_cast<std::size_t>(state.range(0)));
+  const int before = omp_get_max_threads();
+  omp_set_num_threads(static_cast<int>(state.range(1)));
+  for (auto _ : state) {
+    PoseCandidate result;
+    pose_search(*run.context, run.rig, matches, result);
+    benchmark::DoNotOptimize(result);
+  }
+  omp_set_num_threads(before);
+  state.SetItemsProcessed(state.iterations() * state.range(0) * candidates_of(*run.context));
+}
+
+// One level of many candidates.
+void Level(benchmark::State& state) {
+  const BenchRun& run = BenchRun::of_width(kWidth);
+  const auto matches = matches_of(run, 2000);
+  CalibContext context = *run.context;
+  context.limits[0] = {1, 1, 0, 1, 1};
+  context.right_table[0][0] = {};
+  context.left_table[0][0] = {};
+  for (SweepRange* range :
+       {&context.right_table[0][0].pan, &context.right_table[0][0].tilt, &context.right_table[0][0].roll}) {
+    *range = {-0.01, 0.01, static_cast<std::int32_t>(state.range(0)), 0};
+  }
+  const std::int64_t candidates = state.range(0) * state.range(0) * state.range(0);
+  for (auto _ : state) {
+    Seeds seeds;
+    evaluate_level(context, run.rig, matches, seeds, static_cast<std::int32_t>(state.range(1)), 0, 0);
+    benchmark::DoNotOptimize(seeds);
+  }
+  state.SetItemsProcessed(state.iterations() * candidates * 2000);
+}
+
+void every_set(benchmark::internal::Benchmark* bench) {
+  for (cve::InstructionSet set : cve::supported_instruction_sets())
+    bench->Args({20000, static_cast<int>(set)});
+  for (int matches : {200, 2000, 200000})
+    bench->Args({matches, static_cast<int>(cve::best_instruction_set())});
+}
+
+BENCHMARK(ScorePlain)->ArgName("matches")->Arg(200)->Arg(2000)->Arg(20000)->Unit(benchmark::kMillisecond);
+BENCHMARK(ScoreFast)->ArgNames({"matches", "set"})->Apply(every_set)->Unit(benchmark::kMillisecond);
+BENCHMARK(SearchOfDefaultPreset)
+    ->ArgNames({"matches", "threads"})
+    ->Args({2000, 1})
+    ->Args({20000, 1})
+    ->Args({20000, 2})
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(Level)
+    ->ArgNames({"div", "seeds"})
+    ->Args({5, 1})
+    ->Args({11, 1})
+    ->Args({24, 1})
+    ->Args({24, 3})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+}  // namespace
+}  // namespace twintrue::bench
