@@ -1,6 +1,7 @@
 #include "lens/RigModel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
@@ -23,6 +24,10 @@ constexpr double kStepRatio = 0.010000000000000002;
 constexpr double kSolverTolerance = 1e-14;
 constexpr int kMaxSolverSteps = 10000;
 
+// Steps that the search may take for a whole table, about a second of work. A table of the usual fineness
+// stays below it whatever its curve, and one of 2^20 entries of a usual curve does.
+constexpr std::int64_t kMaxTableSteps = std::int64_t{1} << 27;
+
 // Largest frame that a lens file may describe, pixels each way.
 constexpr std::int32_t kMaxFrameLength = 65536;
 
@@ -39,26 +44,26 @@ Matrix3 multiply(const Matrix3& a, const Matrix3& b) {
 }
 
 [[noreturn]] void throw_bad_kind() { throw LensModelError("バージョンが不正"); }
+[[noreturn]] void throw_bad_precision() { throw LensModelError("精度ビットが不正"); }
 
 // Number of table entries that the fields ask for; throws if they ask for the impossible.
 std::int32_t checked_table_size(const LensDistortion& distortion) {
-  if (distortion.precision_bit < 1 || distortion.precision_bit > kMaxPrecisionBit) {
-    throw LensModelError("精度ビットが不正");
-  }
+  if (distortion.precision_bit < 1 || distortion.precision_bit > kMaxPrecisionBit) throw_bad_precision();
   if (!(distortion.lut_max > 0.0)) throw LensModelError("最大値が不正");
   const double size = std::ceil((1 << distortion.precision_bit) * distortion.lut_max) + 1.0;
-  if (size > kMaxTableSize) throw LensModelError("精度ビットが不正");
+  if (size > kMaxTableSize) throw_bad_precision();
   return static_cast<std::int32_t>(size);
 }
 
 // Inverse of the curve at y. The curve is only known to be monotone near the range of interest, so it is
-// followed in steps that shrink at every crossing.
-double solve_inverse(const LensDistortion& distortion, double y, double smallest_step) noexcept {
+// followed in steps that shrink at every crossing. Their number is added to `steps`.
+double solve_inverse(const LensDistortion& distortion, double y, double smallest_step,
+                     std::int64_t& steps) noexcept {
   double x = y;
   double last = -1e300;
   double step = std::max(y * kStepRatio, smallest_step);
   bool above = false;
-  for (int i = 0; i < kMaxSolverSteps; ++i) {
+  for (int i = 0; i < kMaxSolverSteps; ++i, ++steps) {
     const double d = distortion_forward(distortion, x);
     if (d == last) break;
     last = d;
@@ -265,14 +270,25 @@ void distortion_build_table(LensDistortion& distortion) {
   const bool solvable = std::all_of(distortion.coeff.begin(), distortion.coeff.end(),
                                     [](double c) { return std::isfinite(c); });
 
-  distortion.table.reset();
   auto table = std::make_shared<std::vector<double>>(static_cast<std::size_t>(size), std::nan(""));
   double* entries = table->data();
   if (solvable) {
+    // The sum is the same for every number of threads, and so is whether it goes beyond the limit. How early
+    // that shows isn't, and doesn't matter.
+    std::atomic<std::int64_t> steps{0};
+    constexpr std::int32_t kChunk = 64;
+    const std::int32_t chunks = (size + kChunk - 1) / kChunk;
 #pragma omp parallel for schedule(static)
-    for (std::int32_t i = 0; i < size; ++i) {
-      entries[i] = solve_inverse(distortion, static_cast<double>(i) / scale, smallest_step);
+    for (std::int32_t chunk = 0; chunk < chunks; ++chunk) {
+      if (steps.load(std::memory_order_relaxed) > kMaxTableSteps) continue;
+      std::int64_t of_chunk = 0;
+      const std::int32_t begin = chunk * kChunk;
+      for (std::int32_t i = begin; i < std::min(begin + kChunk, size); ++i) {
+        entries[i] = solve_inverse(distortion, static_cast<double>(i) / scale, smallest_step, of_chunk);
+      }
+      steps.fetch_add(of_chunk, std::memory_order_relaxed);
     }
+    if (steps.load() > kMaxTableSteps) throw_bad_precision();
   }
   distortion.table_scale = scale;
   distortion.table_size = size;

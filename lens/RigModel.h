@@ -31,7 +31,8 @@ namespace twintrue {
 
 // What the operations below throw. what() is one of four UTF-8 texts:
 //   "バージョンが不正"        `kind` is neither 1 nor 2
-//   "精度ビットが不正"        `precision_bit` below 1, above 24, or a table of more than 2^26 entries
+//   "精度ビットが不正"        `precision_bit` below 1, above 24, or a table of more than 2^26 entries, or of
+//                             so many that the search for them would take seconds
 //   "最大値が不正"            `lut_max` not above 0
 //   "distortionが未初期化"    lookup with no table
 class LensModelError : public std::runtime_error {
@@ -155,8 +156,10 @@ double distortion_forward(const LensDistortion& distortion, double r);
 double distortion_inverse_lookup(const LensDistortion& distortion, double r);
 
 // Computes the table: entry i is the inverse of the curve at i / 2^precision_bit. Throws LensModelError, the
-// old table kept, if precision_bit or lut_max can't be. Runs on the threads of OpenMP; the result is the same
-// for any number of them. If a coefficient isn't a finite number the entries are NaN.
+// old table kept, if precision_bit or lut_max can't be, or can't be in time: the search for all entries may
+// take 2^27 steps, some hundred for each entry of a usual curve. Runs on the threads of OpenMP; the result,
+// refusal included, is the same for any number of them. If a coefficient isn't a finite number the entries
+// are NaN.
 void distortion_build_table(LensDistortion& distortion);
 
 // Gives `to` the table that its own fields ask for: that of `from` if both describe the same curve and `from`

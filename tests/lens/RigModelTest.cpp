@@ -270,6 +270,26 @@ TEST(LensDistortion, ImpossibleFieldsAreRefused) {
   EXPECT_TRUE(std::isnan(endless.table->at(5)));
 }
 
+// A few lines of a lens file could ask for hours of search.
+TEST(LensDistortion, TablesThatWouldTakeLongAreRefusedForEveryThreadCount) {
+  LensDistortion distortion;
+  distortion.kind = 2;
+  distortion_build_table(distortion);
+  const auto kept = distortion.table;
+  distortion.precision_bit = 16;
+  distortion.coeff = {0, -200.0};  // no inverse beyond a radius of 1/8
+  const int threads_before = omp_get_max_threads();
+  for (const int threads : {1, 5}) {
+    omp_set_num_threads(threads);
+    EXPECT_EQ(error_of([&] { distortion_build_table(distortion); }), "精度ビットが不正");
+    EXPECT_EQ(distortion.table, kept);
+  }
+  omp_set_num_threads(threads_before);
+  // The usual fineness is always granted, whatever the curve.
+  distortion.precision_bit = 12;
+  EXPECT_EQ(error_of([&] { distortion_build_table(distortion); }), "");
+}
+
 TEST(LensDistortion, CopiesTakeTheTableOnlyOfTheSameCurve) {
   const LensDistortion from = bent_eye(1).distortion;
   LensDistortion same;
