@@ -13,7 +13,7 @@
 namespace twintrue::cli {
 namespace {
 
-constexpr std::size_t kLargestLens = std::size_t{64} << 20;
+constexpr std::size_t kLargestLens = std::size_t{4} << 20;  // as the reader of the library has it
 constexpr std::size_t kMostQuoted =
     2000;  // bytes of the reader's messages; a broken file may cause thousands
 
