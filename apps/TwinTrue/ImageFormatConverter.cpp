@@ -79,7 +79,8 @@ class FrameConverter final : public RowTask {
  public:
   FrameConverter(const cve::XMat_<float>& output, const CalibImage& image) : output_(output), image_(image) {}
 
-  std::uint32_t row_count() const override { return image_.height; }
+  // Rows without pixels are no work, and there may be billions.
+  std::uint32_t row_count() const override { return image_.width == 0 ? 0 : image_.height; }
 
   void run_rows(std::uint32_t from, std::uint32_t to) override {
     for (std::uint32_t y = from; y < to; ++y) {

@@ -54,6 +54,7 @@ TWINTRUE_INLINE Point turn(const std::array<double, 9>& m, const Point& p) {
 struct Pixel {
   double x, y;
   bool seen;
+  bool delicate = false;  // project_lean only
 };
 
 template <std::uint32_t kKind>
@@ -164,6 +165,84 @@ TWINTRUE_INLINE void errors_of(const SweepPose& pose, const MatchBlock& m, std::
   }
 }
 
+// The lean form of the same, for eyes without shear and translation whose two magnifications are equal, which
+// is what lens makers write. Both projections of a match then need two divisions and a root each:
+//
+//  - Only the direction of a point matters, so the other eye's ray is left at its own length and the baseline
+//    is brought to it instead, by the inverse of the ray's stretch.
+//  - The azimuth's sine and cosine and the distortion share one denominator.
+//
+// The projection keeps a point off its axis by an epsilon. Beside a point that isn't within some tens of
+// micrometres of the eye's horizontal plane it is nothing; the others are counted as delicate, and the block
+// is to be done again in the full form.
+template <std::uint32_t kKind>
+TWINTRUE_INLINE Pixel project_lean(const SweepEye& eye, const std::array<double, 6>& c, const Point& ray,
+                                   double epsilon) {
+  constexpr double kFarFromPlane = 1e7;
+  const Point r = turn(eye.eye_from_rig, ray);
+  const double y2 = r.y * r.y;
+  const double across = __builtin_sqrt(r.x * r.x + y2 + epsilon);
+  const double t = angle_of(across, -r.z) * kTwoOverPi;
+  double g = 0.0;
+  if constexpr (kKind == 1) {
+    const double s = t * eye.magnify_v;
+    const double percent = s * (c[0] + s * (c[1] + s * (c[2] + s * (c[3] + s * (c[4] + s * c[5])))));
+    g = eye.scale * s * 100.0 / (across * (100.0 - percent));
+  } else {
+    const double percent = t * (c[0] + t * (c[1] + t * (c[2] + t * (c[3] + t * (c[4] + t * c[5])))));
+    g = eye.scale * eye.magnify_v * t * (1.0 + 0.01 * percent) / across;
+  }
+  const double px = g * r.x + eye.principal_x;
+  const double py = eye.principal_y - g * r.y;
+  return {px, py, static_cast<bool>((t <= eye.angle_limit) & (px >= eye.x_begin) & (px < eye.x_end)),
+          y2 < kFarFromPlane * epsilon};
+}
+
+template <std::uint32_t kKind>
+TWINTRUE_INLINE std::uint64_t lean_errors_of(const SweepPose& pose, const MatchBlock& m, std::size_t count,
+                                             double* __restrict errors) {
+  const SweepEye& left = pose.left;
+  const SweepEye& right = pose.right;
+  const double half_w = 0.5 * (right.position[0] - left.position[0]);
+  const double* __restrict lx = m.left_rays.x;
+  const double* __restrict ly = m.left_rays.y;
+  const double* __restrict lz = m.left_rays.z;
+  const double* __restrict rx = m.right_rays.x;
+  const double* __restrict ry = m.right_rays.y;
+  const double* __restrict rz = m.right_rays.z;
+  std::uint64_t delicate = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Point d0 = turn(left.rig_from_eye, {lx[i], ly[i], lz[i]});
+    const Point d1 = turn(right.rig_from_eye, {rx[i], ry[i], rz[i]});
+    const double nx = d0.y * d1.z - d0.z * d1.y;
+    const double ny = d0.z * d1.x - d0.x * d1.z;
+    const double nz = d0.x * d1.y - d0.y * d1.x;
+    const double nn = nx * nx + ny * ny + nz * nz;
+    // The eyes differ in x alone, so depth times nn is a sum of four products.
+    const double z_nn = half_w * ((d1.y * nz - d1.z * ny) * d0.z + (d0.y * nz - d0.z * ny) * d1.z);
+    const double inverse_z = nn / z_nn;
+    // depth_low < depth < depth_high, of depth = -z_nn / nn and nn > 0.
+    const double depth_nn = -z_nn;
+    const bool counts = (nn != 0.0) & (depth_nn > pose.depth_low * nn) & (depth_nn < pose.depth_high * nn);
+    const double shrink_0 = d0.z * inverse_z;
+    const double shrink_1 = d1.z * inverse_z;
+    const double sign_0 = shrink_0 < 0.0 ? -1.0 : 1.0;
+    const double sign_1 = shrink_1 < 0.0 ? -1.0 : 1.0;
+    const Point before_right{sign_0 * (d0.x - pose.baseline * shrink_0), sign_0 * d0.y, sign_0 * d0.z};
+    const Point before_left{sign_1 * (d1.x + pose.baseline * shrink_1), sign_1 * d1.y, sign_1 * d1.z};
+    const Pixel a = project_lean<kKind>(right, pose.coeff, before_right, kEpsilon * shrink_0 * shrink_0);
+    const Pixel b = project_lean<kKind>(left, pose.coeff, before_left, kEpsilon * shrink_1 * shrink_1);
+    const double dxb = m.x_b[i] - (b.x - pose.half_width);
+    const double dyb = m.y_b[i] - b.y;
+    const double dxa = m.x_a[i] - a.x;
+    const double dya = m.y_a[i] - a.y;
+    const double error = 0.5 * (dxb * dxb + dyb * dyb + dxa * dxa + dya * dya);
+    errors[i] = counts & a.seen & b.seen ? error : kInfinity;
+    delicate += counts & (a.delicate | b.delicate) ? 1 : 0;
+  }
+  return delicate;
+}
+
 TWINTRUE_INLINE void exp_of(double factor, std::size_t count, const double* __restrict errors,
                             double* __restrict terms) {
   constexpr double kSmallest = -700.0;  // below, a term is nothing beside the others
@@ -188,6 +267,36 @@ template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
 TWINTRUE_TARGET_AVX512 void errors_avx512(const SweepPose& pose, const MatchBlock& matches, std::size_t count,
                                           double* errors) {
   errors_of<kKind, kMidPoint, kError>(pose, matches, count, errors);
+}
+
+template <std::uint32_t kKind>
+void lean_portable(const SweepPose& pose, const MatchBlock& matches, std::size_t count, double* errors) {
+  if (lean_errors_of<kKind>(pose, matches, count, errors) == 0) return;
+  errors_portable<kKind, false, SweepError::kFull>(pose, matches, count, errors);
+}
+template <std::uint32_t kKind>
+TWINTRUE_TARGET_AVX2 void lean_avx2(const SweepPose& pose, const MatchBlock& matches, std::size_t count,
+                                    double* errors) {
+  if (lean_errors_of<kKind>(pose, matches, count, errors) == 0) return;
+  errors_avx2<kKind, false, SweepError::kFull>(pose, matches, count, errors);
+}
+template <std::uint32_t kKind>
+TWINTRUE_TARGET_AVX512 void lean_avx512(const SweepPose& pose, const MatchBlock& matches, std::size_t count,
+                                        double* errors) {
+  if (lean_errors_of<kKind>(pose, matches, count, errors) == 0) return;
+  errors_avx512<kKind, false, SweepError::kFull>(pose, matches, count, errors);
+}
+
+template <std::uint32_t kKind>
+SweepErrorsFn lean_for_set(cve::InstructionSet set) {
+  switch (set) {
+    case cve::InstructionSet::kAvx512:
+      return lean_avx512<kKind>;
+    case cve::InstructionSet::kAvx2:
+      return lean_avx2<kKind>;
+    default:
+      return lean_portable<kKind>;
+  }
 }
 
 void exp_portable(double factor, std::size_t count, const double* errors, double* terms) {
@@ -234,6 +343,9 @@ SweepErrorsFn for_mid_point(cve::InstructionSet set, const SweepVariant& variant
 }  // namespace
 
 SweepErrorsFn sweep_errors(cve::InstructionSet set, const SweepVariant& variant) {
+  if (variant.lean && !variant.mid_point && variant.error == SweepError::kFull) {
+    return variant.kind == 1 ? lean_for_set<1>(set) : lean_for_set<2>(set);
+  }
   return variant.kind == 1 ? for_mid_point<1>(set, variant) : for_mid_point<2>(set, variant);
 }
 

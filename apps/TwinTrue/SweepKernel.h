@@ -72,6 +72,9 @@ struct SweepVariant {
   std::uint32_t kind = 1;  // lens format
   bool mid_point = false;
   SweepError error = SweepError::kFull;
+  // Both eyes are without shear and translation, and magnify alike in both directions. Only looked at for the
+  // full error without the mid-point.
+  bool lean = false;
 };
 
 // Squared pixels of `count` matches, at most kSweepBlock; infinity for a match that doesn't count.

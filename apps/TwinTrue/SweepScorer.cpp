@@ -56,6 +56,12 @@ SweepEye eye_for_kernel(const EyeModel& eye) {
           static_cast<double>(eye.valid_x_end)};
 }
 
+bool is_lean(const EyeModel& eye) {
+  constexpr std::array<double, 3> kNowhere{};
+  return eye.shift_x == 0.0 && eye.shift_y == 0.0 && eye.translate == kNowhere &&
+         eye.magnify_v == eye.magnify_h && eye.magnify_v > 0.0;
+}
+
 // Sums in kSumLanes interleaved parts that are added up in order.
 class LaneSum {
  public:
@@ -97,6 +103,7 @@ SweepScorer::SweepScorer(const CalibContext& context, const ScorePass& pass, con
   SweepVariant variant;
   variant.kind = rig.current.left.distortion.kind;
   variant.mid_point = pass.mid_point == 1;
+  variant.lean = is_lean(rig.current.left) && is_lean(rig.current.right);
 
   const auto lay_out = [&](SweepError error, auto&& wanted) {
     variant.error = error;

@@ -19,7 +19,9 @@ using testing_support::make_matches;
 using testing_support::nominal_rig;
 
 // The synthetic rig bent in every way that the model knows.
-RigState bent_rig(std::uint32_t kind, bool sheared) {
+enum class Bend { kDistorted, kMagnified, kSheared };
+
+RigState bent_rig(std::uint32_t kind, Bend bend) {
   RigState rig = nominal_rig();
   int sign = 1;
   for (EyeModel* eye : {&rig.current.left, &rig.current.right}) {
@@ -27,10 +29,10 @@ RigState bent_rig(std::uint32_t kind, bool sheared) {
     eye->distortion.coeff = {1.2, -0.8, 0.5, 0.3, -0.2, 0.1};
     distortion_build_table(eye->distortion);
     eye->magnify_v = 1.01;
-    eye->magnify_h = 0.985;
+    eye->magnify_h = bend == Bend::kDistorted ? 1.01 : 0.985;
     eye->psi = 0.01 * sign;
     eye->roll = -0.004 * sign;
-    if (sheared) {
+    if (bend == Bend::kSheared) {
       eye->shift_x = 0.002;
       eye->shift_y = -0.001 * sign;
       eye->translate = {0.001, -0.002, 0.0015};
@@ -62,8 +64,8 @@ TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) 
   const auto poses = some_poses(4);
   int compared = 0;
   for (std::uint32_t kind : {1u, 2u}) {
-    for (bool sheared : {false, true}) {
-      const RigState rig = bent_rig(kind, sheared);
+    for (Bend bend : {Bend::kDistorted, Bend::kMagnified, Bend::kSheared}) {
+      const RigState rig = bent_rig(kind, bend);
       for (std::int32_t fast_mode : {0, 1, 2}) {
         for (std::int32_t mid_point : {0, 1}) {
           for (std::int32_t weight_mode = 0; weight_mode < 14; ++weight_mode) {
@@ -94,7 +96,7 @@ TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) 
                          (std::isnan(a) && std::isnan(b));
                 };
                 ASSERT_TRUE(near(fast.score_sum, plain.score_sum))
-                    << kind << sheared << fast_mode << mid_point << ' ' << weight_mode << ": "
+                    << kind << static_cast<int>(bend) << fast_mode << mid_point << ' ' << weight_mode << ": "
                     << fast.score_sum << " for " << plain.score_sum;
                 ASSERT_TRUE(fast.count4 == plain.count4 && fast.count16 == plain.count16 &&
                             near(fast.sum4, plain.sum4) && near(fast.sum16, plain.sum16));
@@ -186,7 +188,7 @@ Seeds plain_level(CalibContext& context, const RigState& rig, const std::vector<
 }
 
 TEST(EvaluateLevel, KeepsTheCandidatesThatThePlainFormKeeps) {
-  const RigState rig = bent_rig(1, false);
+  const RigState rig = bent_rig(1, Bend::kDistorted);
   const auto matches = make_matches(some_poses(1)[0], {.count = 150, .noise_px = 0.7, .outliers = 0.3});
   const int before = omp_get_max_threads();
   for (std::int32_t kept : {1, 2, 3}) {
