@@ -123,7 +123,7 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   }
   context->verbose = false;
   if (frame.empty()) return TWINTRUE_FAILED;
-  const HalfFrames halves = half_frames(frame, rig);
+  HalfFrames halves = half_frames(frame, rig);
 
   std::int32_t cell_rows = 0;
   std::int32_t cell_columns = 0;
@@ -136,8 +136,16 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   }
 
   const CountTest test(*context, cells);
-  if (!test.passes(detect_half(halves.left, left), kFewLeftKeypoints, ignore_thresholds) ||
-      !test.passes(detect_half(halves.right, right), kFewRightKeypoints, ignore_thresholds)) {
+  // The picture goes as soon as both halves have been looked at: the search needs room for its rays.
+  const std::int32_t left_count = detect_half(halves.left, left);
+  halves.left = {};
+  if (!test.passes(left_count, "Left image detection is failed({})\n", ignore_thresholds)) {
+    return TWINTRUE_TOO_FEW_MATCHES;
+  }
+  const std::int32_t right_count = detect_half(halves.right, right);
+  halves.right = {};
+  frame = {};
+  if (!test.passes(right_count, "Right image detection is failed({})\n", ignore_thresholds)) {
     return TWINTRUE_TOO_FEW_MATCHES;
   }
   const std::int32_t records = fpu::match_frames(left, right, &match_set, false);

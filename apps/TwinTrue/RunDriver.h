@@ -81,8 +81,8 @@ std::vector<RayMatch> accepted_matches(const fpu::MatchSet& set);
 void write_corrected_lens(const std::string& lens_path, const CalibResult& result,
                           const std::string& out_path);
 
-// Runs a calibration on the converted frame and fills `result`, which starts as starting_result(). Returns a
-// status of calib(). Prints the run's messages; throws what memory and threads may throw.
+// Runs a calibration on the converted frame and fills `result`, which starts as starting_result(). `frame` is
+// used up. Returns a status of calib(). Prints the run's messages; throws what memory and threads may throw.
 std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ignore_thresholds,
                         CalibResult& result);
 
