@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "matching/Matching.h"
 #include "matching/Rounding.h"
 
 namespace fpu {

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "features/FeatureFrame.h"
-#include "matching/Matching.h"
 
 namespace fpu {
 

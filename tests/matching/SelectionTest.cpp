@@ -143,6 +143,20 @@ TEST(SelectCellTest, ModesFiveAndSixSurviveTheirOwnOrder) {
       }
     }
   }
+  // Vectors that go before each other pass each other: up to 32 of them come out reversed.
+  Cell few;
+  few.settings.sort_mode = 6;
+  std::vector<MatchVector> alike(4);
+  for (std::int32_t i = 0; i < 4; ++i) {
+    alike[static_cast<std::size_t>(i)].id_a = i;
+    alike[static_cast<std::size_t>(i)].dist_ratio = 24;
+  }
+  few.select(alike, 4);
+  EXPECT_EQ(ids_of(alike), (std::vector<std::int32_t>{3, 2, 1, 0}));
+  few.settings.sort_mode = 5;
+  few.select(alike, 4);
+  EXPECT_EQ(ids_of(alike), (std::vector<std::int32_t>{0, 1, 2, 3}));
+
   // Where no ratio reaches 24, mode 6 sorts by the first score.
   Cell cell;
   cell.settings.sort_mode = 6;
