@@ -148,7 +148,9 @@ bool within_tables(const CalibContext& context) {
   if (std::any_of(context.knn.begin(), context.knn.end(), [](std::int32_t k) { return k > kMaxSeeds; })) {
     return false;
   }
-  for (std::size_t r = 0; r < kMaxRetries && static_cast<std::int32_t>(r) <= context.retry_count; ++r) {
+  // The first retry always runs.
+  const std::int32_t last_retry = std::max(context.retry_count, 0);
+  for (std::size_t r = 0; r < kMaxRetries && static_cast<std::int32_t>(r) <= last_retry; ++r) {
     for (std::size_t l = 0; l < kMaxLevels && static_cast<std::int32_t>(l) < context.num_levels[r]; ++l) {
       if (context.skip[r][l] != 0) continue;
       if (!level_is_bounded(context.right_table[r][l], context.left_table[r][l], context.knn[l]))
@@ -170,11 +172,12 @@ CalibContext::CalibContext() {
 
 bool load_calib_settings(CalibContext& context, const std::string& source, std::int32_t frame_width) {
   ParamDocument document;
+  bool parsed = false;
   try {
-    param_document_open(document, source);
+    parsed = param_document_open(document, source);
   } catch (const Yaml::Exception&) {
-    document = ParamDocument{};  // what can't be parsed is an empty document
   }
+  if (!parsed) document = ParamDocument{};  // without what was read up to the mistake
   const ParamNode calib = param_root_child(document, "calib");
   if (param_is_none(calib)) return true;
 

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TempDir.h"
+
 namespace twintrue {
 namespace {
 
@@ -111,6 +113,14 @@ TEST(CalibContext, RetriesInheritAndExchange) {
   }
 }
 
+TEST(CalibContext, AFileThatDoesNotParseGivesNothingOfItself) {
+  // Text and file fail in different ways, and both have been read up to the mistake by then.
+  const std::string text = "calib:\n  mode: 28\n  unit: \"\"\n";
+  EXPECT_EQ(load(text)->mode, 4);
+  const testing_support::TempDir dir;
+  EXPECT_EQ(load(dir.write("broken.yaml", text))->mode, 4);
+}
+
 TEST(CalibContext, AnAbsentRightSectionStoresANegativeZero) {
   const auto c = load("calib:\n  mode: 28");
   EXPECT_TRUE(std::signbit(c->right_table[0][0].pan.min));
@@ -132,6 +142,7 @@ TEST(CalibContext, RefusesWhatLeadsOutsideTheTables) {
       grid + "10001",
       grid + "10000\n  knn: 2",
       grid + "2000000000\n    roll:\n      div: 2000000000",
+      grid + "10001\n  retry_count: -1",  // the first retry runs all the same
   };
   for (const std::string& text : refused) load(text, false);
   for (const std::string& text : {grid + "10000", grid + "20000\n  skip: 1",
