@@ -39,7 +39,7 @@ class ThreadRowRunner final : public RowRunner {
     const std::lock_guard lock(mutex_);
     const std::uint32_t n = currentThreadCount_;
     const std::uint32_t rows = task_.row_count();
-    if (n == 1) {
+    if (n <= 1) {
       task_.run_rows(0, rows);
       return;
     }

@@ -110,7 +110,7 @@ TEST(RowRunner, RunsEachRowOnceForEveryThreadCount) {
     CountingTask task(rows);
     const auto runner = make_row_runner(task);
     EXPECT_FALSE(runner->set_current_thread_count(runner->max_thread_count() + 1));
-    for (std::uint32_t n = 1; n <= runner->max_thread_count(); ++n) {
+    for (std::uint32_t n = 0; n <= runner->max_thread_count(); ++n) {
       ASSERT_TRUE(runner->set_current_thread_count(n));
       task.visits_.assign(rows, 0);
       runner->run();
