@@ -98,17 +98,12 @@ void offer_batch(const CalibContext& context, const ScorePass& pass, const RigSt
     best.add(batch[i].score);
   });
 
-  // What can't be kept is never offered. Where rounding could decide, the plain form does.
+  // What can't be kept is never offered. The few that are left are scored in the plain form, so that rounding
+  // decides neither which of them are kept nor in what order.
   const double bound = best.least() - 2.0 * kSweepTolerance * std::abs(best.least());
   std::erase_if(batch, [&](const PoseCandidate& candidate) { return !(candidate.score >= bound); });
-  const bool undecided = batch.size() > static_cast<std::size_t>(kept);
-  parallel_each(batch.size(), [&](std::size_t i) {
-    if (undecided) {
-      batch[i] = plainly_scored(batch[i], context, pass, rig, matches);
-    } else {
-      batch[i].sums = scorer.sums(batch[i]);
-    }
-  });
+  parallel_each(batch.size(),
+                [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });
   for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <exception>
 #include <limits>
 #include <set>
@@ -121,7 +120,6 @@ SweepScorer::SweepScorer(const CalibContext& context, const ScorePass& pass, con
   } else {
     lay_out(SweepError::kFull, [](const RayMatch&, std::int32_t) { return true; });
   }
-  if (size_ > 0 && (pass.weight_mode < 0 || pass.weight_mode > 13)) std::abort();
   const double factor = exponent_factor(pass.weight_mode, pass.sigma * pass.sigma);
   // The kernel takes falling exponentials of errors that are not negative.
   if (std::isfinite(factor) && !(one_eye && !(std::abs(context.dir_bias) <= 1.0))) exp_factor_ = factor;
@@ -269,26 +267,6 @@ double SweepScorer::score(const CalibResult& pose, double least) const {
   });
   if (left_early) return -std::numeric_limits<double>::infinity();
   return divide_score(sum.total(), weights, pass_.div_mode);
-}
-
-MatchScoreSums SweepScorer::sums(const CalibResult& pose) const {
-  MatchScoreSums result;
-  result.score_sum = score(pose, -std::numeric_limits<double>::infinity());
-  const double sigma_squared = pass_.sigma * pass_.sigma;
-  visit_errors(pose, [&](const double* errors, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-      if (!(errors[i] < 256.0)) continue;
-      if (weight_match_error(context_, errors[i], sigma_squared, pass_.weight_mode) == kInvalid) continue;
-      ++result.count16;
-      result.sum16 += errors[i];
-      if (errors[i] < 16.0) {
-        ++result.count4;
-        result.sum4 += errors[i];
-      }
-    }
-    return true;
-  });
-  return result;
 }
 
 }  // namespace twintrue

@@ -30,8 +30,7 @@ inline constexpr double kSweepTolerance = 1e-9;
 class SweepScorer {
  public:
   // The rig, the matches and the context (its score table for this pass already filled) must outlive the
-  // object. Only the matches that the pass's limits let through are laid out. Aborts on an unknown weight
-  // mode if there is any match.
+  // object. Only the matches that the pass's limits let through are laid out.
   SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
               const std::vector<RayMatch>& matches, cve::InstructionSet set = cve::best_instruction_set());
 
@@ -45,11 +44,9 @@ class SweepScorer {
   // Bytes of rays that one more pair of offsets takes.
   std::size_t ray_bytes() const { return 3 * sizeof(double) * size_; }
 
-  // The score of a pose, or less than `least` (by any amount) for one that can't reach it. Thread-safe.
+  // The score of a pose, or less than `least` (by any amount) for one that can't reach it. Aborts on an
+  // unknown weight mode as soon as a match has an error. Thread-safe.
   double score(const CalibResult& pose, double least) const;
-
-  // The score with all the sums of the pass. Thread-safe.
-  MatchScoreSums sums(const CalibResult& pose) const;
 
   std::size_t match_count() const { return size_; }
 
