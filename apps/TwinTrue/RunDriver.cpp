@@ -139,13 +139,13 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   // The picture goes as soon as both halves have been looked at: the search needs room for its rays.
   const std::int32_t left_count = detect_half(halves.left, left);
   halves.left = {};
-  if (!test.passes(left_count, "Left image detection is failed({})\n", ignore_thresholds)) {
+  if (!test.passes(left_count, kFewLeftKeypoints, ignore_thresholds)) {
     return TWINTRUE_TOO_FEW_MATCHES;
   }
   const std::int32_t right_count = detect_half(halves.right, right);
   halves.right = {};
   frame = {};
-  if (!test.passes(right_count, "Right image detection is failed({})\n", ignore_thresholds)) {
+  if (!test.passes(right_count, kFewRightKeypoints, ignore_thresholds)) {
     return TWINTRUE_TOO_FEW_MATCHES;
   }
   const std::int32_t records = fpu::match_frames(left, right, &match_set, false);
