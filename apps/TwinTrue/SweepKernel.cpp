@@ -17,7 +17,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 TWINTRUE_INLINE double absolute(double v) { return v < 0.0 ? -v : v; }
 
 // Angle of the point (x, y) from the x axis, y >= 0. The quotient is turned into [-tan(pi/8), tan(pi/8)],
-// where the series in its square was fitted at Chebyshev nodes to 5e-18 of the quotient.
+// where the series in its square was fitted at Chebyshev nodes to 4e-15 of the quotient.
 TWINTRUE_INLINE double angle_of(double y, double x) {
   const double ax = absolute(x);
   const double low = y < ax ? y : ax;
@@ -25,17 +25,15 @@ TWINTRUE_INLINE double angle_of(double y, double x) {
   const bool turned = low > kTanEighthPi * high;
   const double q = (turned ? low - high : low) / (turned ? low + high : high);
   const double z = q * q;
-  double p = -1.91754047111049250e-02;
-  p = p * z + 3.92304477847930863e-02;
-  p = p * z - 5.08540783458948376e-02;
-  p = p * z + 5.85814090486632827e-02;
-  p = p * z - 6.66451052550893625e-02;
-  p = p * z + 7.69218312537689186e-02;
-  p = p * z - 9.09090457530648960e-02;
-  p = p * z + 1.11111110151870182e-01;
-  p = p * z - 1.42857142846656821e-01;
-  p = p * z + 1.99999999999955158e-01;
-  p = p * z - 3.33333333333333315e-01;
+  double p = -2.72311888807796817e-02;
+  p = p * z + 5.16872560003961146e-02;
+  p = p * z - 6.55087877629827176e-02;
+  p = p * z + 7.68104134402972233e-02;
+  p = p * z - 9.09025566513907701e-02;
+  p = p * z + 1.11110896376475143e-01;
+  p = p * z - 1.42857139301518915e-01;
+  p = p * z + 1.99999999977232085e-01;
+  p = p * z - 3.33333333333309223e-01;
   double a = q + q * z * p;
   a = turned ? a + kQuarterPi : a;
   a = y > ax ? kHalfPi - a : a;
