@@ -1,11 +1,17 @@
 #include "imaging/Filters.h"
 
+#include <functional>
+
+#include "imaging/BandFilter.h"
 #include "imaging/TapSums.h"
 
 namespace cve {
 namespace {
 
 constexpr int kMaxTaps = 11;
+
+// Rows that one thread filters in one go: many beside the rows that two neighbours both make.
+constexpr int kBandRows = 128;
 
 // One low-pass kernel as it is given: half of it, centre first, before its sum is brought to 1.
 struct KernelRow {
@@ -82,51 +88,57 @@ class Taps {
 };
 
 // How a kernel makes `count` pixels from its taps.
-void make_pixels(const FilterKernel& kernel, const Taps<float>& taps, float* out, int count) {
+void make_pixels(const TapSums& sums, const FilterKernel& kernel, const Taps<float>& taps, float* out,
+                 int count) {
   if (kernel.symmetric) {
-    sumSymmetric(kernel.coefficients.data(), kernel.radius, taps.middle(), out, count);
+    sums.symmetric(kernel.coefficients.data(), kernel.radius, taps.middle(), out, count);
   } else {
-    sumGeneral(kernel.centre, kernel.radius, taps.middle(), out, count);
+    sums.general(kernel.centre, kernel.radius, taps.middle(), out, count);
   }
 }
 
-void make_pixels(const FixedKernel& kernel, const Taps<short>& taps, short* out, int count) {
-  sumFixed(kernel.coefficients.data(), kernel.radius, taps.middle(), out, count);
+void make_pixels(const TapSums& sums, const FixedKernel& kernel, const Taps<short>& taps, short* out,
+                 int count) {
+  sums.fixed(kernel.coefficients.data(), kernel.radius, taps.middle(), out, count);
 }
 
 template <class Kernel, typename T>
-void direct_row(const Kernel& kernel, const T* source, T* destination, int begin, int end) {
+void direct_row(const TapSums& sums, const Kernel& kernel, const T* source, T* destination, int begin,
+                int end) {
   if (begin >= end) return;
   Taps<T> taps;
   for (int d = -kernel.radius; d <= kernel.radius; ++d) taps[d] = source + begin + d;
-  make_pixels(kernel, taps, destination + begin, end - begin);
+  make_pixels(sums, kernel, taps, destination + begin, end - begin);
 }
 
 template <class Kernel, typename T>
-void clamped_row(const Kernel& kernel, const T* source, T* destination, int cols, int begin, int end) {
+void clamped_row(const TapSums& sums, const Kernel& kernel, const T* source, T* destination, int cols,
+                 int begin, int end) {
   for (int x = begin; x < end; ++x) {
     Taps<T> taps;
     for (int d = -kernel.radius; d <= kernel.radius; ++d) taps[d] = source + std::clamp(x + d, 0, cols - 1);
-    make_pixels(kernel, taps, destination + x, 1);
+    make_pixels(sums, kernel, taps, destination + x, 1);
   }
 }
 
 template <class Kernel, typename T>
 void rows_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>& destination) {
+  const TapSums sums = tap_sums(best_instruction_set());
   const int cols = source.cols;
   const int left = std::min<int>(kernel.radius, cols);
   const int right = std::max<int>(cols - kernel.radius, left);
   parallel_rows(0, source.rows, [&](int y) {
     const T* from = source.row(y);
     T* to = destination.row(y);
-    clamped_row(kernel, from, to, cols, 0, left);
-    direct_row(kernel, from, to, left, right);
-    clamped_row(kernel, from, to, cols, right, cols);
+    clamped_row(sums, kernel, from, to, cols, 0, left);
+    direct_row(sums, kernel, from, to, left, right);
+    clamped_row(sums, kernel, from, to, cols, right, cols);
   });
 }
 
 template <class Kernel, typename T>
 void columns_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>& destination) {
+  const TapSums sums = tap_sums(best_instruction_set());
   const int rows = source.rows;
   const int top = std::min<int>(kernel.radius, rows);
   const int bottom = std::max<int>(rows - kernel.radius, top);
@@ -134,7 +146,7 @@ void columns_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>
     Taps<T> taps;
     for (int d = -kernel.radius; d <= kernel.radius; ++d)
       taps[d] = source.row(std::clamp(y + d, 0, rows - 1));
-    make_pixels(kernel, taps, destination.row(y), source.cols);
+    make_pixels(sums, kernel, taps, destination.row(y), source.cols);
   };
   for (int y = 0; y < top; ++y) make_row(y);
   parallel_rows(top, bottom, make_row);
@@ -156,6 +168,15 @@ void provide(const XMat_<float>& source, XMat_<float>& destination) {
   if (destination.rows != source.rows || destination.cols != source.cols) {
     throw std::invalid_argument("the images of a filter differ in size");
   }
+}
+
+// Whether a row of one image may share memory with what the filter reads of the other.
+bool may_overlap(const XMat_<float>& source, const XMat_<float>& destination, int radius) {
+  if (source.rows <= 0 || source.cols <= 0) return false;
+  const std::less<const float*> before;
+  const float* source_end = source.row(source.rows - 1) + source.cols + radius;
+  const float* destination_end = destination.row(destination.rows - 1) + destination.cols;
+  return before(source.row(0) - radius, destination_end) && before(destination.row(0), source_end);
 }
 
 bool passes_through(const XMat& source, int number) {
@@ -197,7 +218,7 @@ FixedKernel make_fixed_kernel(int number) {
 }
 
 void filterFloat(const XMat_<float>& source, XMat_<float>& destination, int number, bool clampToUnit,
-                 bool borders) {
+                 bool borders, InstructionSet set) {
   if (passes_through(source, number)) {
     destination = source;
     return;
@@ -205,11 +226,11 @@ void filterFloat(const XMat_<float>& source, XMat_<float>& destination, int numb
   const FilterKernel kernel = make_float_kernel(number);
   provide(source, destination);
   if (source.data != destination.data) {
-    convolveFloat(kernel, source, destination, borders);
+    convolveFloat(kernel, source, destination, borders, set);
     if (clampToUnit) clamp_to_unit(destination, destination);
   } else if (clampToUnit) {
     XMat_<float> filtered;
-    convolveFloat(kernel, source, filtered, borders);
+    convolveFloat(kernel, source, filtered, borders, set);
     clamp_to_unit(filtered, destination);
   }
 }
@@ -235,24 +256,25 @@ void filterFixed(const XMat_<short>& source, XMat_<short>& destination, int numb
 }
 
 void convolveFloat(const FilterKernel& kernel, const XMat_<float>& source, XMat_<float>& destination,
-                   bool borders) {
+                   bool borders, InstructionSet set) {
   check_kernel(kernel);
   if (source.empty()) return;
   provide(source, destination);
-  if (borders) {
-    XMat_<float> rows;
-    rows.create(source.rows, source.cols);
-    convolveRows(kernel, source, rows, true, 0, 0);
-    convolveColumns(kernel, rows, destination, true, 0, 0);
+  if (may_overlap(source, destination, kernel.radius)) {
+    XMat_<float> apart;
+    convolveFloat(kernel, source, apart, borders, set);
+    parallel_rows(0, source.rows, [&](int y) { std::copy_n(apart.row(y), apart.cols, destination.row(y)); });
     return;
   }
-  const std::int32_t radius = kernel.radius;
-  XMat_<float> extended;
-  extended.create(source.rows + 2 * radius, source.cols);
-  XMat_<float> view = extended.view(0, radius, source.cols, source.rows);
-  convolveRows(kernel, source, view, false, 0, 0);
-  padBorder(view, extended, radius, radius, 0, 0);
-  convolveColumns(kernel, view, destination, false, 0, 0);
+  const int bands = (source.rows + kBandRows - 1) / kBandRows;
+  parallel_rows(0, bands, [&](int band) {
+    BandFilter filter(kernel, source.cols, source.rows, borders, set);
+    const int end = std::min<int>((band + 1) * kBandRows, source.rows);
+    for (int y = band * kBandRows; y < end; ++y) {
+      filter.make_row(
+          y, [&](int row) { return source.row(row); }, destination.row(y));
+    }
+  });
 }
 
 void convolveRows(const FilterKernel& kernel, const XMat_<float>& source, XMat_<float>& destination,
@@ -262,8 +284,9 @@ void convolveRows(const FilterKernel& kernel, const XMat_<float>& source, XMat_<
     rows_with_borders(kernel, source, destination);
     return;
   }
+  const TapSums sums = tap_sums(best_instruction_set());
   parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
-    direct_row(kernel, source.row(y), destination.row(y), -marginColumns, source.cols + marginColumns);
+    direct_row(sums, kernel, source.row(y), destination.row(y), -marginColumns, source.cols + marginColumns);
   });
 }
 
@@ -274,10 +297,11 @@ void convolveColumns(const FilterKernel& kernel, const XMat_<float>& source, XMa
     columns_with_borders(kernel, source, destination);
     return;
   }
+  const TapSums sums = tap_sums(best_instruction_set());
   parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
     Taps<float> taps;
     for (int d = -kernel.radius; d <= kernel.radius; ++d) taps[d] = source.row(y + d) - marginColumns;
-    make_pixels(kernel, taps, destination.row(y) - marginColumns, source.cols + 2 * marginColumns);
+    make_pixels(sums, kernel, taps, destination.row(y) - marginColumns, source.cols + 2 * marginColumns);
   });
 }
 

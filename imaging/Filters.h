@@ -4,7 +4,7 @@
 //
 // All images are walked by their stride, so any may be a view. Rows run in parallel; every output pixel is
 // summed in a fixed order in its own type, so a result depends neither on the thread count nor on how the
-// loops are cut. Source and destination of the two passes must not overlap. Memory that runs short throws
+// loops are cut. Source and destination of a single pass must not overlap. Memory that runs short throws
 // std::bad_alloc; what can't be carried out (a number beyond the table, a radius beyond the kernel's array,
 // images of different sizes) throws std::invalid_argument.
 
@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "imaging/InstructionSet.h"
 #include "imaging/RowLoop.h"
 #include "imaging/XMat.h"
 
@@ -65,7 +66,7 @@ inline constexpr int kMinFilteredSize = 32;
 // 0 and 1. Without `borders` see convolveFloat. If both headers name the same pixels, the result reaches
 // them only with `clampToUnit` and is lost otherwise.
 void filterFloat(const XMat_<float>& source, XMat_<float>& destination, int number, bool clampToUnit,
-                 bool borders);
+                 bool borders, InstructionSet set = best_instruction_set());
 // A new image, edges replicated.
 XMat_<float> filterFloatImage(const XMat_<float>& source, int number);
 // In integers, edges replicated. The destination is created anew; if it names the source's pixels the result
@@ -73,12 +74,12 @@ XMat_<float> filterFloatImage(const XMat_<float>& source, int number);
 void filterFixed(const XMat_<short>& source, XMat_<short>& destination, int number);
 
 // Row pass, then column pass, into a destination of the source's size (created if empty). An empty source
-// changes nothing.
+// changes nothing. Source and destination may overlap.
 // With `borders` reads beyond the image take its nearest pixel. Without, the row pass reads on into the
 // memory on both sides of a row, kernel.radius pixels that must be valid, and the column pass replicates the
 // first and last filtered row, whatever lies above and below the view.
 void convolveFloat(const FilterKernel& kernel, const XMat_<float>& source, XMat_<float>& destination,
-                   bool borders);
+                   bool borders, InstructionSet set = best_instruction_set());
 
 // The two passes, into a destination that holds what they write. With `borders` the margins aren't used.
 // Without, the pass covers rows -marginRows to rows + marginRows - 1 and columns likewise, of the source's

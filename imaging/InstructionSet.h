@@ -11,7 +11,8 @@
 // Compiles a function for a set. On other processors the portable form serves for all of them.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define TWINTRUE_TARGET_AVX2 __attribute__((target("avx2")))
-#define TWINTRUE_TARGET_AVX512 __attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,prefer-vector-width=512")))
+#define TWINTRUE_TARGET_AVX512 \
+  __attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,prefer-vector-width=512")))
 #elif defined(__x86_64__) && defined(__clang__)
 #define TWINTRUE_TARGET_AVX2 __attribute__((target("avx2")))
 #define TWINTRUE_TARGET_AVX512 __attribute__((target("avx512f,avx512dq,avx512bw,avx512vl")))
@@ -19,6 +20,9 @@
 #define TWINTRUE_TARGET_AVX2
 #define TWINTRUE_TARGET_AVX512
 #endif
+
+// The body of a kernel, taken into each of its forms and compiled for that form's instructions.
+#define TWINTRUE_INLINE [[gnu::always_inline]] inline
 
 namespace cve {
 

@@ -9,19 +9,26 @@
 // loop. The output must not overlap any of them.
 //
 // The order of the additions is fixed: each pixel is summed by itself, from the first tap to the last, in the
-// type of the sum. Going through the taps in the outer loop leaves that order alone.
+// type of the sum. Pixels stand side by side in a vector, so its width leaves that order alone.
 
 #include <cstdint>
 
+#include "imaging/InstructionSet.h"
+
 namespace cve {
 
-// out = taps[0] * k[0], then + (taps[-i] + taps[i]) * k[i] for i from 1 to radius, in 32-bit floats.
-void sumSymmetric(const float* k, int radius, const float* const* taps, float* out, int count);
+struct TapSums {
+  // out = taps[0] * k[0], then + (taps[-i] + taps[i]) * k[i] for i from 1 to radius, in 32-bit floats.
+  void (*symmetric)(const float* k, int radius, const float* const* taps, float* out, int count);
 
-// out = 0, then + k[i] * taps[i] for i from -radius to radius, in 32-bit floats.
-void sumGeneral(const float* k, int radius, const float* const* taps, float* out, int count);
+  // out = 0, then + k[i] * taps[i] for i from -radius to radius, in 32-bit floats.
+  void (*general)(const float* k, int radius, const float* const* taps, float* out, int count);
 
-// As sumSymmetric in 32-bit integers; the sum >> 12 is stored in 16 bits.
-void sumFixed(const std::int32_t* k, int radius, const short* const* taps, short* out, int count);
+  // As `symmetric` in 32-bit integers; the sum >> 12 is stored in 16 bits.
+  void (*fixed)(const std::int32_t* k, int radius, const short* const* taps, short* out, int count);
+};
+
+// The loops for a set that the machine has.
+TapSums tap_sums(InstructionSet set);
 
 }  // namespace cve

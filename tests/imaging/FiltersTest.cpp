@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "PlainFilter.h"
+
 namespace {
 
 using cve::XMat_;
@@ -41,48 +43,6 @@ void expect_same_bits(const XMat_<T>& actual, const XMat_<T>& expected, const st
   }
 }
 
-// One output pixel from at(d), the pixel at distance d: the definition, one addition after the other.
-template <class At>
-float literal_sum(const cve::FilterKernel& kernel, At at) {
-  if (kernel.symmetric) {
-    float sum = at(0) * kernel.coefficients[0];
-    for (int i = 1; i <= kernel.radius; ++i) sum += (at(-i) + at(i)) * kernel.coefficients[std::size_t(i)];
-    return sum;
-  }
-  float sum = 0;
-  for (int i = -kernel.radius; i <= kernel.radius; ++i) sum += kernel.centre[i] * at(i);
-  return sum;
-}
-
-template <class At>
-short literal_sum(const cve::FixedKernel& kernel, At at) {
-  std::int32_t sum = at(0) * kernel.coefficients[0];
-  for (int i = 1; i <= kernel.radius; ++i) sum += (at(-i) + at(i)) * kernel.coefficients[std::size_t(i)];
-  return static_cast<short>(sum >> 12);
-}
-
-// Both passes pixel by pixel. The vertical direction always replicates, the horizontal one with `borders`.
-template <class Kernel, typename T>
-XMat_<T> literal_filter(const Kernel& kernel, const XMat_<T>& source, bool borders) {
-  XMat_<T> rows, result;
-  rows.create(source.rows, source.cols);
-  result.create(source.rows, source.cols);
-  for (int y = 0; y < source.rows; ++y) {
-    for (int x = 0; x < source.cols; ++x) {
-      rows.at(y, x) = literal_sum(kernel, [&](int d) {
-        return source.at(y, borders ? std::clamp(x + d, 0, source.cols - 1) : x + d);
-      });
-    }
-  }
-  for (int y = 0; y < source.rows; ++y) {
-    for (int x = 0; x < source.cols; ++x) {
-      result.at(y, x) =
-          literal_sum(kernel, [&](int d) { return rows.at(std::clamp(y + d, 0, source.rows - 1), x); });
-    }
-  }
-  return result;
-}
-
 cve::FilterKernel general_kernel() {
   cve::FilterKernel kernel;
   kernel.symmetric = false;
@@ -94,8 +54,10 @@ cve::FilterKernel general_kernel() {
 }
 
 TEST(Filters, ConvolutionIsBitExactAtAwkwardSizesAndOnViews) {
-  const XMat_<float> parent = noise<float>(80, 150);
-  const std::pair<int, int> sizes[] = {{1, 1}, {1, 9}, {40, 1}, {5, 7}, {21, 33}, {32, 64}, {37, 101}};
+  const XMat_<float> parent = noise<float>(340, 180);
+  // The last two are more than one band of rows.
+  const std::pair<int, int> sizes[] = {{1, 1},   {1, 9},    {40, 1},   {5, 7},   {21, 33},
+                                       {32, 64}, {37, 101}, {257, 33}, {300, 70}};
   const cve::FilterKernel kernels[] = {cve::make_float_kernel(19), cve::make_float_kernel(11),
                                        general_kernel()};
   for (const auto& [rows, cols] : sizes) {
@@ -104,20 +66,25 @@ TEST(Filters, ConvolutionIsBitExactAtAwkwardSizesAndOnViews) {
       for (const bool borders : {true, false}) {
         const std::string what = std::to_string(cols) + "x" + std::to_string(rows) + (borders ? " b" : "") +
                                  " radius " + std::to_string(kernel.radius);
-        const XMat_<float> expected = literal_filter(kernel, view, borders);
-        XMat_<float> fresh;
-        cve::convolveFloat(kernel, view, fresh, borders);
-        expect_same_bits(fresh, expected, what);
-        // Into a view, and with another number of threads: its surroundings stay untouched.
-        XMat_<float> canvas = noise<float>(80, 150);
-        XMat_<float> part = canvas.view(3, 5, cols, rows);
-        const int threads = omp_get_max_threads();
-        omp_set_num_threads(3);
-        cve::convolveFloat(kernel, view, part, borders);
-        omp_set_num_threads(threads);
-        expect_same_bits(part, expected, what + " into a view");
-        for (int y = 0; y < rows; ++y) std::copy_n(parent.row(y + 5) + 3, cols, part.row(y));
-        expect_same_bits(canvas, parent, what + " round the view");
+        const XMat_<float> expected = plain::filter(kernel, view, borders);
+        for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+          const std::string form = what + " set " + std::to_string(static_cast<int>(set));
+          XMat_<float> fresh;
+          cve::convolveFloat(kernel, view, fresh, borders, set);
+          expect_same_bits(fresh, expected, form);
+          // Into a view, and with other numbers of threads: its surroundings stay untouched.
+          for (const int count : {1, 2, 7}) {
+            XMat_<float> canvas = noise<float>(parent.rows, parent.cols);
+            XMat_<float> part = canvas.view(3, 5, cols, rows);
+            const int threads = omp_get_max_threads();
+            omp_set_num_threads(count);
+            cve::convolveFloat(kernel, view, part, borders, set);
+            omp_set_num_threads(threads);
+            expect_same_bits(part, expected, form + " into a view");
+            for (int y = 0; y < rows; ++y) std::copy_n(parent.row(y + 5) + 3, cols, part.row(y));
+            expect_same_bits(canvas, parent, form + " round the view");
+          }
+        }
       }
     }
   }
@@ -154,6 +121,17 @@ TEST(Filters, ConvolutionAgreesWithATwoDimensionalSum) {
   }
 }
 
+TEST(Filters, DestinationsMayOverlapTheSource) {
+  const cve::FilterKernel kernel = cve::make_float_kernel(23);
+  const XMat_<float> expected = plain::filter(kernel, noise<float>(300, 90).view(15, 4, 60, 280), false);
+  for (const auto& [dx, dy] : {std::pair{0, 0}, {0, 7}, {-12, -3}, {11, 1}}) {
+    XMat_<float> canvas = noise<float>(300, 90);
+    XMat_<float> destination = canvas.view(15 + dx, 4 + dy, 60, 280);
+    cve::convolveFloat(kernel, canvas.view(15, 4, 60, 280), destination, false);
+    expect_same_bits(destination, expected, std::to_string(dx) + ", " + std::to_string(dy));
+  }
+}
+
 TEST(Filters, PassesCoverTheirMargins) {
   const cve::FilterKernel kernel = general_kernel();
   const auto canvas = [] { return noise<float>(60, 80); };
@@ -169,7 +147,7 @@ TEST(Filters, PassesCoverTheirMargins) {
       for (int x = -10; x < 70; ++x) {
         if (!inside(y, x)) continue;
         expected.at(y, x) =
-            literal_sum(kernel, [&](int d) { return by_rows ? source.at(y, x + d) : source.at(y + d, x); });
+            plain::sum_of(kernel, [&](int d) { return by_rows ? source.at(y, x + d) : source.at(y + d, x); });
       }
     }
     XMat_<float> actual = canvas().view(10, 10, 41, 33);
@@ -186,7 +164,7 @@ TEST(Filters, FixedFilterIsBitExact) {
     const XMat_<short> view = parent.view(7, 3, 32 + number * 3, 32 + number);
     XMat_<short> filtered;
     cve::filterFixed(view, filtered, number);
-    expect_same_bits(filtered, literal_filter(cve::make_fixed_kernel(number), view, true),
+    expect_same_bits(filtered, plain::filter(cve::make_fixed_kernel(number), view, true),
                      std::to_string(number));
   }
 }
@@ -241,7 +219,7 @@ TEST(Filters, SharedPixelsTakeOnlyTheClampedResult) {
   cve::filterFloat(image, destination, 8, false, true);
   expect_same_bits(image, original, "lost");
 
-  XMat_<float> expected = literal_filter(cve::make_float_kernel(8), original, true);
+  XMat_<float> expected = plain::filter(cve::make_float_kernel(8), original, true);
   for (float& pixel : *expected.owner) pixel = std::min(std::max(pixel, 0.0f), 1.0f);
   XMat_<float> apart;
   cve::filterFloat(image, apart, 8, true, true);
