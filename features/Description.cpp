@@ -1,8 +1,13 @@
 #include "features/Description.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstring>
 
+#include "features/DetectorSettings.h"
+#include "imaging/BandFilter.h"
+#include "imaging/ByteCurve.h"
 #include "imaging/Filters.h"
 #include "imaging/RowLoop.h"
 
@@ -15,6 +20,17 @@ constexpr float kByteToUnit = 0.003921569f;
 
 // Kernels by half of the last two digits of desc_gaus_size.
 constexpr std::array<std::int32_t, 6> kKernels{0, 19, 20, 21, 22, 13};
+
+// Rows that one thread makes in one go: many beside the rows that two neighbours both filter.
+constexpr std::int32_t kBandRows = 128;
+
+// Eight bytes as one number, the first of them lowest.
+std::uint64_t eight_bytes(const unsigned char* bytes) {
+  std::uint64_t value = 0;
+  std::memcpy(&value, bytes, sizeof value);
+  if constexpr (std::endian::native == std::endian::big) value = __builtin_bswap64(value);
+  return value;
+}
 
 // Nearest pixel, halves away from zero.
 std::int32_t nearest_pixel(float coordinate) { return static_cast<std::int32_t>(std::round(coordinate)); }
@@ -54,7 +70,7 @@ unsigned char byte_of_linear(float value, std::int32_t tone) {
 }
 
 cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& image,
-                                               std::int32_t desc_gaus_size) {
+                                               std::int32_t desc_gaus_size, cve::InstructionSet set) {
   const std::int32_t tone = desc_gaus_size / 100;
   const std::int32_t kernel = kKernels[static_cast<std::size_t>(std::min((desc_gaus_size % 100) / 2, 5))];
 
@@ -62,35 +78,44 @@ cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& 
   for (std::size_t value = 0; value < light.size(); ++value) {
     light[value] = linear_of_byte(static_cast<unsigned char>(value), tone);
   }
-  cve::XMat_<float> linear;
-  linear.create(image.rows, image.cols);
-  for (std::int32_t y = 0; y < image.rows; ++y) {
-    std::transform(image.row(y), image.row(y) + image.cols, linear.row(y),
-                   [&](unsigned char value) { return light[value]; });
-  }
-
-  const cve::XMat_<float> filtered = cve::filterFloatImage(linear, kernel);
-  linear = {};
+  const cve::ByteCurve curve(byte_of_linear, tone);
+  const bool filtered = image.rows >= cve::kMinFilteredSize && image.cols >= cve::kMinFilteredSize;
+  const cve::FilterKernel weights = filtered ? cve::make_float_kernel(kernel) : cve::FilterKernel();
+  const auto width = static_cast<std::size_t>(image.cols);
   cve::XMat_<unsigned char> smoothed;
-  smoothed.create(filtered.rows, filtered.cols);
-  for (std::int32_t y = 0; y < filtered.rows; ++y) {
-    std::transform(filtered.row(y), filtered.row(y) + filtered.cols, smoothed.row(y),
-                   [&](float value) { return byte_of_linear(value, tone); });
-  }
+  smoothed.create(image.rows, image.cols);
+  cve::parallel_rows(0, (image.rows + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
+    cve::BandFilter filter(weights, image.cols, image.rows, true, set);
+    std::vector<float> linear(width);
+    std::vector<float> sums(width);
+    const auto light_row = [&](std::int32_t y) {
+      std::transform(image.row(y), image.row(y) + width, linear.begin(),
+                     [&](unsigned char value) { return light[value]; });
+      return linear.data();
+    };
+    const std::int32_t end = std::min((band + 1) * kBandRows, image.rows);
+    for (std::int32_t y = band * kBandRows; y < end; ++y) {
+      if (filtered) filter.make_row(y, light_row, sums.data());
+      curve.convert(filtered ? sums.data() : light_row(y), width, smoothed.row(y), set);
+    }
+  });
   return smoothed;
 }
 
 void describe_pixel(const unsigned char* pixel, const std::ptrdiff_t* offsets, std::int32_t length,
                     unsigned char* out) {
-  unsigned current = pixel[*offsets];
+  constexpr std::uint64_t kTops = 0x8080808080808080;
+  constexpr std::uint64_t kGather = 0x0102040810204080;  // moves the lowest bit of byte k to bit 56 + k
+  std::array<unsigned char, 8 * kMaxDescriptorBytes + 1> values;
+  for (std::int32_t i = 0; i <= 8 * length; ++i) values[static_cast<std::size_t>(i)] = pixel[offsets[i]];
   for (std::int32_t j = 0; j < length; ++j) {
-    unsigned bits = 0;
-    for (unsigned k = 0; k < 8; ++k) {
-      const unsigned next = pixel[*++offsets];
-      bits |= (current <= next ? 1u : 0u) << k;
-      current = next;
-    }
-    out[j] = static_cast<unsigned char>(bits);
+    const unsigned char* first = values.data() + 8 * j;
+    const std::uint64_t current = eight_bytes(first);
+    const std::uint64_t next = eight_bytes(first + 1);
+    // Byte by byte, next - current on seven bits, with the top bit to lend: it stays where nothing was lent.
+    const std::uint64_t low_le = (next | kTops) - (current & ~kTops);
+    const std::uint64_t le = ((~current & next) | (~(current ^ next) & low_le)) & kTops;
+    out[j] = static_cast<unsigned char>((le >> 7) * kGather >> 56);
   }
 }
 

@@ -9,22 +9,26 @@
 
 #include "features/FeatureFrame.h"
 #include "features/TestPattern.h"
+#include "imaging/InstructionSet.h"
 #include "imaging/XMat.h"
 
 namespace fpu {
 
 // Smoothed copy of a working image. `desc_gaus_size` above 0: the hundreds choose the light that is smoothed
 // (1: power 2.2, 2: sRGB, other: the bytes as they are), half of the rest one of six kernels. Images with a
-// side below 32 keep their size and aren't filtered.
+// side below 32 aren't filtered. Bands of rows in parallel; the result depends neither on the number of
+// threads nor on the set.
 cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& image,
-                                               std::int32_t desc_gaus_size);
+                                               std::int32_t desc_gaus_size,
+                                               cve::InstructionSet set = cve::best_instruction_set());
 
 // Light of a byte, by the hundreds of desc_gaus_size, and the way back, cut to whole numbers and to 0 to 255.
 float linear_of_byte(unsigned char value, std::int32_t tone);
 unsigned char byte_of_linear(float value, std::int32_t tone);
 
 // Kernel of one descriptor: bit k of byte j is set when the pixel of point 8 * j + k is at most the pixel of
-// the next point. `offsets` has 8 * length + 1 entries, relative to `pixel`.
+// the next point. `offsets` has 8 * length + 1 entries, relative to `pixel`; length at most
+// kMaxDescriptorBytes.
 void describe_pixel(const unsigned char* pixel, const std::ptrdiff_t* offsets, std::int32_t length,
                     unsigned char* out);
 

@@ -6,8 +6,12 @@
 #include <limits>
 #include <new>
 #include <utility>
+#include <vector>
 
+#include "imaging/BandFilter.h"
+#include "imaging/ByteCurve.h"
 #include "imaging/Filters.h"
+#include "imaging/RowLoop.h"
 #include "imaging/ToneCurves.h"
 
 namespace fpu {
@@ -43,6 +47,13 @@ std::pair<std::int32_t, std::int32_t> widened(std::int32_t start, std::int32_t l
   const std::int32_t from = std::max(start + inset - radius, radius);
   const std::int32_t to = std::min(length - 2 * inset + 2 * radius + from, frame - radius);
   return {from, to - from};
+}
+
+// Rows that one thread makes in one go: many beside the rows that two neighbours both filter.
+constexpr std::int32_t kBandRows = 128;
+
+unsigned char working_byte(float light, std::int32_t gamma_mode) {
+  return cve::byteFromTone10(cve::tone10FromLinear(light, gamma_mode));
 }
 
 Region inset_by(const Region& region, std::int32_t inset) {
@@ -100,6 +111,41 @@ LevelImages buildFloatLevels(cve::XMat_<float> linear, const DetectorSettings& s
   cve::linearToTone10(filtered, levels.fixedImages[0], settings.gamma_mode);
   if (tap != nullptr) tap->image("fixed", levels.fixedImages[0], 0, 0);
   return levels;
+}
+
+cve::XMat_<unsigned char> buildWorkingImage(const cve::XMat_<float>& linear, const DetectorSettings& settings,
+                                            const Region& region, cve::InstructionSet set) {
+  const std::int32_t number = settings.filter_type[0];
+  const std::int32_t radius = cve::kernel_radius(number);
+  const Region view = filterView(settings.filter_mode, region, radius, linear.cols, linear.rows);
+  const FilterMode mode = filter_mode_of(settings.filter_mode);
+  const bool inside = lies_inside(view, linear.cols, linear.rows, 0);
+  const bool filtered =
+      inside && number >= 0 && view.width >= cve::kMinFilteredSize && view.height >= cve::kMinFilteredSize;
+  if (filtered && !mode.borders && (view.x < radius || view.x + view.width > linear.cols - radius)) return {};
+
+  cve::XMat_<unsigned char> working;
+  working.create(linear.rows, linear.cols);
+  // What isn't filtered stays dark, unless it is the whole image, which is then taken as it is.
+  if (!filtered && !(mode.whole_image && inside)) return working;
+  const cve::ByteCurve curve(working_byte, settings.gamma_mode);
+  const auto source_row = [&](std::int32_t y) { return linear.row(view.y + y) + view.x; };
+  const cve::FilterKernel kernel = filtered ? cve::make_float_kernel(number) : cve::FilterKernel();
+  const auto width = static_cast<std::size_t>(view.width);
+  cve::parallel_rows(0, (view.height + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
+    cve::BandFilter filter(kernel, view.width, view.height, mode.borders, set);
+    std::vector<float> light(width);
+    const std::int32_t end = std::min((band + 1) * kBandRows, view.height);
+    for (std::int32_t y = band * kBandRows; y < end; ++y) {
+      if (filtered) filter.make_row(y, source_row, light.data());
+      if (filtered && mode.clamp) {
+        std::transform(light.begin(), light.end(), light.begin(),
+                       [](float value) { return std::clamp(value, 0.0f, 1.0f); });
+      }
+      curve.convert(filtered ? light.data() : source_row(y), width, working.row(view.y + y) + view.x, set);
+    }
+  });
+  return working;
 }
 
 float levelScale(const DetectorSettings& settings, std::int32_t level) {

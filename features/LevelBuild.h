@@ -8,6 +8,7 @@
 #include "features/LevelImages.h"
 #include "features/Region.h"
 #include "features/StageTap.h"
+#include "imaging/InstructionSet.h"
 #include "imaging/XMat.h"
 
 namespace fpu {
@@ -18,6 +19,14 @@ namespace fpu {
 // parallel.
 LevelImages buildFloatLevels(cve::XMat_<float> linear, const DetectorSettings& settings, const Region& region,
                              StageTap* tap);
+
+// The working image of the same level at one go: filter and tone curve row by row, so that no other image is
+// made. Empty where a filter without borders would read on past the ends of a row, which only packed rows
+// allow: buildFloatLevels has to do it. Bands of rows in parallel; the result depends neither on the number
+// of threads nor on the set.
+cve::XMat_<unsigned char> buildWorkingImage(const cve::XMat_<float>& linear, const DetectorSettings& settings,
+                                            const Region& region,
+                                            cve::InstructionSet set = cve::best_instruction_set());
 
 // View of the detection filter in a frame of that size, by filter_mode; `radius` is the filter kernel's.
 // Empty for an unknown mode.

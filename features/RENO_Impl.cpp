@@ -1,7 +1,5 @@
 #include "features/RENO_Impl.h"
 
-#include <fmt/core.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -10,9 +8,9 @@
 #include <utility>
 
 #include "features/Description.h"
+#include "features/KeypointScan.h"
 #include "features/LevelBuild.h"
 #include "features/Response.h"
-#include "features/Selection.h"
 #include "features/SubPixel.h"
 #include "imaging/ToneCurves.h"
 
@@ -57,7 +55,7 @@ void clear_store(KeyPointStore& store) {
 
 void RENO_Impl::read(const twintrue::ParamNode& node) {
   settings_.read(node);
-  fmt::print(stdout, "\n");
+  std::fputs("\n", stdout);
 }
 
 bool RENO_Impl::usable(std::int32_t frameWidth, std::int32_t frameHeight) const {
@@ -80,7 +78,6 @@ void RENO_Impl::detect(std::int32_t slot, const cve::XMat& image, KeyPointStore&
   SlotImages& kept = slots_[static_cast<std::size_t>(slot)];
   kept.floats.resize(static_cast<std::size_t>(settings_.nlevels));
   kept.ints.resize(static_cast<std::size_t>(settings_.nlevels));
-  kept.floats.front() = {};
   switch (settings_.det_type) {
     case 6:
       find_keypoints(slot, image, store);
@@ -108,13 +105,20 @@ void RENO_Impl::build_levels(const cve::XMat& image, const GridIF& grid) {
     }
     case cve::kFloat32:
       if (settings_.lpf_bit != 0) std::abort();
-      linear = packed_copy(borrow<float>(image));
+      linear = borrow<float>(image);
       break;
     default:
       std::abort();
   }
   scales_[0] = 1.0f;
-  levels_ = buildFloatLevels(std::move(linear), settings_, filter_region(image, grid), tap_);
+  const Region region = filter_region(image, grid);
+  if (tap_ == nullptr) {
+    levels_ = LevelImages(settings_.nlevels, false);
+    levels_.images[0] = buildWorkingImage(linear, settings_, region);
+    if (!levels_.images[0].empty()) return;
+  }
+  if (linear.owner == nullptr) linear = packed_copy(linear);
+  levels_ = buildFloatLevels(std::move(linear), settings_, region, tap_);
 }
 
 Region RENO_Impl::filter_region(const cve::XMat& image, const GridIF& grid) const {
@@ -141,11 +145,13 @@ void RENO_Impl::find_keypoints(std::int32_t slot, const cve::XMat& image, KeyPoi
   }
   const cve::XMat_<unsigned char> working = levels_.levelImage(0);
   if (tap_ != nullptr) tap_->image("working", working, 0, 0);
-  ResponseImages images = computeResponse(working, area, tap_);
-  selectKeypoints(images.response, std::max(settings_.threshold[0], 0.0f), store);
-  images.response = {};
-  if (settings_.refining >= 1) refineKeypoints(images.det, settings_.refining == 1, store);
-  slots_[static_cast<std::size_t>(slot)].floats.front() = std::move(images.det);
+  if (tap_ != nullptr) computeResponse(working, area, tap_);
+  const bool refines = settings_.refining >= 1;
+  cve::XMat_<float>& det = slots_[static_cast<std::size_t>(slot)].floats.front();
+  if (!refines) det = {};
+  const float threshold = std::max(settings_.threshold[0], 0.0f);
+  scanKeypoints(working, area, threshold, refines ? &det : nullptr, store, cve::best_instruction_set());
+  if (refines) refineKeypoints(det, settings_.refining == 1, store);
 }
 
 std::vector<PatternPoint> RENO_Impl::pattern() const {

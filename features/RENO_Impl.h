@@ -60,7 +60,7 @@ class RENO_Impl final : public RENO {
 
   // Images that a detect keeps for its slot, one a level.
   struct SlotImages {
-    std::vector<cve::XMat_<float>> floats;  // first entry: the determinant image
+    std::vector<cve::XMat_<float>> floats;  // first entry: the determinant image, where points are refined
     std::vector<cve::XMat_<int>> ints;
   };
 

@@ -1,52 +1,48 @@
 #pragma once
 
-// Keypoints of a response image: candidates above a threshold, the best of each cell, their numbers.
+// Keypoints of a response: candidates above a threshold, the best of each cell, their numbers.
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "features/FeatureFrame.h"
-#include "features/Region.h"
-#include "imaging/XMat.h"
 
 namespace fpu {
 
-// Scratch keypoints, one vector a thread, each with room for a full cell, so that nothing is allocated while
-// cells are scanned. Ends the process with exit code -1 and a line on standard output where memory is short.
-class FastBuf {
+// A row of cells while it is scanned. Cells with no more candidates than the store's capacity keep them in
+// raster order; the others keep their best, by score descending, equal scores in raster order.
+//
+// A score is the whole part of 100 times the response, cut to 65535; a candidate's uncut score lies above the
+// threshold. What a candidate is worth and where it stands is one number, so choosing the best sorts
+// integers.
+class CellRow {
  public:
-  FastBuf(std::size_t threads, std::size_t room);
-  KeyPointRecord* of_thread(std::size_t thread) { return vectors_[thread].data(); }
+  // Threshold 0 or above. The store must outlive this.
+  CellRow(float threshold, KeyPointStore& store);
+
+  // A pixel is a candidate if 100 times its response is at least this.
+  float least() const { return least_; }
+
+  // Takes the candidates of row y of the cells, top to bottom: `columns`, in order, names those pixels of
+  // `response` that reach least().
+  void add(std::int32_t y, const float* response, const std::int32_t* columns, std::int32_t count);
+
+  // Moves the best of each cell to the store, as cells of that row, and makes room for the next row.
+  void finish(std::int32_t cell_row);
 
  private:
-  std::array<std::vector<KeyPointRecord>, 128> local_;
-  std::unique_ptr<std::vector<KeyPointRecord>[]> heap_;  // for more threads than that
-  std::vector<KeyPointRecord>* vectors_;
+  using Candidate = std::uint64_t;  // the smaller, the better
+
+  std::int32_t width_;
+  float least_;
+  KeyPointStore& store_;
+  std::vector<std::vector<Candidate>> candidates_;  // by cell column
 };
 
-// One cell as a kernel sees it.
-struct CellScan {
-  const float* response = nullptr;  // pixel at the cell's corner
-  std::ptrdiff_t pitch = 0;         // elements from row to row
-  Region cell;                      // in the frame
-  std::int32_t index = 0;           // cell number
-  float threshold = 0.0f;           // of the whole part of 100 times the response
-};
+// Numbers the keypoints over cells in order and sets `count`.
+void number_keypoints(KeyPointStore& store);
 
-// Appends the candidates of a cell in raster order to `out`, which has room for all its pixels; returns their
-// number.
-std::size_t collect_candidates(const CellScan& scan, KeyPointRecord* out);
-
-// Brings the `capacity` best of more than `capacity` records to the front: by score descending, equal scores
-// in raster order.
-void keep_best(KeyPointRecord* records, std::size_t count, std::size_t capacity);
-
-// Fills the store from a response image whose corner is the corner of the grid's area; threshold 0 or above.
-// Cells with no more candidates than the capacity keep them in raster order. Numbers the keypoints over cells
-// in order and sets `count`. Cells run in parallel; the result doesn't depend on the number of threads.
-void selectKeypoints(const cve::XMat_<float>& response, float threshold, KeyPointStore& store);
+// Ends the process with exit code -1 and a line on standard output.
+[[noreturn]] void end_for_lack_of_scratch();
 
 }  // namespace fpu

@@ -86,6 +86,16 @@ inline std::vector<fpu::KeyPointRecord> live_records(const fpu::KeyPointStore& s
   return records;
 }
 
+// Counts and live records are the same to the last bit.
+inline bool same_records(const fpu::KeyPointStore& a, const fpu::KeyPointStore& b) {
+  const auto left = live_records(a);
+  const auto right = live_records(b);
+  static_assert(sizeof(fpu::KeyPointRecord) == 24);
+  return a.count == b.count && a.cellCounts == b.cellCounts && left.size() == right.size() &&
+         (left.empty() ||
+          std::memcmp(left.data(), right.data(), left.size() * sizeof(fpu::KeyPointRecord)) == 0);
+}
+
 template <typename T>
 std::vector<T> pixels_of(const cve::XMat_<T>& image) {
   std::vector<T> pixels;

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "FeatureTestSupport.h"
+#include "PlainDetection.h"
 #include "imaging/Filters.h"
 #include "imaging/ToneCurves.h"
 
@@ -22,46 +23,6 @@ fpu::DetectorSettings settings_with(std::int32_t filter_mode, std::int32_t filte
   settings.filter_type[0] = filter_type;
   settings.gamma_mode = gamma_mode;
   return settings;
-}
-
-// A view's filter by the definition, pixel by pixel: horizontally the view's neighbours in flat memory, or
-// its own edge; vertically always its own edge.
-std::vector<float> filter_by_definition(const cve::XMat_<float>& image, const Region& view, int number,
-                                        bool borders) {
-  const cve::FilterKernel kernel = cve::make_float_kernel(number);
-  const int r = kernel.radius;
-  const auto k = [&](int i) { return kernel.coefficients[static_cast<std::size_t>(i)]; };
-  const auto source = [&](int x, int y) {
-    if (borders) x = std::clamp(x, view.x, view.x + view.width - 1);
-    return image.row(y)[x];
-  };
-  const auto row_pass = [&](int x, int y) {
-    y = std::clamp(y, view.y, view.y + view.height - 1);
-    float sum = source(x, y) * k(0);
-    for (int i = 1; i <= r; ++i) sum += (source(x - i, y) + source(x + i, y)) * k(i);
-    return sum;
-  };
-  std::vector<float> filtered(static_cast<std::size_t>(image.cols * image.rows));
-  for (int y = view.y; y < view.y + view.height; ++y) {
-    for (int x = view.x; x < view.x + view.width; ++x) {
-      float sum = row_pass(x, y) * k(0);
-      for (int i = 1; i <= r; ++i) sum += (row_pass(x, y - i) + row_pass(x, y + i)) * k(i);
-      filtered[static_cast<std::size_t>(y * image.cols + x)] = sum;
-    }
-  }
-  return filtered;
-}
-
-std::vector<short> encode(const std::vector<float>& light, int gamma_mode) {
-  std::vector<short> encoded;
-  for (const float v : light) {
-    float curve = v;
-    if (gamma_mode == 1) curve = std::pow(v, 0.45454544f);
-    if (gamma_mode == 2) curve = v < 0.0031308f ? v * 12.92f : std::pow(v, 0.41666666f) * 1.055f - 0.055f;
-    const float value = 1023.0f * curve;
-    encoded.push_back(std::isnan(value) ? short{0} : static_cast<short>(static_cast<int>(value)));
-  }
-  return encoded;
 }
 
 TEST(LevelBuildTest, FiltersTheViewOfItsModeAndEncodesIt) {
@@ -87,22 +48,58 @@ TEST(LevelBuildTest, FiltersTheViewOfItsModeAndEncodesIt) {
       {8, {}, false},
       {-1, {}, false},
   };
-  const cve::XMat_<float> image = testing_support::random_light(cols, rows, 3);
+  // The negative corner leaves 0 to 1023, and so do the kernels that sharpen.
+  cve::XMat_<float> image = testing_support::random_light(cols, rows, 3);
+  for (int y = 0; y < 30; ++y) {
+    for (int x = 0; x < 30; ++x) image.at(y, x) -= 0.5f;
+  }
   for (const auto& test : cases) {
     for (const int gamma_mode : {0, 1, 2, 3}) {
       SCOPED_TRACE(testing::Message() << test.mode << ' ' << gamma_mode);
       const auto settings = settings_with(test.mode, 14, gamma_mode);
-      std::vector<float> light = filter_by_definition(image, test.view, 14, test.borders);
-      if (test.mode == 2) {
-        for (float& value : light) value = std::clamp(value, 0.0f, 1.0f);
-      }
-      const std::vector<short> expected = encode(light, gamma_mode);
+      const auto expected =
+          pixels_of(plain::working_image(image, test.view, 14, test.borders, test.mode == 2, gamma_mode));
       fpu::LevelImages levels = fpu::buildFloatLevels(image, settings, region, nullptr);
-      ASSERT_EQ(pixels_of(levels.fixedImages[0]), expected);
+      EXPECT_EQ(pixels_of(levels.levelImage(0)), expected);
+      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+        EXPECT_EQ(pixels_of(fpu::buildWorkingImage(image, settings, region, set)), expected);
+      }
+    }
+  }
+}
 
-      std::vector<unsigned char> bytes;
-      for (const short value : expected) bytes.push_back(static_cast<unsigned char>((value >> 2) & 0xff));
-      EXPECT_EQ(pixels_of(levels.levelImage(0)), bytes);
+// Row by row or by whole images: the same, for every kernel, at sizes of one and several bands, for pixels of
+// their own and for part of a wider picture. What only packed rows allow is left to the whole images.
+TEST(LevelBuildTest, RowByRowItIsTheSameImage) {
+  for (const auto& [cols, rows] : {std::pair{33, 300}, {131, 129}, {40, 31}, {31, 40}, {1, 1}}) {
+    const cve::XMat_<float> packed = testing_support::random_light(cols, rows, 7);
+    cve::XMat_<float> wide;
+    wide.create(rows, cols + 9);
+    for (int y = 0; y < rows; ++y) std::copy_n(packed.row(y), cols, wide.row(y) + 4);
+    const cve::XMat_<float> part = wide.view(4, 0, cols, rows);
+    for (int mode = -1; mode < 9; ++mode) {
+      for (int kernel = -1; kernel < cve::kKernelCount; ++kernel) {
+        for (const Region& region : {Region{0, 0, cols, rows}, Region{5, 3, cols - 8, rows - 5}}) {
+          SCOPED_TRACE(testing::Message() << cols << ' ' << mode << ' ' << kernel << ' ' << region.x);
+          const auto settings = settings_with(mode, kernel, 2);
+          const auto expected =
+              pixels_of(fpu::buildFloatLevels(packed, settings, region, nullptr).levelImage(0));
+          const int radius = cve::kernel_radius(kernel);
+          const Region view = fpu::filterView(mode, region, radius, cols, rows);
+          const bool leaves_rows = mode >= 3 && mode != 6 && fpu::lies_inside(view, cols, rows, 0) &&
+                                   std::min(view.width, view.height) >= 32 &&
+                                   (view.x < radius || view.x + view.width > cols - radius);
+          for (const int threads : {1, 2, 7}) {
+            const testing_support::ScopedThreads scoped(threads);
+            const auto image = fpu::buildWorkingImage(part, settings, region);
+            if (leaves_rows) {
+              EXPECT_TRUE(image.empty());
+            } else {
+              ASSERT_EQ(pixels_of(image), expected);
+            }
+          }
+        }
+      }
     }
   }
 }
@@ -140,7 +137,9 @@ TEST(LevelBuildTest, PassesSmallImagesAndNegativeKernelsThrough) {
       const auto levels = fpu::buildFloatLevels(image, settings_with(mode, kernel, 0), region, nullptr);
       const std::vector<float> light =
           mode <= 2 ? pixels_of(image) : std::vector<float>(static_cast<std::size_t>(cols * rows));
-      EXPECT_EQ(pixels_of(levels.fixedImages[0]), encode(light, 0));
+      std::vector<short> expected;
+      for (const float value : light) expected.push_back(plain::tone10(value, 0));
+      EXPECT_EQ(pixels_of(levels.fixedImages[0]), expected);
     }
   }
 }

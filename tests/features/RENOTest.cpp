@@ -11,6 +11,7 @@ namespace {
 using testing_support::grid_of;
 using testing_support::live_records;
 using testing_support::pixels_of;
+using testing_support::same_records;
 using testing_support::store_for;
 
 constexpr std::int32_t kCols = 120;
@@ -37,14 +38,6 @@ Outcome run(fpu::RENO_Impl& detector, const cve::XMat& image, const fpu::Grid& g
   return outcome;
 }
 
-bool same_records(const fpu::KeyPointStore& a, const fpu::KeyPointStore& b) {
-  const auto left = live_records(a);
-  const auto right = live_records(b);
-  static_assert(sizeof(fpu::KeyPointRecord) == 24);
-  return a.count == b.count && a.cellCounts == b.cellCounts && left.size() == right.size() &&
-         std::memcmp(left.data(), right.data(), left.size() * sizeof(fpu::KeyPointRecord)) == 0;
-}
-
 TEST(RENOTest, SameForEveryThreadCountAndEveryRun) {
   for (const char* keys : {"", "  refining: 0\n  desc_gaus_size: 0\n  filter_mode: 2\n",
                            "  refining: 2\n  desc_gaus_size: 205\n  filter_mode: 6\n  gamma_mode: 1\n"}) {
@@ -66,6 +59,44 @@ TEST(RENOTest, SameForEveryThreadCountAndEveryRun) {
     Outcome twice = run(detector, image, grid);
     detector.compute(1, twice.store, twice.descriptors);
     EXPECT_EQ(pixels_of(first.descriptors), pixels_of(twice.descriptors));
+  }
+}
+
+class Onlooker final : public fpu::StageTap {
+ public:
+  void image(std::string_view name, const cve::XMat& image, std::int32_t, std::int32_t) override {
+    if (name == "working") working = pixels_of(dynamic_cast<const cve::XMat_<unsigned char>&>(image));
+    names.emplace_back(name);
+  }
+  std::vector<std::string> names;
+  std::vector<unsigned char> working;
+};
+
+// Somebody who looks on makes detection go through whole images. It must not matter, whatever the settings
+// and wherever the image lies in memory.
+TEST(RENOTest, LookingOnChangesNothing) {
+  const cve::XMat_<float> wide = testing_support::random_light(3 * kCols, kRows, 1);
+  const cve::XMat_<float> image = wide.view(kCols, 0, kCols, kRows);
+  for (const fpu::Grid& grid : {test_grid(), grid_of(15, 14, 30, 35, 3, 2, 500)}) {
+    for (const char* keys :
+         {"", "  filter_mode: 3\n  filter_type: 23\n", "  refining: 0\n", "  filter_mode: 6\n",
+          "  filter_mode: 1\n  filter_type: 9\n  gamma_mode: 1\n", "  filter_mode: 9\n"}) {
+      SCOPED_TRACE(keys);
+      fpu::RENO_Impl detector;
+      configure(detector, keys);
+      const Outcome outcome = run(detector, image, grid);
+      fpu::KeyPointStore again = outcome.store;
+      detector.detect(1, image, again);
+      fpu::LevelImages levels;
+      detector.levelImages(levels);
+      Onlooker onlooker;
+      detector.setTap(&onlooker);
+      const Outcome watched = run(detector, image, grid);
+      EXPECT_TRUE(same_records(outcome.store, watched.store));
+      EXPECT_EQ(pixels_of(outcome.descriptors), pixels_of(watched.descriptors));
+      EXPECT_EQ(pixels_of(levels.levelImage(0)), onlooker.working);
+      EXPECT_EQ(onlooker.names.size(), outcome.store.count > 0 ? 12u : 11u);
+    }
   }
 }
 

@@ -3,76 +3,23 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <functional>
+#include <limits>
 #include <map>
 
 #include "FeatureTestSupport.h"
+#include "PlainDetection.h"
+#include "features/ResponseRows.h"
 
 namespace {
 
 using fpu::Region;
 
-// The response by its definition: every value of every step worked out anew, pixel by pixel.
-class SlowResponse {
- public:
-  explicit SlowResponse(const cve::XMat_<unsigned char>& image, const Region& area)
-      : image_(image), area_(area) {}
-
-  float gx(int x, int y) const {
-    const int corners = p(x + 1, y + 1) - p(x - 1, y + 1) - p(x - 1, y - 1) + p(x + 1, y - 1);
-    return static_cast<float>(corners * 3 + (p(x + 1, y) - p(x - 1, y)) * 10);
-  }
-  float gy(int x, int y) const {
-    const int corners = p(x - 1, y + 1) - p(x + 1, y - 1) - p(x - 1, y - 1) + p(x + 1, y + 1);
-    return static_cast<float>(corners * 3 + (p(x, y + 1) - p(x, y - 1)) * 10);
-  }
-  static float derivative(float before, float centre, float after) {
-    float sum = 0.0f;
-    sum += -1.0f * before;
-    sum += 0.0f * centre;
-    sum += 1.0f * after;
-    return sum;
-  }
-  static float smoothing(float before, float centre, float after) {
-    float sum = centre * 0.3125f;
-    sum += (before + after) * 0.09375f;
-    return sum;
-  }
-  float dx_of_gx(int x, int y) const { return derivative(gx(x - 1, y), gx(x, y), gx(x + 1, y)); }
-  float bx_of_gx(int x, int y) const { return smoothing(gx(x - 1, y), gx(x, y), gx(x + 1, y)); }
-  float bx_of_gy(int x, int y) const { return smoothing(gy(x - 1, y), gy(x, y), gy(x + 1, y)); }
-  float lxx(int x, int y) const { return smoothing(dx_of_gx(x, y - 1), dx_of_gx(x, y), dx_of_gx(x, y + 1)); }
-  float lxy(int x, int y) const { return derivative(bx_of_gx(x, y - 1), bx_of_gx(x, y), bx_of_gx(x, y + 1)); }
-  float lyy(int x, int y) const { return derivative(bx_of_gy(x, y - 1), bx_of_gy(x, y), bx_of_gy(x, y + 1)); }
-  float det(int x, int y) const { return (lxx(x, y) * lyy(x, y) - lxy(x, y) * lxy(x, y)) * 1.0f; }
-  float response(int x, int y) const {
-    if (!(det(x, y) > 0.0f)) return 0.0f;
-    const float m = lyy(x, y) * 0.5f + lxx(x, y) * 0.5f;
-    const float h = lxx(x, y) * 0.5f - lyy(x, y) * 0.5f;
-    const float q = std::sqrt(h * h + lxy(x, y) * lxy(x, y));
-    return std::min(std::fabs(m - q), std::fabs(q + m));
-  }
-
- private:
-  int p(int x, int y) const { return image_.at(area_.y + y, area_.x + x); }
-
-  const cve::XMat_<unsigned char>& image_;
-  Region area_;
-};
-
-using Pixel = std::function<float(int, int)>;
-
-std::vector<float> all_pixels(const Region& area, int margin, const Pixel& pixel) {
+std::vector<float> all_pixels(const cve::XMat_<float>& image, int margin) {
   std::vector<float> pixels;
-  for (int y = -margin; y < area.height + margin; ++y) {
-    for (int x = -margin; x < area.width + margin; ++x) pixels.push_back(pixel(x, y));
+  for (int y = -margin; y < image.rows + margin; ++y) {
+    pixels.insert(pixels.end(), image.row(y) - margin, image.row(y) + image.cols + margin);
   }
   return pixels;
-}
-
-Pixel pixel_of(const cve::XMat_<float>& image) {
-  return [&image](int x, int y) { return image.row(y)[x]; };
 }
 
 class Recorder final : public fpu::StageTap {
@@ -92,44 +39,103 @@ TEST(ResponseTest, EqualsItsDefinitionBitForBit) {
   for (const Region& area :
        {Region{3, 3, 55, 41}, Region{4, 3, 17, 1}, Region{4, 3, 1, 20}, Region{40, 20, 8, 9}}) {
     SCOPED_TRACE(testing::Message() << area.width << " x " << area.height);
-    const SlowResponse slow(image, area);
+    const plain::ResponseSteps steps = plain::response_steps(image, area);
     const fpu::ResponseImages images = fpu::computeResponse(image, area, nullptr);
     ASSERT_EQ(images.response.cols, area.width);
     ASSERT_EQ(images.response.rows, area.height);
-    const auto expected = all_pixels(area, 0, [&](int x, int y) { return slow.response(x, y); });
-    EXPECT_TRUE(testing_support::same_bits(all_pixels(area, 0, pixel_of(images.response)), expected));
+    const auto expected = all_pixels(steps.response, 0);
+    EXPECT_TRUE(testing_support::same_bits(all_pixels(images.response, 0), expected));
     EXPECT_TRUE(std::any_of(expected.begin(), expected.end(), [](float value) { return value > 100.0f; }));
+    EXPECT_TRUE(testing_support::same_bits(all_pixels(images.det, 1), all_pixels(steps.det, 1)));
+  }
+}
 
-    // The rim of the determinant image is left over from the last row pass.
-    const auto with_rim = all_pixels(area, 1, [&](int x, int y) {
-      const bool rim = x < 0 || y < 0 || x >= area.width || y >= area.height;
-      return rim ? slow.bx_of_gy(x, y) : slow.det(x, y);
-    });
-    EXPECT_TRUE(testing_support::same_bits(all_pixels(area, 1, pixel_of(images.det)), with_rim));
+// Images that bring every sum to its ends: black and white in all patterns of two rows and columns.
+std::vector<cve::XMat_<unsigned char>> trying_images() {
+  std::vector<cve::XMat_<unsigned char>> images{testing_support::random_bytes(261, 40, 5)};
+  for (int pattern = 0; pattern < 6; ++pattern) {
+    int i = 0;
+    images.push_back(testing_support::make_image<unsigned char>(261, 40, [&] {
+      const int x = i % 261;
+      const int y = i++ / 261;
+      const bool white[] = {x % 4 < 2,
+                            y % 4 < 2,
+                            (x + y) % 4 < 2,
+                            x / 2 % 2 != y / 2 % 2,
+                            x % 2 == 0 && y % 2 == 0,
+                            x % 3 == 0 || y % 3 == 0};
+      return static_cast<unsigned char>(white[pattern] ? 255 : 0);
+    }));
+  }
+  return images;
+}
+
+// Rows in any order, with and without a determinant, at widths about those of blocks and vectors. Below the
+// limit a response may be missing, at it and above it may not.
+TEST(ResponseTest, RowsEqualTheImage) {
+  for (const cve::XMat_<unsigned char>& image : trying_images()) {
+    for (const int width : {1, 15, 63, 64, 65, 128, 200, 255}) {
+      const Region area{3, 3, width, 34};
+      const plain::ResponseSteps steps = plain::response_steps(image, area);
+      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+        fpu::ResponseRows rows(image, area, set);
+        const auto length = static_cast<std::size_t>(width);
+        for (const int y : {0, 1, 2, 3, 4, 9, 5, 4, 4, 3, 33, 32, 0, 17}) {
+          const std::vector<float> expected(steps.response.row(y), steps.response.row(y) + width);
+          const std::vector<float> det(steps.det.row(y), steps.det.row(y) + width);
+          for (const float least : {0.01f, 10.0f, 700.0f, 1e7f}) {
+            SCOPED_TRACE(testing::Message() << width << ' ' << y << ' ' << least);
+            std::vector<float> found(length, -1.0f);
+            std::vector<float> found_det(length);
+            rows.make_row(y, least, found.data(), found_det.data());
+            EXPECT_TRUE(testing_support::same_bits(found_det, det));
+            std::vector<float> again(length, -1.0f);
+            rows.make_row(y, least, again.data(), nullptr);
+            EXPECT_TRUE(testing_support::same_bits(found, again));
+            for (std::size_t x = 0; x < length; ++x) {
+              if (expected[x] < least && found[x] == 0.0f) continue;
+              ASSERT_EQ(found[x], expected[x]) << x;
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(ResponseTest, ColumnsThatReachALimit) {
+  const cve::XMat_<float> image = testing_support::random_light(200, 1, 3);
+  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+    for (const int count : {0, 1, 63, 64, 65, 200}) {
+      for (const float least : {0.0f, 50.0f, 99.5f, 101.0f, std::numeric_limits<float>::quiet_NaN()}) {
+        std::vector<std::int32_t> expected;
+        for (int x = 0; x < count; ++x) {
+          if (image.at(0, x) * 100.0f >= least) expected.push_back(x);
+        }
+        std::vector<std::int32_t> columns(static_cast<std::size_t>(count) + 1);
+        const std::int32_t found =
+            fpu::response_row_kernels(set).reach(image.row(0), count, least, columns.data());
+        columns.resize(static_cast<std::size_t>(found));
+        EXPECT_EQ(columns, expected) << count << ' ' << least;
+      }
+    }
   }
 }
 
 TEST(ResponseTest, TapSeesEveryStepAndChangesNothing) {
   const cve::XMat_<unsigned char> image = testing_support::random_bytes(40, 40, 2);
   const Region area{4, 3, 30, 31};
-  const SlowResponse slow(image, area);
   Recorder recorder;
   const fpu::ResponseImages images = fpu::computeResponse(image, area, &recorder);
   const fpu::ResponseImages untapped = fpu::computeResponse(image, area, nullptr);
-  EXPECT_TRUE(testing_support::same_bits(all_pixels(area, 1, pixel_of(images.det)),
-                                         all_pixels(area, 1, pixel_of(untapped.det))));
-  const std::map<std::string, Pixel> steps = {
-      {"gx", [&](int x, int y) { return slow.gx(x, y); }},
-      {"gy", [&](int x, int y) { return slow.gy(x, y); }},
-      {"lxx", [&](int x, int y) { return slow.lxx(x, y); }},
-      {"lxy", [&](int x, int y) { return slow.lxy(x, y); }},
-      {"lyy", [&](int x, int y) { return slow.lyy(x, y); }},
-      {"det", [&](int x, int y) { return slow.det(x, y); }},
-      {"response", [&](int x, int y) { return slow.response(x, y); }},
-  };
-  EXPECT_EQ(recorder.seen.size(), steps.size());
-  for (const auto& [name, pixel] : steps) {
-    EXPECT_TRUE(testing_support::same_bits(recorder.seen[name], all_pixels(area, 0, pixel))) << name;
+  EXPECT_TRUE(testing_support::same_bits(all_pixels(images.det, 1), all_pixels(untapped.det, 1)));
+  const plain::ResponseSteps steps = plain::response_steps(image, area);
+  const std::map<std::string, const cve::XMat_<float>*> expected = {
+      {"gx", &steps.gx},   {"gy", &steps.gy},   {"lxx", &steps.lxx},          {"lxy", &steps.lxy},
+      {"lyy", &steps.lyy}, {"det", &steps.det}, {"response", &steps.response}};
+  EXPECT_EQ(recorder.seen.size(), expected.size());
+  for (const auto& [name, pixels] : expected) {
+    EXPECT_TRUE(testing_support::same_bits(recorder.seen[name], all_pixels(*pixels, 0))) << name;
   }
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "FeatureTestSupport.h"
+#include "PlainDetection.h"
 
 namespace {
 
@@ -40,31 +41,6 @@ TEST(SubPixelTest, FindsTheTopOfAParabola) {
     EXPECT_NEAR(px, test.refined ? 3.0f + test.top_x : 3.0f, 1e-4f);
     EXPECT_NEAR(py, test.refined ? 2.0f + test.top_y : 2.0f, 1e-4f);
   }
-}
-
-// The step by its formulas, on samples that are looked up in flat memory.
-bool reference(const std::vector<float>& flat, int origin, int pitch, float& x, float& y) {
-  const auto at = [&](int dx, int dy) {
-    const int ix = static_cast<int>(x);
-    const int iy = static_cast<int>(y);
-    return flat[static_cast<std::size_t>(origin + (iy + dy) * pitch + ix + dx)];
-  };
-  const float c = at(0, 0), l = at(-1, 0), r = at(1, 0), u = at(0, -1), d = at(0, 1);
-  const float ul = at(-1, -1), ur = at(1, -1), dl = at(-1, 1), dr = at(1, 1);
-  const float dx = (r - l) * 0.5f;
-  const float dy = (d - u) * 0.5f;
-  const float dxx = l + r - 2 * c;
-  const float dyy = u + d - 2 * c;
-  const float t = ul + dr - ur - dl;
-  const float dxy = t * 0.25f;
-  const float den = dyy * dxx - t * t * 0.0625f;
-  if (den < 0.0000001f) return false;
-  const float ox = (dxy * dy - dyy * dx) * (1.0f / den);
-  const float oy = (dxy * dx - dxx * dy) * (1.0f / den);
-  if (std::abs(ox) >= 0.5f || std::abs(oy) >= 0.5f) return false;
-  x += ox;
-  y += oy;
-  return true;
 }
 
 // A determinant image with its margin, every pixel of the area a keypoint: samples drift by two columns a row
@@ -104,7 +80,7 @@ TEST(SubPixelTest, ReadsByTheWidthOfTheImageWithoutItsMargin) {
           const KeyPointRecord& before = filled.records[static_cast<std::size_t>(c * 30 + slot)];
           float x = before.x - 15.0f;
           float y = before.y - 12.0f;
-          const bool refined = reference(*det.owner, cols + 2 + 1, cols, x, y);
+          const bool refined = plain::refine(det.row(0), cols, x, y);
           if (!refined && drop) {
             ++dropped;
             continue;

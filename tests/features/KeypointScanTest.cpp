@@ -1,0 +1,75 @@
+#include "features/KeypointScan.h"
+
+#include <gtest/gtest.h>
+
+#include "FeatureTestSupport.h"
+#include "PlainDetection.h"
+
+namespace {
+
+using fpu::Region;
+using testing_support::grid_of;
+using testing_support::store_for;
+
+Region area_of(const fpu::Grid& grid) { return {grid.left, grid.top, grid.areaWidth(), grid.areaHeight()}; }
+
+std::vector<float> with_margin(const cve::XMat_<float>& image) {
+  return testing_support::pixels_of(image.view(-1, -1, image.cols + 2, image.rows + 2));
+}
+
+// The image keeps its first rows dark, so that there are cells without candidates.
+TEST(KeypointScanTest, EqualsResponseThenSelection) {
+  cve::XMat_<unsigned char> image = testing_support::random_bytes(170, 160, 8);
+  for (int y = 0; y < 30; ++y) std::fill_n(image.row(y), 170, static_cast<unsigned char>(9));
+  cve::XMat_<float> det;  // used again and again, whatever the size
+  for (const fpu::Grid& grid : {grid_of(3, 3, 13, 9, 12, 17, 4), grid_of(5, 4, 70, 75, 2, 2, 30),
+                                grid_of(9, 3, 64, 64, 2, 2, 5), grid_of(9, 30, 128, 1, 1, 100, 3),
+                                grid_of(40, 30, 1, 1, 3, 4, 1), grid_of(3, 3, 164, 154, 1, 1, 9)}) {
+    const Region area = area_of(grid);
+    const plain::ResponseSteps steps = plain::response_steps(image, area);
+    for (const float threshold : {0.0f, 1000.0f, 20000.0f, 1e9f}) {
+      fpu::KeyPointStore expected = store_for(grid);
+      plain::select(steps.response, threshold, expected);
+      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+        for (const int threads : {1, 2, 7, 150}) {
+          SCOPED_TRACE(testing::Message() << area.width << ' ' << threshold << ' ' << threads);
+          const testing_support::ScopedThreads scoped(threads);
+          fpu::KeyPointStore store = store_for(grid);
+          fpu::scanKeypoints(image, area, threshold, nullptr, store, set);
+          EXPECT_TRUE(testing_support::same_records(store, expected));
+          fpu::KeyPointStore again = store_for(grid);
+          fpu::scanKeypoints(image, area, threshold, &det, again, set);
+          EXPECT_TRUE(testing_support::same_records(again, expected));
+          EXPECT_TRUE(testing_support::same_bits(with_margin(det), with_margin(steps.det)));
+          if (threads > 2 && threshold > 0.0f) break;
+        }
+      }
+    }
+  }
+}
+
+TEST(KeypointScanTest, LeavesADeterminantImageThatSomebodyHolds) {
+  const cve::XMat_<unsigned char> image = testing_support::random_bytes(60, 60, 8);
+  const cve::XMat_<unsigned char> other = testing_support::random_bytes(60, 60, 9);
+  const fpu::Grid grid = grid_of(5, 5, 20, 20, 2, 2, 4);
+  fpu::KeyPointStore store = store_for(grid);
+  cve::XMat_<float> det;
+  fpu::scanKeypoints(image, area_of(grid), 0.0f, &det, store, cve::best_instruction_set());
+  const cve::XMat_<float> held = det;
+  const auto before = with_margin(held);
+  fpu::scanKeypoints(other, area_of(grid), 0.0f, &det, store, cve::best_instruction_set());
+  EXPECT_TRUE(testing_support::same_bits(with_margin(held), before));
+  EXPECT_FALSE(testing_support::same_bits(with_margin(det), before));
+}
+
+TEST(KeypointScanTest, ARasterWithoutCellsHasNoKeypoints) {
+  const cve::XMat_<unsigned char> image = testing_support::random_bytes(60, 60, 8);
+  for (const fpu::Grid& grid : {grid_of(10, 10, 2, 2, 0, 3, 4), grid_of(10, 10, 2, 2, 3, 0, 4)}) {
+    fpu::KeyPointStore store = store_for(grid);
+    store.count = 5;
+    fpu::scanKeypoints(image, area_of(grid), 0.0f, nullptr, store, cve::best_instruction_set());
+    EXPECT_EQ(store.count, 0);
+  }
+}
+
+}  // namespace
