@@ -1,9 +1,9 @@
 // The export as a host calls it.
 
-#include <unistd.h>
+#include <omp.h>
 
-#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "lens/LensParameters.h"
+#include "search/RenderedRoom.h"
 #include "support/TempDir.h"
 #include "twintrue/calib.h"
 
@@ -18,107 +19,7 @@ namespace {
 
 using testing_support::read_file;
 using testing_support::TempDir;
-
-constexpr double kHalfPi = 1.57079632679489661923;
-constexpr double kDegree = kHalfPi / 90.0;
-constexpr std::uint32_t kWidth = 1024;
-constexpr std::uint32_t kHeight = 512;
-constexpr double kScale = 248.5;  // pixels for 90 degrees
-constexpr double kCentre = 262.5;
-constexpr double kBaseline = 0.06;
-
-const std::string kPreset = TWINTRUE_SOURCE_DIR "/presets/default.yaml";
-
-std::string lens_text() {
-  return "[OPTRA]\nformat_version = \"1.0\";\ninput_width = 1024; input_height = 512;\n"
-         "output_width = 1024; output_height = 512; separate_x = 512;\nbaseline = 0.06;\n"
-         "sensor_pitch = 0.01; inter_image_circle_distance = 5.25; image_circle_radius = 2.485;\n"
-         "left_eye_magnify_v = 1.0; left_eye_magnify_h = 1.0;\n"
-         "right_eye_magnify_v = 1.0; right_eye_magnify_h = 1.0;\n";
-}
-
-// Brightness of a wall at a place given in metres: noise of several grain sizes.
-double texture(double u, double v, int wall) {
-  double sum = 0.0;
-  double weight = 0.5;
-  for (double cells = 3.0; cells < 60.0; cells *= 2.0, weight *= 0.75) {
-    const double fu = u * cells, fv = v * cells;
-    const double iu = std::floor(fu), iv = std::floor(fv);
-    const auto corner = [&](double du, double dv) {
-      auto h = static_cast<std::uint32_t>(static_cast<std::int64_t>(iu + du) * 73856093 ^
-                                          static_cast<std::int64_t>(iv + dv) * 19349663 ^ wall * 83492791);
-      h = (h ^ (h >> 13)) * 1274126177u;
-      return static_cast<double>((h ^ (h >> 16)) & 1023) / 1023.0;
-    };
-    const double a = fu - iu, b = fv - iv;
-    sum += weight * ((1 - a) * (1 - b) * corner(0, 0) + a * (1 - b) * corner(1, 0) +
-                     (1 - a) * b * corner(0, 1) + a * b * corner(1, 1));
-  }
-  return sum / 2.0;
-}
-
-// What stands in that direction in a room of 2.4 x 2 x 3 m round the rig.
-double look(const double from[3], const double d[3]) {
-  constexpr double kHalfRoom[3] = {1.2, 1.0, 1.5};
-  double nearest = 1e9;
-  int wall = 0;
-  for (int axis = 0; axis < 3; ++axis) {
-    if (d[axis] == 0.0) continue;
-    const double t = ((d[axis] > 0 ? kHalfRoom[axis] : -kHalfRoom[axis]) - from[axis]) / d[axis];
-    if (t < nearest) {
-      nearest = t;
-      wall = 2 * axis + (d[axis] > 0 ? 1 : 0);
-    }
-  }
-  const int axis = wall / 2;
-  const auto at = [&](int i) { return from[i] + nearest * d[i]; };
-  return texture(at((axis + 1) % 3) + 7.0, at((axis + 2) % 3) + 7.0, wall);
-}
-
-struct EyeError {
-  double pan, tilt, roll;  // radians
-};
-
-// The frame that a rig with those errors takes of the room.
-std::vector<std::uint8_t> take_frame(const EyeError& right, const EyeError& left) {
-  std::vector<std::uint8_t> bytes(std::size_t{3} * kWidth * kHeight);
-  for (std::uint32_t y = 0; y < kHeight; ++y) {
-    for (std::uint32_t x = 0; x < kWidth; ++x) {
-      const bool is_left = x >= kWidth / 2;
-      const EyeError& error = is_left ? left : right;
-      const double centre_x = kWidth / 2.0 + (is_left ? kCentre : -kCentre);
-      const double from[3] = {is_left ? -kBaseline / 2 : kBaseline / 2, 0, 0};
-      double sum = 0.0;
-      int hits = 0;
-      for (int sample = 0; sample < 4; ++sample) {
-        const double u = (x + 0.25 * (2 * (sample % 2) - 1) - centre_x) / kScale;
-        const double v = -(y + 0.25 * (2 * (sample / 2) - 1) - kHeight / 2.0) / kScale;
-        const double rho = std::hypot(u, v);
-        if (rho > 1.02) continue;
-        const double k = rho > 0 ? std::sin(rho * kHalfPi) / rho : kHalfPi;
-        const double e[3] = {u * k, v * k, -std::cos(rho * kHalfPi)};
-        // Rig from eye: the inverse turns, pan first.
-        const double cp = std::cos(error.pan), sp = std::sin(error.pan);
-        const double a[3] = {cp * e[0] - sp * e[2], e[1], sp * e[0] + cp * e[2]};
-        const double ct = std::cos(error.tilt), st = std::sin(error.tilt);
-        const double b[3] = {a[0], ct * a[1] + st * a[2], -st * a[1] + ct * a[2]};
-        const double cr = std::cos(error.roll), sr = std::sin(error.roll);
-        const double c[3] = {cr * b[0] + sr * b[1], -sr * b[0] + cr * b[1], b[2]};
-        sum += look(from, c);
-        ++hits;
-      }
-      const double value = hits == 0 ? 0.0 : 30 + 220 * sum / hits;
-      for (int i = 0; i < 3; ++i)
-        bytes[3 * (std::size_t{y} * kWidth + x) + static_cast<std::size_t>(i)] =
-            static_cast<std::uint8_t>(std::min(value, 255.0));
-    }
-  }
-  return bytes;
-}
-
-CalibImage image_over(const std::vector<std::uint8_t>& bytes) {
-  return {kWidth, kHeight, 3 * static_cast<std::int32_t>(kWidth), bytes.data(), 0};
-}
+using namespace testing_support::room;
 
 constexpr CalibResult kUntouched = {7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7};
 
@@ -171,6 +72,29 @@ TEST(Calib, CalibratesARenderedRoom) {
   EXPECT_NEAR(written.current.right.offset_x, result.right_offset_x, kWidth * 1e-10);
 
   EXPECT_EQ(run(&image, lens, kPreset, "", false, nullptr).status, TWINTRUE_CALIBRATED) << "no result wanted";
+}
+
+TEST(Calib, TheSameBytesForEveryThreadCount) {
+  const auto bytes = take_frame({0.4 * kDegree, -0.3 * kDegree, 0.5 * kDegree}, {});
+  const CalibImage image = image_over(bytes);
+  const TempDir dir;
+  const std::string lens = dir.write("nominal.lens", lens_text());
+  const int before = omp_get_max_threads();
+  CalibResult first{};
+  std::string first_lens;
+  for (int threads : {1, 2, 7}) {
+    omp_set_num_threads(threads);
+    CalibResult result = kUntouched;
+    EXPECT_EQ(run(&image, lens, kPreset, dir.file("out.lens"), false, &result).status, TWINTRUE_CALIBRATED);
+    const std::string written = read_file(dir.file("out.lens"));
+    if (threads == 1) {
+      first = result;
+      first_lens = written;
+    }
+    EXPECT_EQ(std::memcmp(&result, &first, sizeof result), 0) << threads;
+    EXPECT_EQ(written, first_lens) << threads;
+  }
+  omp_set_num_threads(before);
 }
 
 TEST(Calib, StatusesAndMessages) {
