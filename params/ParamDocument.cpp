@@ -29,34 +29,44 @@ std::optional<std::string> read_whole_file(const std::string& path) {
   return text;
 }
 
+// Elements of all inline lists of a document: each takes many times its bytes.
+constexpr std::size_t kMaxElements = std::size_t{1} << 20;
+
 // A scalar with brackets becomes the sequence of what stands between its commas, blanks included. The
 // substring's length is counted from the start of the text, so that with characters in front of the bracket
-// it reaches beyond the closing one.
-void expand_inline_list(Yaml::Node& node) {
+// it reaches beyond the closing one. False if the elements are more than `room`, which is reduced by them.
+bool expand_inline_list(Yaml::Node& node, std::size_t& room) {
   const std::string text = node.text();
   const std::size_t open = text.find('[');
   const std::size_t close = text.find(']');
-  if (open == std::string::npos || close == std::string::npos) return;
+  if (open == std::string::npos || close == std::string::npos) return true;
   const std::string_view list = std::string_view(text).substr(open + 1, close - 1);
   std::size_t start = 0;
   while (start <= list.size()) {
     const std::size_t comma = std::min(list.find(',', start), list.size());
-    if (comma > start) node.push_back().make_scalar(std::string(list.substr(start, comma - start)));
+    if (comma > start) {
+      if (room == 0) return false;
+      --room;
+      node.push_back().make_scalar(std::string(list.substr(start, comma - start)));
+    }
     start = comma + 1;
   }
+  return true;
 }
 
-void expand_inline_lists(Yaml::Node& root) {
+bool expand_inline_lists(Yaml::Node& root) {
+  std::size_t room = kMaxElements;
   std::vector<Yaml::Node*> pending{&root};
   while (!pending.empty()) {
     Yaml::Node& node = *pending.back();
     pending.pop_back();
     if (node.kind() == Yaml::Kind::kScalar) {
-      expand_inline_list(node);
+      if (!expand_inline_list(node, room)) return false;
     } else if (node.size() > 0) {
       for (auto it = node.begin(); it != node.end(); ++it) pending.push_back(&(*it).second);
     }
   }
+  return true;
 }
 
 template <typename T>
@@ -122,7 +132,7 @@ bool param_document_open(ParamDocument& document, const std::string& source) {
       return false;
     }
   }
-  expand_inline_lists(document.root);
+  if (!expand_inline_lists(document.root)) return false;
   document.name = source;
   document.loaded = true;
   return true;

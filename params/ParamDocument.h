@@ -16,7 +16,8 @@ struct ParamDocument {
 };
 
 // Reads `source` into the document: a file if anything of that name exists, else `source` is the text
-// itself. True if loaded. False: the file can't be read, or the text (not a file) does not parse. A file that
+// itself. True if loaded. False: the file can't be read (or is above 64 MiB), its inline lists have more than
+// 2^20 elements, or the text (not a file) does not parse. A file that
 // does not parse throws Yaml::Exception; a file system error other than absence throws
 // std::filesystem::filesystem_error.
 bool param_document_open(ParamDocument& document, const std::string& source);

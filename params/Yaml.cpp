@@ -14,11 +14,16 @@ enum class LineKind : std::uint8_t { kUnset = 0, kSequence = 1, kMap = 2, kScala
 
 // Working form of one line. A source line that holds an entry and its value becomes two records.
 struct LineRecord {
-  std::string_view text;  // into the source, or into Parser::rewritten_
-  std::int32_t number;    // of the source line, from 1
-  std::int32_t offset;    // column of the first character of the text, from 0
+  std::string_view text;   // into the source, or into Parser::rewritten_
+  std::int32_t number;     // of the source line, from 1
+  std::int32_t offset;     // column of the first character of the text, from 0
+  std::int32_t lines = 1;  // source lines that a record without text stands for
   LineKind kind = LineKind::kUnset;
 };
+
+// Lines with a text that a document may have, runs of blank lines counted as one. A tree takes hundreds of
+// bytes for a line of three.
+constexpr std::size_t kMaxLines = std::size_t{1} << 20;
 
 std::string at_record(std::string_view message, const LineRecord& record) {
   return fmt::format("{} Line {}: {}", message, record.number, record.text);
@@ -141,9 +146,16 @@ class Parser {
     }
     const std::size_t first = line.find_first_not_of(kBlanks);
     if (first == std::string_view::npos) {
-      if (!lines_.empty()) lines_.push_back({{}, number, 0});
+      if (lines_.empty()) return;
+      if (lines_.back().text.empty()) {
+        ++lines_.back().lines;
+      } else {
+        lines_.push_back({{}, number, 0});
+      }
       return;
     }
+    if (lines_.size() >= kMaxLines)
+      throw ParsingException(at_column(messages::kUnexpectedDocumentEnd, number, 1));
     const std::size_t tab = line.find('\t');
     if (tab < first) throw ParsingException(at_column(messages::kTabInOffset, number, tab));
     lines_.push_back({line.substr(first), number, static_cast<std::int32_t>(first)});
@@ -162,7 +174,7 @@ class Parser {
           records_.push_back(record);
           continue;
         }
-        const LineRecord entry{{}, record.number, record.offset, LineKind::kSequence};
+        const LineRecord entry{{}, record.number, record.offset, 1, LineKind::kSequence};
         records_.push_back(entry);
         record = {record.text.substr(rest), record.number, record.offset + static_cast<std::int32_t>(rest)};
       }
@@ -304,6 +316,7 @@ class Parser {
       // Only the value that an entry lacks starts a scalar with an empty text: it is no blank line.
       const bool missing = &record == &first && record.text.empty();
       if (is_blank(record.text) && !missing) {
+        for (std::int32_t i = 1; i < record.lines; ++i) text += "\n ";
         text += '\n';
       } else {
         text += without_trailing_blanks(record.text);
@@ -334,7 +347,7 @@ class Parser {
       const LineRecord& record = records_[at_];
       ++at_;
       if (is_blank(record.text)) {
-        end_line();
+        for (std::int32_t i = 0; i < record.lines; ++i) end_line();
         continue;
       }
       if (record.offset < body_offset) {

@@ -140,7 +140,7 @@ class Iterator {
 };
 
 // Parses the first document of the text into `root`, which is emptied first. Throws ParsingException or
-// InternalException; `root` then keeps what was built by then.
+// InternalException; `root` then keeps what was built by then. More than 2^20 lines with a text are refused.
 void parse_text(Node& root, const char* text, std::size_t size);
 
 // The same for what is left of a stream, which must be seekable. Afterwards it stands behind the document:
