@@ -67,9 +67,9 @@ std::unique_ptr<LensParameters> lens_parameters_create(ini_store& store, const s
 int load_lens_description(RigState& rig_state, const std::string& path, const std::string& section);
 
 // Writes a rig as a lens file of the format that its left eye remembers. Returns true, also if the file could
-// not be written. What the rig doesn't hold comes out as a constant or zero; the table's fineness is left
-// out, so a reader takes the defaults. A path with the ending ".pin" can't be read back. Throws
-// LensModelError if the eyes were never filled.
+// not be written; an old file of that name is then still whole. What the rig doesn't hold comes out as a
+// constant or zero; the table's fineness is left out, so a reader takes the defaults. A path with the ending
+// ".pin" can't be read back. Throws LensModelError if the eyes were never filled.
 bool write_lens_description(const RigModel& rig, const std::string& path);
 
 }  // namespace twintrue

@@ -189,6 +189,7 @@ bool LensParametersV1::dump(const std::string& path, const std::string& section)
   writer.write_section(section);
   writer.write("format_version", format_version);
   write_keys(writer, *this, kKeys);
+  writer.close();
   return true;
 }
 

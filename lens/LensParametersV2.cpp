@@ -252,6 +252,7 @@ bool LensParametersV2::dump(const std::string& path, const std::string& section)
   writer.write("version", version);
   writer.write("separate_x", output_width * 0.5);
   write_keys(writer, *this, kLastKeys);
+  writer.close();
   return true;
 }
 
