@@ -109,7 +109,7 @@ std::int32_t FeatureUnit::detectAndDescribe(const cve::XMat& image, KeyPointStor
   constexpr std::int32_t kSlot = 1;
   timer.lap();
   detector->detect(kSlot, image, store);
-  if (verbose) fmt::print(stdout, "num of keypoints: {}\n", store.count);
+  if (verbose) std::printf("num of keypoints: %d\n", store.count);
   timer.lapAndPrint("detection time for an image: {} ms\n");
   detector->compute(kSlot, store, descriptors);
   timer.lapAndPrint("description time for an image: {} ms\n");
@@ -166,7 +166,7 @@ std::unique_ptr<FeatureUnit> createFeatureUnit(const std::string& paramPath, std
     if (unit->init() < 0) return nullptr;
     return unit;
   } catch (const std::exception& error) {
-    fmt::print(stderr, "{}\n", error.what());
+    std::fprintf(stderr, "%s\n", error.what());
     return nullptr;
   }
 }

@@ -11,9 +11,11 @@
 namespace fpu {
 namespace {
 
-// Keypoint slots of a whole frame. Stores reserve every slot, so a file could ask for more memory than a
-// machine has; no picture that fits the image type holds as many keypoints.
-constexpr std::int64_t kMaxSlotsInFrame = std::int64_t{1} << 26;
+// Keypoint slots of a whole frame. Stores make every slot, some two hundred bytes for the whole stage, so a
+// file could ask for more memory than a machine has. No frame has more keypoints than pixels; a small one may
+// have slots to spare.
+constexpr std::int64_t kAlwaysGrantedSlots = std::int64_t{1} << 20;
+constexpr std::int64_t kMaxSlots = std::int64_t{1} << 24;
 constexpr std::int64_t kMaxInt = std::numeric_limits<std::int32_t>::max();
 
 // One direction of the raster, in pixels and cells.
@@ -117,7 +119,9 @@ bool Grid::load(twintrue::ParamDocument& document, std::int32_t minMargin) {
   const std::int64_t area = std::int64_t{vert_cell_size} * horz_cell_size;
   if (cells > kMaxInt || area > kMaxInt) return false;
   const std::int64_t slots = cells == 0 ? 0 : num_kps_in_cell * cells;
-  if (std::max(slots, -slots) > kMaxSlotsInFrame) return false;
+  const std::int64_t granted =
+      std::clamp(std::int64_t{frameWidth} * frameHeight, kAlwaysGrantedSlots, kMaxSlots);
+  if (std::max(slots, -slots) > granted) return false;
   max_num_kps_in_frame = static_cast<std::int32_t>(slots);
   return true;
 }

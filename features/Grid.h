@@ -49,8 +49,8 @@ class Grid final : public GridIF {
   // Reads the section `grid` (and one key of `RENO`). frameWidth and frameHeight must be set before;
   // minMargin is the least margin in pixels on all sides. False if the section is missing, or the raster
   // can't be laid: a cell size below 1, a negative cell count, an area that leaves the image, more keypoint
-  // slots in the frame than any picture could fill. A raster without cells is legal. Looking keys up adds
-  // them to the document's tree.
+  // slots than pixels in the frame and than a million, or than 16 million. A raster without cells is legal.
+  // Looking keys up adds them to the document's tree.
   bool load(twintrue::ParamDocument& document, std::int32_t minMargin);
 
   std::int32_t numVertCells() const override;

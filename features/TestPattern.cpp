@@ -60,7 +60,7 @@ class ChainSelection {
       if (in_wrong_zone(candidate)) continue;
       if (rules_.posLimit != 0) {
         if (attempts >= kMaxAttempts) {
-          fmt::print(stdout, "GU\n");
+          std::fputs("GU\n", stdout);
         } else if (breaks_neighbour_rules(candidate, attempts)) {
           continue;
         }
@@ -140,7 +140,7 @@ CandidatePattern makePattern(std::int32_t patchSize, std::int32_t rnd_mode, floa
         point.y = truncate(normal(engine)) % (half + 1);
         break;
       default:
-        fmt::print(stderr, "mode number {} is invalid!\n", rnd_mode);
+        std::fprintf(stderr, "mode number %d is invalid!\n", rnd_mode);
         std::exit(1);
     }
   }
