@@ -7,169 +7,32 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
+#include "matching/AreaKernel.h"
+#include "matching/CandidateChoice.h"
 #include "matching/PackedKeypoints.h"
 #include "matching/ThreadCountKeeper.h"
 
 namespace fpu {
 namespace {
 
-// Costs of candidates that aren't there: above all that the search takes, and in this order.
-constexpr std::int64_t kNoBestCost = 2147483645;
-constexpr std::int64_t kNoSecondCost = 2147483646;
-constexpr std::int32_t kMaxPenalty = 65535;
-constexpr std::int32_t kRandomPenaltyMode = 7;
-
-// Whole units of a cost stand above this many bits; the penalties that have no whole unit get 16 below.
-constexpr int cost_shift_of(std::int32_t penalty_mode) {
-  return penalty_mode == 0 || penalty_mode == 2 ? 8 : 16;
-}
-
-// One run's settings in the form that the search reads.
-struct SearchRules {
-  std::int32_t max_h;  // pixels
-  std::int32_t max_v;
-  bool check_circle;
-  std::int64_t circle2;  // max_h squared
-  std::int32_t rshift;
-  float res_coeff;
-  std::int32_t bytes;  // of a descriptor
-  std::int32_t split_bit;
-  std::int32_t weight;
-};
-
-struct Candidate {
-  std::int64_t cost;
-  std::int32_t place;  // in the packed frame B; -1 means none
-};
-
-struct BestTwo {
-  Candidate best{kNoBestCost, -1};
-  Candidate second{kNoSecondCost, -1};
-
-  // Of equal costs the one that came first stays in front.
-  void offer(std::int64_t cost, std::int32_t place) {
-    if (cost < best.cost) {
-      second = best;
-      best = {cost, place};
-    } else if (cost < second.cost) {
-      second = {cost, place};
-    }
+// An upper bound of the second least value.
+std::uint32_t second_least(const Lanes<std::uint32_t>& minima) {
+  std::uint32_t least = kOutside;
+  std::uint32_t second = kOutside;
+  for (const std::uint32_t value : minima.v) {
+    second = std::min(second, std::max(least, value));
+    least = std::min(least, value);
   }
-};
-
-// The keypoint of frame A that is searched for.
-struct Query {
-  std::int32_t x;
-  std::int32_t y;
-  std::int32_t score;
-  std::int32_t octave;
-  const unsigned char* descriptor;
-};
-
-// Neighbouring keypoints in the packed frame B.
-struct Run {
-  std::int32_t begin;
-  std::int32_t end;
-};
-
-std::int64_t response_penalty(std::int32_t score, float coeff) {
-  // Held to what converts; a penalty as large as the lower end allows is beyond every candidate.
-  const float weighed = std::floor(static_cast<float>(score) * coeff);
-  const float held = std::clamp(weighed, -2147483648.0f, static_cast<float>(kMaxPenalty));
-  return kMaxPenalty - static_cast<std::int64_t>(held);
+  return second;
 }
 
-// Integer estimate of the Euclidean length by an octagon.
-std::int64_t octagon_length(std::int64_t dx, std::int64_t dy) {
-  const std::int64_t hi = std::max(dx, dy);
-  const std::int64_t lo = std::min(dx, dy);
-  std::int64_t scaled = 1007 * hi + 441 * lo;
-  if (hi < 16 * lo) scaled -= 40 * hi;
-  return (scaled + 512) >> 10;
-}
-
-template <std::int32_t kMode>
-std::int64_t penalty_of(const SearchRules& rules, std::int32_t dx, std::int32_t dy, std::int32_t score_a,
-                        std::int32_t score_b, std::mt19937& draws) {
-  const std::int64_t length = std::int64_t{dx} + dy;
-  const auto low = [&] { return std::min(std::min(score_a, score_b) * 2, kMaxPenalty); };
-  if constexpr (kMode == 1) {
-    const std::int64_t shifted = rules.rshift < 0 ? length << -rules.rshift : length >> rules.rshift;
-    return std::min<std::int64_t>(shifted, kMaxPenalty);
-  } else if constexpr (kMode == 2) {
-    return octagon_length(dx, dy) >> rules.rshift;
-  } else if constexpr (kMode == 3) {
-    return kMaxPenalty - low();
-  } else if constexpr (kMode == 4) {
-    return (length >> rules.rshift) * 65536 - low() + kMaxPenalty;
-  } else if constexpr (kMode == 5) {
-    return response_penalty(score_b, rules.res_coeff);
-  } else if constexpr (kMode == kRandomPenaltyMode) {
-    return static_cast<std::int64_t>(draws() & 0xFFFU);
-  } else {
-    static_assert(kMode == 0);
-    return 0;
-  }
-}
-
-// Offers the keypoints of one run that lie in the area. Positions are tested before a descriptor is touched.
-template <std::int32_t kMode>
-void search_run(const PackedKeypoints& frame_b, Run run, const Query& query, const SearchRules& rules,
-                std::mt19937& draws, BestTwo& found) {
-  constexpr int kShift = cost_shift_of(kMode);
-  for (std::int32_t i = run.begin; i < run.end; ++i) {
-    const auto place = static_cast<std::size_t>(i);
-    const std::int32_t dx = std::abs(frame_b.x[place] - query.x);
-    const std::int32_t dy = std::abs(frame_b.y[place] - query.y);
-    const auto penalty = [&] {
-      return penalty_of<kMode>(rules, dx, dy, query.score, frame_b.score[place], draws);
-    };
-    // Pairs outside the area draw a number as well.
-    const std::int64_t drawn = kMode == kRandomPenaltyMode ? penalty() : 0;
-    if (dy > rules.max_v || frame_b.octave[place] != query.octave) continue;
-    if constexpr (kMode == 2) {
-      if (penalty() > rules.max_h) continue;  // the length itself bounds the area
-    } else {
-      if (dx > rules.max_h) continue;
-      if (rules.check_circle && std::int64_t{dx} * dx + std::int64_t{dy} * dy > rules.circle2) continue;
-    }
-    const std::uint32_t distance = descriptor_distance(query.descriptor, frame_b.descriptor(i), rules.bytes,
-                                                       rules.split_bit, rules.weight);
-    const std::int64_t added = kMode == kRandomPenaltyMode ? drawn : penalty();
-    found.offer((std::int64_t{distance} << kShift) + added, i);
-  }
-}
-
-using SearchRun = void (*)(const PackedKeypoints&, Run, const Query&, const SearchRules&, std::mt19937&,
-                           BestTwo&);
-
-[[noreturn]] void search_unknown(const PackedKeypoints&, Run, const Query&, const SearchRules&, std::mt19937&,
-                                 BestTwo&) {
-  std::abort();
-}
-
-SearchRun search_run_of(std::int32_t penalty_mode) {
-  switch (penalty_mode) {
-    case 0:
-      return search_run<0>;
-    case 1:
-      return search_run<1>;
-    case 2:
-      return search_run<2>;
-    case 3:
-      return search_run<3>;
-    case 4:
-      return search_run<4>;
-    case 5:
-      return search_run<5>;
-    case kRandomPenaltyMode:
-      return search_run<kRandomPenaltyMode>;
-    default:
-      return search_unknown;
-  }
+bool all_equal(const std::vector<std::int32_t>& values, std::int32_t to) {
+  return std::all_of(values.begin(), values.end(), [to](std::int32_t value) { return value == to; });
 }
 
 // Cells that a displacement may lead away from its own, in one direction. Cells beyond the raster hold
@@ -228,9 +91,12 @@ struct MatchRun {
   const FeatureFrame& frame_b;
   const PackedKeypoints packed_a;
   const PackedKeypoints packed_b;
+  const DescriptorWords& order;
   const SearchRules rules;
-  const SearchRun search;
+  const AreaKernel kernel;
+  const OfferRuns offer;
   const int cost_shift;
+  const bool distance_decides;
 
   MatchVector make_vector(std::int32_t place_a, const Candidate& candidate, std::int64_t other_cost,
                           std::int32_t number, std::int32_t prev_state) const {
@@ -249,14 +115,33 @@ struct MatchRun {
     return vector;
   }
 
-  // Searches for one keypoint of frame A and stores what it found behind the vectors of its cell.
-  void match_keypoint(std::int32_t place_a, const std::vector<Run>& runs, std::mt19937& draws,
-                      MatchSet& set) const {
+  // The two cheapest keypoints of the runs.
+  BestTwo search(std::int32_t place_a, std::mt19937& draws, Workspace& work) const {
     const auto a = static_cast<std::size_t>(place_a);
-    const Query query{packed_a.x[a], packed_a.y[a], packed_a.score[a], packed_a.octave[a],
-                      packed_a.descriptor(place_a)};
+    for (std::size_t w = 0; w < work.words.size(); ++w) {
+      work.words[w] = packed_a.words[a / kLanes * packed_a.words_per_row + w].v[a % kLanes];
+    }
+    const Query query{packed_a.x_of(place_a), packed_a.y_of(place_a), packed_a.score[a], packed_a.octave[a]};
+    const std::int32_t max_h =
+        settings.penalty_mode == 2 ? std::numeric_limits<std::int32_t>::max() : rules.max_h;
+    const Area area{query.x, query.y, max_h, rules.max_v, work.words.data()};
+    Lanes<std::uint32_t> minima;
+    minima.v.fill(kOutside);
+    Lanes<std::uint32_t>* distances = work.distances.data();
+    for (const Run run : work.runs) {
+      kernel.measure(packed_b, order, area, run, distances, minima);
+      distances += run.blocks();
+    }
     BestTwo found;
-    for (const Run run : runs) search(packed_b, run, query, rules, draws, found);
+    if (work.runs.empty()) return found;
+    offer({packed_b, rules, kernel, distance_decides}, query, second_least(minima), work, draws, found);
+    return found;
+  }
+
+  // Searches for one keypoint of frame A and stores what it found behind the vectors of its cell.
+  void match_keypoint(std::int32_t place_a, std::mt19937& draws, Workspace& work, MatchSet& set) const {
+    const auto a = static_cast<std::size_t>(place_a);
+    const BestTwo found = search(place_a, draws, work);
     if (found.best.place < 0 || (settings.k == 2 && found.second.place < 0)) return;
 
     const std::int32_t cell = packed_a.cell[a];
@@ -289,6 +174,11 @@ bool can_be_named(const FeatureFrame& frame) {
 
 std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
                          const FeatureFrame& frame_b, MatchSet& cells) {
+  return match_cells(settings, frame_a, frame_b, cells, cve::best_instruction_set());
+}
+
+std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
+                         const FeatureFrame& frame_b, MatchSet& cells, cve::InstructionSet set) {
   const GridIF& grid = *cells.grid;
   const std::int32_t cell_count = grid.numCells();
   std::fill(cells.counts.begin(), cells.counts.end(), 0);
@@ -296,39 +186,47 @@ std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& f
   if (frame_a.descriptors.rows <= settings.k || !can_be_named(frame_a) || !can_be_named(frame_b)) return 0;
 
   const std::int32_t bytes = frame_a.descriptors.cols;
-  const SearchRules rules{settings.max_vector_h,
-                          settings.max_vector_v,
-                          settings.check_circle,
-                          std::int64_t{settings.max_vector_h} * settings.max_vector_h,
-                          settings.penalty_rshift,
-                          settings.penalty_res_coeff,
-                          bytes,
-                          descriptor_split_bit(bytes, settings.patchSize, settings.weightDist),
-                          settings.weightDist};
+  const DescriptorWords order(bytes, descriptor_split_bit(bytes, settings.patchSize, settings.weightDist),
+                              settings.weightDist);
+  const SearchRules rules{
+      settings.max_vector_h,   settings.max_vector_v,
+      settings.check_circle,   std::int64_t{settings.max_vector_h} * settings.max_vector_h,
+      settings.penalty_rshift, settings.penalty_res_coeff};
+  PackedKeypoints packed_a(frame_a, order);
+  PackedKeypoints packed_b(frame_b, order);
+  const std::int32_t octave = packed_a.octave.empty() ? 0 : packed_a.octave.front();
+  const bool distance_decides = penalty_is_fraction(settings.penalty_mode, settings.penalty_res_coeff) &&
+                                !settings.check_circle && all_equal(packed_a.octave, octave) &&
+                                all_equal(packed_b.octave, octave);
   const MatchRun run{settings,
                      frame_a,
                      frame_b,
-                     PackedKeypoints(frame_a),
-                     PackedKeypoints(frame_b),
+                     std::move(packed_a),
+                     std::move(packed_b),
+                     order,
                      rules,
-                     search_run_of(settings.penalty_mode),
-                     cost_shift_of(settings.penalty_mode)};
+                     area_kernel(set),
+                     offer_runs_of(settings.penalty_mode),
+                     cost_shift_of(settings.penalty_mode),
+                     distance_decides};
   const std::int32_t reach_h = reach_of(settings.max_vector_h, grid.cellWidth(), grid.numHorzCells());
   const std::int32_t reach_v = reach_of(settings.max_vector_v, grid.cellHeight(), grid.numVertCells());
   std::mt19937 draws(5489);
 
   const ThreadCountKeeper keeper;
-  // Nothing may be allocated, and so thrown, inside the parallel loop.
-  std::vector<std::vector<Run>> lists(static_cast<std::size_t>(keeper.threads()));
-  for (auto& runs : lists) runs.reserve(static_cast<std::size_t>(grid.numVertCells()));
+  std::vector<Workspace> spaces;
+  spaces.reserve(static_cast<std::size_t>(keeper.threads()));
+  while (spaces.size() < spaces.capacity()) {
+    spaces.emplace_back(run.packed_b, grid.numVertCells(), run.packed_a.words_per_row);
+  }
 #pragma omp parallel for schedule(static) if (settings.penalty_mode != kRandomPenaltyMode)
   for (std::int32_t cell = 0; cell < cell_count; ++cell) {
     const std::int32_t begin = run.packed_a.cell_begin[static_cast<std::size_t>(cell)];
     const std::int32_t end = run.packed_a.cell_begin[static_cast<std::size_t>(cell) + 1];
     if (begin == end) continue;
-    std::vector<Run>& runs = lists[static_cast<std::size_t>(omp_get_thread_num())];
-    list_runs(run.packed_b, grid, cell, reach_h, reach_v, runs);
-    for (std::int32_t place = begin; place < end; ++place) run.match_keypoint(place, runs, draws, cells);
+    Workspace& work = spaces[static_cast<std::size_t>(omp_get_thread_num())];
+    list_runs(run.packed_b, grid, cell, reach_h, reach_v, work.runs);
+    for (std::int32_t place = begin; place < end; ++place) run.match_keypoint(place, draws, work, cells);
   }
   for (std::int32_t cell = 0; cell < cell_count; ++cell) cells.total += cells.count(cell);
   return cells.total;

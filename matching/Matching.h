@@ -8,6 +8,7 @@
 
 #include "features/FeatureFrame.h"
 #include "features/MatchSettings.h"
+#include "imaging/InstructionSet.h"
 #include "matching/MatchSet.h"
 
 namespace fpu {
@@ -24,6 +25,11 @@ namespace fpu {
 // penalty_mode 7, whose draws must come in a fixed order, one thread does it all.
 std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
                          const FeatureFrame& frame_b, MatchSet& cells);
+
+// The same with the vectors of one instruction set, which the machine must have. The result is the same for
+// every set.
+std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
+                         const FeatureFrame& frame_b, MatchSet& cells, cve::InstructionSet set);
 
 // Bits up to which a descriptor of that many bytes counts `weightDist` fold: its half, but no more points
 // than the central square of the patch gives. 0 without weight.

@@ -1,0 +1,143 @@
+// The fast search against the plain one: every field of every vector.
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+#include "PlainMatching.h"
+#include "imaging/InstructionSet.h"
+#include "matching/AreaKernel.h"
+#include "matching/MatchScene.h"
+#include "matching/MatchSet.h"
+#include "matching/Matching.h"
+
+namespace fpu {
+namespace {
+
+using namespace matching_tests;
+
+void expect_equal(const MatchSet& found, const MatchSet& expected) {
+  ASSERT_EQ(found.total, expected.total);
+  for (std::int32_t c = 0; c < found.grid->numCells(); ++c) {
+    ASSERT_EQ(found.count(c), expected.count(c)) << "cell " << c;
+    for (std::int32_t i = 0; i < found.count(c); ++i) {
+      const MatchVector& f = found.cell(c)[i];
+      const MatchVector& e = expected.cell(c)[i];
+      ASSERT_EQ(f.id_a, e.id_a) << "cell " << c;
+      ASSERT_EQ(f.id_b, e.id_b) << "cell " << c << ", keypoint " << f.id_a;
+      ASSERT_EQ(f.cell_a, e.cell_a);
+      ASSERT_EQ(f.slot_a, e.slot_a);
+      ASSERT_EQ(f.cell_b, e.cell_b);
+      ASSERT_EQ(f.slot_b, e.slot_b);
+      ASSERT_EQ(f.cost, e.cost);
+      ASSERT_EQ(f.other_cost, e.other_cost);
+      ASSERT_EQ(f.dist_ratio, e.dist_ratio);
+      ASSERT_EQ(f.candidate, e.candidate);
+      ASSERT_EQ(f.rank, e.rank);
+      ASSERT_EQ(f.prev_state, e.prev_state);
+    }
+  }
+}
+
+// Settings that decide what is measured, what is offered and what may be passed over unseen.
+void choose_settings(MatchingSettings& s, std::mt19937& random, std::int32_t penalty_mode) {
+  s.penalty_mode = penalty_mode;
+  s.penalty_rshift = uniform_int(random, penalty_mode == 1 ? -12 : 0, 6);
+  s.penalty_res_coeff = uniform(random, -1.0, 3.0);
+  s.k = uniform_int(random, 1, 2);
+  s.out_mode = 2 * uniform_int(random, 0, 1);
+  s.check_circle = uniform_int(random, 0, 3) == 0;
+  const std::int32_t weights[] = {0, 0, 1, 3, 40000, -1};
+  s.weightDist = weights[uniform_int(random, 0, 5)];
+  s.patchSize = uniform_int(random, 0, 40);
+  s.max_vector_h = uniform_int(random, 0, 250);
+  s.max_vector_v = uniform_int(random, 0, 160);
+}
+
+class PlainMatchingTest : public testing::TestWithParam<std::int32_t> {};
+
+TEST_P(PlainMatchingTest, TheFastFormGivesTheSame) {
+  std::mt19937 random(static_cast<std::uint32_t>(100 + GetParam()));
+  const Raster rasters[] = {
+      {}, {1, 1, 240, 160, 400}, {9, 7, 17, 23, 6}, {40, 3, 8, 60, 3}, {3, 3, 90, 50, 70}};
+  const std::size_t widths[] = {32, 8, 32, 16, 5, 40, 32, 64, 15, 1};
+  const int before = omp_get_max_threads();
+  for (int round = 0; round < 60; ++round) {
+    Scene scene(rasters[round % 5]);
+    const std::size_t bytes = widths[round % 10];
+    fill_randomly(*scene.a, random, uniform_int(random, 3, 300), bytes);
+    fill_randomly(*scene.b, random, uniform_int(random, 1, 500), bytes);
+    if (round % 4 == 3) scene.b->store.records[0].octave = 1;
+    MatchingSettings& s = scene.unit.matchingSettings;
+    choose_settings(s, random, GetParam());
+    const std::int32_t candidates = s.out_mode == 2 ? 1 : s.k;
+    MatchSet expected(scene.unit, candidates);
+    plain_matching::match_cells(s, *scene.a, *scene.b, expected);
+    for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+      for (const int threads : {1, 2, 7}) {
+        SCOPED_TRACE(testing::Message() << "round " << round << ", set " << static_cast<int>(set) << ", "
+                                        << threads << " threads");
+        omp_set_num_threads(threads);
+        MatchSet found(scene.unit, candidates);
+        match_cells(s, *scene.a, *scene.b, found, set);
+        omp_set_num_threads(before);
+        expect_equal(found, expected);
+        ASSERT_FALSE(HasFatalFailure());
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(PenaltyModes, PlainMatchingTest, testing::Values(0, 1, 2, 3, 4, 5, 7));
+
+// Runs that begin and end anywhere in a block: lanes of other runs are neither measured nor collected.
+TEST(AreaKernelTest, MeasuresTheLanesOfTheRunOnly) {
+  std::mt19937 random(5);
+  Scene scene({1, 1, 240, 160, 100});
+  fill_randomly(*scene.b, random, 75, 32);
+  const DescriptorWords order(32, 0, 0);
+  const PackedKeypoints packed(*scene.b, order);
+  const auto count = static_cast<std::int32_t>(packed.index.size());
+  const std::vector<std::uint32_t> words(order.count(), 0x0F0F1234U);
+  std::vector<unsigned char> query(32);
+  for (std::size_t i = 0; i < 32; ++i) query[i] = reinterpret_cast<const unsigned char*>(words.data())[i];
+  const Area area{120, 90, 60, 45, words.data()};
+  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+    const AreaKernel kernel = area_kernel(set);
+    for (std::int32_t begin = 0; begin < 35; ++begin) {
+      for (std::int32_t end = begin + 1; end <= count; end += 3) {
+        const fpu::Run run{begin, end};
+        std::vector<Lanes<std::uint32_t>> distances(run.blocks());
+        Lanes<std::uint32_t> minima;
+        minima.v.fill(kOutside);
+        kernel.measure(packed, order, area, run, distances.data(), minima);
+        std::vector<std::int32_t> within;
+        std::uint32_t least = kOutside;
+        for (std::size_t lane = 0; lane < run.blocks() * kLanes; ++lane) {
+          const auto place = static_cast<std::int32_t>(run.first_block() * kLanes + lane);
+          std::uint32_t expected = kOutside;
+          if (place >= begin && place < end && std::abs(packed.x_of(place) - 120) <= 60 &&
+              std::abs(packed.y_of(place) - 90) <= 45) {
+            const std::int32_t row = packed.index[static_cast<std::size_t>(place)];
+            expected = descriptor_distance(query.data(), scene.b->descriptors.row(row), 32, 0, 0);
+          }
+          ASSERT_EQ(distances[lane / kLanes].v[lane % kLanes], expected) << begin << " to " << end;
+          least = std::min(least, expected);
+          if (expected <= 130) within.push_back(static_cast<std::int32_t>(lane));
+        }
+        EXPECT_EQ(*std::min_element(minima.v.begin(), minima.v.end()), least);
+        std::vector<std::int32_t> found(run.blocks() * kLanes);
+        found.resize(kernel.collect(distances.data(), run.blocks(), 130, found.data()));
+        ASSERT_EQ(found, within) << begin << " to " << end;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace fpu

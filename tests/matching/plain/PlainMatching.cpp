@@ -1,0 +1,202 @@
+#include "PlainMatching.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "matching/Matching.h"
+#include "matching/Rounding.h"
+
+namespace plain_matching {
+namespace {
+
+using namespace fpu;
+
+template <class Word>
+std::uint32_t bits(Word word) {
+  return static_cast<std::uint32_t>(std::popcount(word));
+}
+
+class PlainMatcher {
+ public:
+  PlainMatcher(const MatchingSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
+               MatchSet& set)
+      : s_(settings),
+        a_(frame_a),
+        b_(frame_b),
+        set_(set),
+        split_(descriptor_split_bit(frame_a.descriptors.cols, settings.patchSize, settings.weightDist)) {}
+
+  std::int32_t match() {
+    std::fill(set_.counts.begin(), set_.counts.end(), 0);
+    set_.total = 0;
+    if (a_.descriptors.rows <= s_.k) return 0;
+    const GridIF& grid = *set_.grid;
+    const auto reach_h =
+        static_cast<std::int32_t>(std::ceil(s_.max_vector_h / static_cast<double>(grid.cellWidth())));
+    const auto reach_v =
+        static_cast<std::int32_t>(std::ceil(s_.max_vector_v / static_cast<double>(grid.cellHeight())));
+    for (std::int32_t cell = 0; cell < grid.numCells(); ++cell) {
+      std::vector<std::int32_t> area;
+      for (std::int32_t dy = -reach_v; dy <= reach_v; ++dy) {
+        for (std::int32_t dx = -reach_h; dx <= reach_h; ++dx) {
+          std::int32_t index = 0;
+          if (grid.cellIndex(cell % grid.numHorzCells() + dx, cell / grid.numHorzCells() + dy, &index))
+            area.push_back(index);
+        }
+      }
+      for (std::int32_t slot = 0; slot < a_.store.cellCounts[static_cast<std::size_t>(cell)]; ++slot)
+        search(area, cell, slot);
+      set_.total += set_.count(cell);
+    }
+    return set_.total;
+  }
+
+ private:
+  struct Candidate {
+    std::int64_t cost;
+    std::int32_t cell = -1;
+    std::int32_t slot = -1;
+  };
+
+  static const KeyPointRecord& keypoint(const FeatureFrame& frame, std::int32_t cell, std::int32_t slot) {
+    return frame.store.records[static_cast<std::size_t>(cell * frame.store.capacityPerCell + slot)];
+  }
+
+  void search(const std::vector<std::int32_t>& area, std::int32_t cell, std::int32_t slot) {
+    const KeyPointRecord& a = keypoint(a_, cell, slot);
+    Candidate best{2147483645};
+    Candidate second{2147483646};
+    for (const std::int32_t cell_b : area) {
+      const std::int32_t live = b_.store.cellCounts[static_cast<std::size_t>(cell_b)];
+      for (std::int32_t slot_b = 0; slot_b < live; ++slot_b) {
+        const KeyPointRecord& b = keypoint(b_, cell_b, slot_b);
+        const std::int64_t dx = std::abs(round_coordinate(b.x) - round_coordinate(a.x));
+        const std::int64_t dy = std::abs(round_coordinate(b.y) - round_coordinate(a.y));
+        const std::int64_t penalty = penalty_of(a, b, dx, dy);
+        if ((s_.penalty_mode == 2 ? penalty : dx) > s_.max_vector_h || dy > s_.max_vector_v) continue;
+        if (a.octave != b.octave) continue;
+        if (s_.check_circle && s_.penalty_mode != 2 &&
+            dx * dx + dy * dy > std::int64_t{s_.max_vector_h} * s_.max_vector_h)
+          continue;
+        const std::int64_t cost = (std::int64_t{distance(a.index, b.index)} << shift()) + penalty;
+        if (cost < best.cost) {
+          second = best;
+          best = {cost, cell_b, slot_b};
+        } else if (cost < second.cost) {
+          second = {cost, cell_b, slot_b};
+        }
+      }
+    }
+    if (best.cell < 0 || (s_.k == 2 && second.cell < 0)) return;
+    store(a, cell, slot, best, second, 0);
+    if (s_.out_mode == 0 && s_.k > 1) store(a, cell, slot, second, best, 1);
+  }
+
+  void store(const KeyPointRecord& a, std::int32_t cell, std::int32_t slot, const Candidate& own,
+             const Candidate& other, std::int32_t number) {
+    if (set_.count(cell) == set_.capacity) return;
+    MatchVector vector;
+    vector.id_a = a.index;
+    vector.id_b = keypoint(b_, own.cell, own.slot).index;
+    vector.cell_a = static_cast<std::int16_t>(cell);
+    vector.slot_a = static_cast<std::int16_t>(slot);
+    vector.cell_b = static_cast<std::int16_t>(own.cell);
+    vector.slot_b = static_cast<std::int16_t>(own.slot);
+    vector.cost = static_cast<std::int32_t>(own.cost >> shift());
+    cost_ratio(vector, static_cast<std::int32_t>(other.cost >> shift()), s_.dist_ratio_offset,
+               s_.dist_ratio_shift, s_.sat_offset);
+    vector.candidate = number;
+    set_.cell(cell)[set_.count(cell)++] = vector;
+  }
+
+  int shift() const { return s_.penalty_mode == 0 || s_.penalty_mode == 2 ? 8 : 16; }
+
+  std::int64_t penalty_of(const KeyPointRecord& a, const KeyPointRecord& b, std::int64_t dx,
+                          std::int64_t dy) {
+    const std::int32_t r = s_.penalty_rshift;
+    const std::int64_t low = std::min(2 * std::min<std::int32_t>(a.score, b.score), 65535);
+    switch (s_.penalty_mode) {
+      case 0:
+        return 0;
+      case 1:
+        return std::min<std::int64_t>(r < 0 ? (dx + dy) << -r : (dx + dy) >> r, 65535);
+      case 2: {
+        const std::int64_t hi = std::max(dx, dy);
+        const std::int64_t lo = std::min(dx, dy);
+        std::int64_t scaled = 1007 * hi + 441 * lo;
+        if (hi < 16 * lo) scaled -= 40 * hi;
+        return ((scaled + 512) >> 10) >> r;
+      }
+      case 3:
+        return 65535 - low;
+      case 4:
+        return ((dx + dy) >> r) * 65536 - low + 65535;
+      case 5:
+        return 65535 - static_cast<std::int64_t>(std::min(
+                           std::floor(static_cast<float>(b.score) * s_.penalty_res_coeff), 65535.0f));
+      case 7:
+        return static_cast<std::int64_t>(draws_() & 0xFFFU);
+      default:
+        std::abort();
+    }
+  }
+
+  std::uint32_t distance(std::int32_t row_a, std::int32_t row_b) const {
+    const std::int32_t bytes = a_.descriptors.cols;
+    const auto weight = static_cast<std::uint32_t>(s_.weightDist);
+    std::uint32_t distance = 0;
+    for (std::int32_t i = 0; i < bytes / 8; ++i) {
+      const std::uint64_t x = word<std::uint64_t>(a_, row_a, 8 * i) ^ word<std::uint64_t>(b_, row_b, 8 * i);
+      const std::int32_t start = 64 * i;
+      if (weight == 0 || start > split_) {
+        distance += bits(x);
+      } else if (start + 64 <= split_) {
+        distance += weight * bits(x);
+      } else {
+        distance += bits(x >> (split_ - start)) + weight * bits(x << ((start + 64 - split_) % 64));
+      }
+    }
+    for (std::int32_t i = 0; i < bytes % 8; ++i) {
+      const std::int32_t at = bytes / 8 * 8 + 4 * i;
+      distance += bits(word<std::uint32_t>(a_, row_a, at) ^ word<std::uint32_t>(b_, row_b, at));
+    }
+    return distance;
+  }
+
+  // Words may reach into the rows behind; what is behind the last one counts as zero.
+  template <class Word>
+  static Word word(const FeatureFrame& frame, std::int32_t row, std::int32_t at) {
+    const cve::XMat_<unsigned char>& rows = frame.descriptors;
+    const unsigned char* const from = rows.row(row) + at;
+    const unsigned char* const end = rows.row(rows.rows - 1) + rows.cols;
+    Word value = 0;
+    if (end - from >= static_cast<std::ptrdiff_t>(sizeof(value))) {
+      std::memcpy(&value, from, sizeof(value));
+    } else if (end > from) {
+      std::memcpy(&value, from, static_cast<std::size_t>(end - from));
+    }
+    return value;
+  }
+
+  const MatchingSettings& s_;
+  const FeatureFrame& a_;
+  const FeatureFrame& b_;
+  MatchSet& set_;
+  const std::int32_t split_;
+  std::mt19937 draws_{5489};
+};
+
+}  // namespace
+
+std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
+                         const FeatureFrame& frame_b, MatchSet& set) {
+  return PlainMatcher(settings, frame_a, frame_b, set).match();
+}
+
+}  // namespace plain_matching
