@@ -5,6 +5,7 @@
 #include <fstream>
 #include <limits>
 #include <locale>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <vector>
@@ -74,7 +75,11 @@ std::optional<T> extract(const std::string& text) {
   std::istringstream stream(text);
   stream.imbue(std::locale::classic());
   T value{};
-  if (!(stream >> value)) return std::nullopt;
+  const bool read = static_cast<bool>(stream >> value);
+  // A stream keeps exceptions to itself. Taken for an unreadable text, the end of memory would put a default
+  // in the place of what the file says.
+  if (stream.bad()) throw std::bad_alloc();
+  if (!read) return std::nullopt;
   return value;
 }
 
