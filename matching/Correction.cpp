@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <limits>
@@ -14,11 +15,11 @@
 #include "matching/DisplacementHistogram.h"
 #include "matching/Rounding.h"
 #include "matching/Selection.h"
+#include "matching/VoteKernel.h"
 
 namespace fpu {
 namespace {
 
-constexpr std::size_t kScores = 4;
 constexpr std::int64_t kMaxBase = 255;
 
 std::int32_t held_to_int(std::int64_t value) {
@@ -27,19 +28,13 @@ std::int32_t held_to_int(std::int64_t value) {
   return static_cast<std::int32_t>(std::clamp(value, kLeast, kMost));
 }
 
-// Votes of all vectors of the set as matching left them, cell by cell. A voter's votes depend on it alone, so
-// they are counted out once and not for every vector that it votes for.
-struct Voters {
+// All vectors of the set as matching left them, cell by cell.
+struct Voters : VoterColumns {
   Voters(const CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
          const MatchSet& set);
 
   std::vector<std::int32_t> cell_begin;  // cells + 1
-  std::vector<std::int32_t> dx;          // displacement, eighths of a pixel
-  std::vector<std::int32_t> dy;
-  std::vector<std::int32_t> x;  // position in frame A, whole pixels
-  std::vector<std::int32_t> y;
-  std::array<std::vector<std::int32_t>, kScores> near_votes;
-  std::array<std::vector<std::int32_t>, kScores> far_votes;
+  std::int64_t most_votes = 0;           // of one voter for one score, without its sign
 };
 
 Voters::Voters(const CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
@@ -64,6 +59,8 @@ Voters::Voters(const CorrectionSettings& settings, const FeatureFrame& frame_a, 
       for (std::size_t i = 0; i < kScores; ++i) {
         near_votes[i].push_back(vote_kernel(settings.score_mode[i], settings, vector, true));
         far_votes[i].push_back(vote_kernel(settings.score_mode[i], settings, vector, false));
+        for (const std::int64_t votes : {near_votes[i].back(), far_votes[i].back()})
+          most_votes = std::max(most_votes, std::abs(votes));
       }
     }
   }
@@ -77,41 +74,13 @@ struct Run {
   std::int32_t size() const { return end - begin; }
 };
 
-// Squared distances up to which a vector votes and counts as starting at the same place.
-struct VoteLimits {
-  explicit VoteLimits(const CorrectionSettings& settings) {
-    for (std::size_t i = 0; i < kScores; ++i) {
-      const std::int64_t radius = truncate_to_int(std::round(8.0f * settings.th[i]));
-      radius2[i] = radius * radius;
-    }
-    widest2 = *std::max_element(radius2.begin(), radius2.end());
-    near2 = std::int64_t{settings.diff_pt_th} * settings.diff_pt_th;
+VoteLimits vote_limits(const CorrectionSettings& settings) {
+  VoteLimits limits;
+  for (std::size_t i = 0; i < kScores; ++i) {
+    limits.radius[i] = std::abs(std::int64_t{truncate_to_int(std::round(8.0f * settings.th[i]))});
   }
-
-  std::array<std::int64_t, kScores> radius2;  // eighths of a pixel
-  std::int64_t widest2;
-  std::int64_t near2;  // pixels
-};
-
-using ScoreSums = std::array<std::int64_t, kScores>;
-
-// Adds the votes of a run of voters for the vector of voter `a`.
-void sum_votes(const Voters& voters, const VoteLimits& limits, std::size_t a, Run run, ScoreSums& sums) {
-  for (auto w = static_cast<std::size_t>(run.begin); w < static_cast<std::size_t>(run.end); ++w) {
-    const std::int64_t ddx = voters.dx[w] - voters.dx[a];
-    const std::int64_t ddy = voters.dy[w] - voters.dy[a];
-    const std::int64_t dd = ddx * ddx + ddy * ddy;
-    if (dd > limits.widest2) continue;
-    const std::int64_t px = voters.x[w] - voters.x[a];
-    const std::int64_t py = voters.y[w] - voters.y[a];
-    const std::int64_t pp = px * px + py * py;
-    for (std::size_t i = 0; i < kScores; ++i) {
-      if (dd > limits.radius2[i]) continue;
-      // The second score alone takes a voter at the very limit as far.
-      const bool near = i == 1 ? pp < limits.near2 : pp <= limits.near2;
-      sums[i] += near ? voters.near_votes[i][w] : voters.far_votes[i][w];
-    }
-  }
+  limits.near = std::abs(std::int64_t{settings.diff_pt_th});
+  return limits;
 }
 
 constexpr std::size_t kMaxNeighbours = 8;
@@ -140,21 +109,67 @@ Neighbours list_neighbours(const Voters& voters, const GridIF& grid, std::int32_
   return neighbours;
 }
 
-// Scores the vectors that `own` stands for, which are those at `vectors`.
-void score_cell(const CorrectionSettings& settings, const VoteLimits& limits, const Voters& voters, Run own,
-                const Neighbours& neighbours, const FeatureFrame& frame_a, const MatchSet& set,
-                MatchVector* vectors) {
-  std::int64_t voter_count = own.size();
-  for (std::size_t i = 0; i < neighbours.cells; ++i) voter_count += neighbours.runs[i].size();
-  const ScoreScale scale(settings, voter_count, static_cast<std::int64_t>(neighbours.cells));
-  for (std::int32_t j = 0; j < own.size(); ++j) {
-    ScoreSums sums{};
-    const auto a = static_cast<std::size_t>(own.begin + j);
-    sum_votes(voters, limits, a, own, sums);
-    for (std::size_t i = 0; i < neighbours.cells; ++i) {
-      sum_votes(voters, limits, a, neighbours.runs[i], sums);
+// The voters of one cell after the other, drawn together and filled up to whole blocks with ones that have no
+// votes.
+class Electorate {
+ public:
+  // Room for the fullest cell and its neighbours.
+  explicit Electorate(const Voters& all) : all_(all) {
+    std::int32_t fullest = 0;
+    for (std::size_t c = 0; c + 1 < all.cell_begin.size(); ++c) {
+      fullest = std::max(fullest, all.cell_begin[c + 1] - all.cell_begin[c]);
     }
+    const std::size_t most = static_cast<std::size_t>(fullest) * (kMaxNeighbours + 1);
+    columns_.with(all, [&](std::vector<std::int32_t>& mine, const std::vector<std::int32_t>&) {
+      mine.resize(most + kVoterBlock);
+    });
+  }
 
+  void gather(Run own, const Neighbours& neighbours) {
+    count_ = 0;
+    append(own);
+    for (std::size_t i = 0; i < neighbours.cells; ++i) append(neighbours.runs[i]);
+    padded_ = (count_ + kVoterBlock - 1) / kVoterBlock * kVoterBlock;
+    for (auto* votes : {&columns_.near_votes, &columns_.far_votes}) {
+      for (auto& column : *votes) {
+        std::fill(column.begin() + static_cast<std::ptrdiff_t>(count_),
+                  column.begin() + static_cast<std::ptrdiff_t>(padded_), 0);
+      }
+    }
+  }
+
+  // The votes for voter `a` of all voters.
+  VoteSums sums_for(SumVotesFn sum, const VoteLimits& limits, std::size_t a) const {
+    VoteSums sums{};
+    sum(columns_, padded_, limits, {all_.dx[a], all_.dy[a], all_.x[a], all_.y[a]}, sums);
+    return sums;
+  }
+
+  std::int64_t size() const { return static_cast<std::int64_t>(count_); }
+  std::size_t room() const { return columns_.dx.size(); }
+
+ private:
+  void append(Run run) {
+    columns_.with(all_, [&](std::vector<std::int32_t>& mine, const std::vector<std::int32_t>& theirs) {
+      std::copy(theirs.begin() + run.begin, theirs.begin() + run.end,
+                mine.begin() + static_cast<std::ptrdiff_t>(count_));
+    });
+    count_ += static_cast<std::size_t>(run.size());
+  }
+
+  const Voters& all_;
+  VoterColumns columns_;
+  std::size_t count_ = 0;
+  std::size_t padded_ = 0;
+};
+
+// Scores the vectors that `own` stands for, which are those at `vectors`. The electorate is the cell's.
+void score_cell(const CorrectionSettings& settings, const VoteLimits& limits, SumVotesFn sum,
+                const Electorate& electorate, Run own, std::size_t neighbour_cells,
+                const FeatureFrame& frame_a, const MatchSet& set, MatchVector* vectors) {
+  const ScoreScale scale(settings, electorate.size(), static_cast<std::int64_t>(neighbour_cells));
+  for (std::int32_t j = 0; j < own.size(); ++j) {
+    const VoteSums sums = electorate.sums_for(sum, limits, static_cast<std::size_t>(own.begin + j));
     MatchVector& vector = vectors[j];
     const MatchRecord* const previous = set.linked_record(keypoint_a(frame_a, vector).link);
     const MatchRecord none;
@@ -250,6 +265,11 @@ std::int64_t base_of(std::int32_t mode, const CorrectionSettings& settings, std:
 
 void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
                    MatchSet& match_set) {
+  correct_cells(settings, frame_a, frame_b, match_set, cve::best_instruction_set());
+}
+
+void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
+                   MatchSet& match_set, cve::InstructionSet set) {
   drop_unpaired(match_set);
   const auto half_range = [](std::int32_t side) { return std::int64_t{side / 2} * 8; };
   const HistogramPair empty{{settings.bin_width, half_range(settings.image_height)},
@@ -259,7 +279,9 @@ void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, co
   HistogramPair& gathered = histograms.front();
 
   const Voters voters(settings, frame_a, frame_b, match_set);
-  const VoteLimits limits(settings);
+  const VoteLimits limits = vote_limits(settings);
+  Electorate electorate(voters);
+  const SumVotesFn sum = sum_votes(set, limits, electorate.room(), voters.most_votes);
   const GridIF& grid = *match_set.grid;
   match_set.total = 0;
   for (std::int32_t cell = 0; cell < grid.numCells(); ++cell) {
@@ -271,7 +293,8 @@ void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, co
       gathered.x.add(voters.dx[i]);
     }
     MatchVector* const vectors = match_set.cell(cell);
-    score_cell(settings, limits, voters, own, neighbours, frame_a, match_set, vectors);
+    if (own.size() > 0) electorate.gather(own, neighbours);
+    score_cell(settings, limits, sum, electorate, own, neighbours.cells, frame_a, match_set, vectors);
     match_set.count(cell) =
         select_cell(settings, frame_a, frame_b, vectors, own.size(), settings.num_matching_in_cell_out);
     match_set.total += match_set.count(cell);

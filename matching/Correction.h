@@ -8,6 +8,7 @@
 
 #include "features/FeatureFrame.h"
 #include "features/MatchSettings.h"
+#include "imaging/InstructionSet.h"
 #include "matching/MatchSet.h"
 
 namespace fpu {
@@ -22,6 +23,11 @@ namespace fpu {
 // cell.
 void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
                    MatchSet& match_set);
+
+// The same with the vectors of one instruction set, which the machine must have. The result is the same for
+// every set.
+void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
+                   MatchSet& match_set, cve::InstructionSet set);
 
 // The vote of `voter` under a score mode (0 to 13, aborts on any other). `near`: the voter starts at about
 // the same place as the vector that it votes for, and so tells less.

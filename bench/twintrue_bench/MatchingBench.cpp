@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "BenchInputs.h"
+#include "PlainCorrection.h"
 #include "PlainMatching.h"
 #include "matching/Correction.h"
 #include "matching/MatchSet.h"
@@ -90,7 +91,9 @@ void MatchingFast(benchmark::State& state) {
   omp_set_num_threads(before);
 }
 
-void Correction(benchmark::State& state) {
+// Items are vectors.
+template <class Correct>
+void measure_correction(benchmark::State& state, Correct&& correct) {
   const BenchRun& run = BenchRun::of_width(static_cast<int>(state.range(0)));
   fpu::MatchSet matched = make_match_set(*run.unit);
   fpu::match_cells(run.unit->matchingSettings, *run.left, *run.right, matched);
@@ -100,10 +103,24 @@ void Correction(benchmark::State& state) {
     state.PauseTiming();
     set = matched;
     state.ResumeTiming();
-    fpu::correct_cells(settings, *run.left, *run.right, set);
+    correct(settings, run, set);
     benchmark::DoNotOptimize(set.total);
   }
   state.SetItemsProcessed(state.iterations() * matched.total);
+}
+
+void CorrectionPlain(benchmark::State& state) {
+  measure_correction(state, [](fpu::CorrectionSettings& settings, const BenchRun& run, fpu::MatchSet& set) {
+    plain_matching::correct_cells(settings, *run.left, *run.right, set);
+  });
+}
+
+void CorrectionFast(benchmark::State& state) {
+  const auto instructions = static_cast<cve::InstructionSet>(state.range(1));
+  measure_correction(
+      state, [instructions](fpu::CorrectionSettings& settings, const BenchRun& run, fpu::MatchSet& set) {
+        fpu::correct_cells(settings, *run.left, *run.right, set, instructions);
+      });
 }
 
 #ifdef TWINTRUE_BENCH_OPENCV
@@ -146,7 +163,17 @@ BENCHMARK(MatchingFast)
     ->Apply(every_width_and_set)
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime();
-BENCHMARK(Correction)->Apply(every_width)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(CorrectionPlain)->Apply(every_width)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(CorrectionFast)
+    ->ArgNames({"width", "set"})
+    ->Apply([](benchmark::internal::Benchmark* bench) {
+      for (int width : {2048, 4096, 8192}) {
+        for (cve::InstructionSet set : cve::supported_instruction_sets())
+          bench->Args({width, static_cast<int>(set)});
+      }
+    })
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime();
 
 }  // namespace
 }  // namespace twintrue::bench

@@ -1,0 +1,79 @@
+// The fast correction against the plain one: every score and rank, and the gmv.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+
+#include "PlainCorrection.h"
+#include "imaging/InstructionSet.h"
+#include "matching/Correction.h"
+#include "matching/MatchScene.h"
+#include "matching/MatchSet.h"
+#include "matching/Matching.h"
+
+namespace fpu {
+namespace {
+
+using namespace matching_tests;
+
+void expect_equal(const MatchSet& found, const MatchSet& expected) {
+  ASSERT_EQ(found.total, expected.total);
+  for (std::int32_t c = 0; c < found.grid->numCells(); ++c) {
+    ASSERT_EQ(found.count(c), expected.count(c)) << "cell " << c;
+    for (std::int32_t i = 0; i < found.count(c); ++i) {
+      const MatchVector& f = found.cell(c)[i];
+      const MatchVector& e = expected.cell(c)[i];
+      ASSERT_EQ(f.id_a, e.id_a) << "cell " << c;
+      ASSERT_EQ(f.score1, e.score1) << "cell " << c << ", keypoint " << f.id_a;
+      ASSERT_EQ(f.score2, e.score2) << "cell " << c << ", keypoint " << f.id_a;
+      ASSERT_EQ(f.score3, e.score3) << "cell " << c << ", keypoint " << f.id_a;
+      ASSERT_EQ(f.score4, e.score4) << "cell " << c << ", keypoint " << f.id_a;
+      ASSERT_EQ(f.rank, e.rank);
+    }
+  }
+}
+
+TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
+  std::mt19937 random(17);
+  // The second raster has cells of more vectors than are scored.
+  const Raster rasters[] = {{}, {2, 1, 120, 160, 300}, {9, 7, 17, 23, 6}, {3, 3, 90, 50, 40}};
+  for (int round = 0; round < 80; ++round) {
+    Scene scene(rasters[round % 4]);
+    fill_randomly(*scene.a, random, uniform_int(random, 3, 500), 32);
+    fill_randomly(*scene.b, random, uniform_int(random, 2, 500), 32);
+    MatchingSettings& matching = scene.unit.matchingSettings;
+    matching.k = 1;
+    matching.max_vector_h = matching.max_vector_v = uniform_int(random, 5, 60);
+    MatchSet matched(scene.unit, 1);
+    match_cells(matching, *scene.a, *scene.b, matched);
+
+    CorrectionSettings settings = scene.unit.mvcSettings;
+    // Radii and limits beyond 32 bits when squared, and votes that could add up to more, included.
+    const float most = round % 8 == 7 ? 1e9f : round % 8 == 6 ? 4095.7f : 12.0f;
+    for (float& th : settings.th) th = uniform(random, round % 5 == 4 ? -most : 0.0, most);
+    const std::int32_t limits[] = {0, 1, 2, 9, -3, 32766, 32767, 2147483647};
+    settings.diff_pt_th = limits[uniform_int(random, 0, 7)];
+    for (std::int32_t& mode : settings.score_mode) mode = uniform_int(random, 0, 12);
+    settings.dist_ratio_shift = uniform_int(random, 0, 5);
+    settings.neighbour_mode = uniform_int(random, -1, 4);
+    settings.normalizing = uniform_int(random, 0, 4);
+    settings.sort_mode = uniform_int(random, 1, 12);
+    settings.max_score = 1000000;
+    CorrectionSettings plain_settings = settings;
+    MatchSet expected = matched;
+    plain_matching::correct_cells(plain_settings, *scene.a, *scene.b, expected);
+    for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+      SCOPED_TRACE(testing::Message() << "round " << round << ", set " << static_cast<int>(set));
+      MatchSet found = matched;
+      correct_cells(settings, *scene.a, *scene.b, found, set);
+      expect_equal(found, expected);
+      ASSERT_FALSE(HasFatalFailure());
+      EXPECT_EQ(settings.gmv_x, plain_settings.gmv_x);
+      EXPECT_EQ(settings.gmv_y, plain_settings.gmv_y);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace fpu
