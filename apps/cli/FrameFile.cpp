@@ -9,6 +9,7 @@
 #include <memory>
 #include <utility>
 
+#include "apps/cli/ChatterCapture.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/Problem.h"
 
@@ -143,6 +144,11 @@ Frame read_frame(const std::string& path) {
     }
   }
   return frame;
+}
+
+Frame read_frame_quietly(const std::string& path) {
+  const ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
+  return read_frame(path);
 }
 
 }  // namespace twintrue::cli

@@ -22,4 +22,8 @@ struct Frame {
 // absurd size.
 Frame read_frame(const std::string& path);
 
+// The same without a word: the libraries under OpenImageIO write messages of their own, and what matters of
+// them is in the Failure.
+Frame read_frame_quietly(const std::string& path);
+
 }  // namespace twintrue::cli

@@ -8,13 +8,13 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/FrameFile.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/LensCheck.h"
+#include "apps/cli/MachineCheck.h"
 #include "apps/cli/OutputFile.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/Progress.h"
@@ -66,21 +66,6 @@ void check_out_lens(const CalibrateArguments& arguments, Outputs& outputs) {
   const NamedPath target{"-o", *arguments.out_lens};
   refuse_scrambled_name(target);
   outputs.lens = std::make_unique<OutputFile>(target, taken);
-}
-
-// Converting the frame needs two threads that run at the same time; with one the library would end the
-// process.
-void check_machine() {
-  if (std::thread::hardware_concurrency() != 1) return;
-  throw Failure(ExitCode::kOther,
-                Problem{"this machine", "one processor that the program may use", "two or more",
-                        "allow it more processors (taskset, container limits), or use another machine"});
-}
-
-// The libraries under OpenImageIO write messages of their own; what matters of them is in the Failure.
-Frame read_frame_quietly(const std::string& path) {
-  ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
-  return read_frame(path);
 }
 
 // Puts the corrected file in its place if there is one that is worth it.

@@ -17,7 +17,13 @@ void append_number(std::string& out, double value) {
     out += "-0.0";  // readers take "-0" for an integer, which has no sign
   } else {
     std::array<char, 32> digits;
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    char* const last = digits.data() + digits.size();
+    // Left to itself, to_chars writes whole numbers in full where that is shorter, with digits beyond those
+    // that tell a double.
+    constexpr double kLargestInFull = 1e17;
+    const auto end = std::abs(value) < kLargestInFull
+                         ? std::to_chars(digits.data(), last, value).ptr
+                         : std::to_chars(digits.data(), last, value, std::chars_format::scientific).ptr;
     out.append(digits.data(), end);
   }
 }

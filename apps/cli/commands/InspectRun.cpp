@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "apps/TwinTrue/ImageFormatConverter.h"
-#include "apps/cli/ChatterCapture.h"
 #include "apps/cli/FrameFile.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/LensCheck.h"
@@ -15,12 +14,6 @@
 
 namespace twintrue::cli {
 namespace {
-
-// The libraries under OpenImageIO write messages of their own; what matters of them is in the Failure.
-Frame read_frame_quietly(const std::string& path) {
-  const ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
-  return read_frame(path);
-}
 
 [[noreturn]] void fail_changed(const std::string& file) {
   throw Failure(ExitCode::kOther, Problem{file, "a file that changed while it was read",
