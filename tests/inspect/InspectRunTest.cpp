@@ -1,0 +1,324 @@
+// Features, matches and search of the example frame: consistent in themselves, with one another and with a
+// calibration.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "cli/Fixtures.h"
+#include "inspect/Inspection.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using cli_test::example;
+using cli_test::Outcome;
+using cli_test::preset_with;
+using inspect_test::Csv;
+using inspect_test::inspect_text;
+using inspect_test::Json;
+using inspect_test::numbers;
+using inspect_test::parse_csv;
+using inspect_test::run_inspect;
+using testing_support::read_file;
+using testing_support::TempDir;
+
+constexpr int kCells = 14 * 14;  // 64 pixels, margins of 40, halves of 1024 x 1024 pixels
+
+std::vector<std::string> on_example(const std::string& command, std::vector<std::string> options = {}) {
+  options.insert(options.begin(), {command, example("frame.jpg"), "--lens", example("nominal.lens")});
+  return options;
+}
+
+// Documents of the example frame, each made when a test first asks for it.
+const Csv& features() {
+  static const Csv csv = parse_csv(inspect_text(on_example("features", {"--side", "left"})));
+  return csv;
+}
+const std::string& matches_text() {
+  static const std::string text = inspect_text(on_example("matches"));
+  return text;
+}
+const Csv& matches() {
+  static const Csv csv = parse_csv(matches_text());
+  return csv;
+}
+const std::string& search_text() {
+  static const std::string text = inspect_text(on_example("search"));
+  return text;
+}
+const Json& search() {
+  static const Json json = Json::parse(search_text());
+  return json;
+}
+
+TEST(InspectRun, FeaturesAreTheLiveRecordsInOrder) {
+  EXPECT_EQ(features().header, "cell,slot,index,x,y,score,octave,refined,descriptor");
+  EXPECT_EQ(features().facts.at("cells"), kCells);
+  EXPECT_EQ(features().facts.at("capacity"), 30);
+  // Without a sub-pixel step none is dropped, so the rows are numbered through.
+  ASSERT_EQ(features().facts.at("count"), static_cast<int>(features().rows.size()));
+  int cell = 0;
+  int slot = -1;
+  for (std::size_t i = 0; i < features().rows.size(); ++i) {
+    const auto& row = features().rows[i];
+    ASSERT_EQ(std::stoi(row.at("index")), static_cast<int>(i));
+    const int row_cell = std::stoi(row.at("cell"));
+    const int row_slot = std::stoi(row.at("slot"));
+    ASSERT_TRUE(row_cell == cell ? row_slot == slot + 1 : row_cell > cell && row_slot == 0) << i;
+    cell = row_cell;
+    slot = row_slot;
+    ASSERT_EQ((std::stoi(row.at("x")) - 40) / 64, cell % 14);
+    ASSERT_EQ((std::stoi(row.at("y")) - 40) / 64, cell / 14);
+    ASSERT_EQ(row.at("descriptor").size(), 64u);
+    ASSERT_EQ(row.at("descriptor").find_first_not_of("0123456789abcdef"), std::string::npos);
+    ASSERT_GT(std::stoi(row.at("score")), 1000);
+  }
+}
+
+TEST(InspectRun, MatchesAreAllRecords) {
+  EXPECT_EQ(
+      matches().header,
+      "x_a,y_a,x_b,y_b,prev_dx,prev_dy,octave_a,octave_b,response_a,response_b,dist_ratio,prev_state,cell,"
+      "rank,score1,score2,score3,score4,accepted,cost,other_cost");
+  EXPECT_EQ(matches().facts.at("records"), static_cast<int>(matches().rows.size()));
+  const auto accepted = std::count_if(matches().rows.begin(), matches().rows.end(),
+                                      [](const auto& row) { return row.at("accepted") == "1"; });
+  EXPECT_EQ(matches().facts.at("rel_match_count"), accepted);
+  EXPECT_LT(accepted, matches().facts.at("records"));
+  int cell = -1;
+  int rank = 0;
+  for (const auto& row : matches().rows) {
+    // Cells in order, ranks from 0 in each.
+    const int row_cell = std::stoi(row.at("cell"));
+    ASSERT_EQ(std::stoi(row.at("rank")), row_cell == cell ? rank + 1 : 0);
+    ASSERT_GE(row_cell, cell);
+    cell = row_cell;
+    rank = std::stoi(row.at("rank"));
+    ASSERT_EQ(row.at("prev_dx"), "10000");
+    // Only the best candidate stays, which costs less than the other.
+    ASSERT_LE(std::stoi(row.at("cost")), std::stoi(row.at("other_cost")));
+  }
+  // Every keypoint of frame A stands in the features of the left half.
+  std::vector<std::string> keypoints;
+  for (const auto& row : features().rows)
+    keypoints.push_back(row.at("x") + "," + row.at("y") + "," + row.at("score"));
+  std::sort(keypoints.begin(), keypoints.end());
+  for (const auto& row : matches().rows) {
+    const std::string place = row.at("x_a") + "," + row.at("y_a") + "," + row.at("response_a");
+    ASSERT_TRUE(std::binary_search(keypoints.begin(), keypoints.end(), place)) << place;
+  }
+}
+
+TEST(InspectRun, SearchAgreesWithItself) {
+  EXPECT_EQ(search().at("status"), 0);
+  EXPECT_EQ(search().at("kept"), matches().facts.at("rel_match_count"));
+  std::vector<double> by_rank(10, 0.0);
+  for (const auto& row : matches().rows) {
+    if (row.at("accepted") != "1") continue;
+    for (int rank = std::stoi(row.at("rank")); rank < 10; ++rank) ++by_rank[static_cast<std::size_t>(rank)];
+  }
+  EXPECT_EQ(numbers(search().at("histogram")), by_rank);
+  EXPECT_DOUBLE_EQ(search().at("detection_ratio").get<double>(), by_rank[1] / (2 * kCells));
+
+  ASSERT_EQ(search().at("retries").size(), 1u);
+  const Json& retry = search().at("retries").at(0);
+  EXPECT_EQ(retry.at("retry"), 0);
+  ASSERT_EQ(retry.at("levels").size(), 19u);
+  // The preset's first level: 9 tilts, 7 rolls and 7 pans of the right eye.
+  EXPECT_EQ(retry.at("levels").at(0).at("candidates"), 9 * 7 * 7);
+  EXPECT_EQ(retry.at("levels").at(0).at("seeds").at(0).at("sigma"), 12.0);
+  for (std::size_t l = 0; l < 19; ++l) {
+    const Json& level = retry.at("levels").at(l);
+    EXPECT_EQ(level.at("level"), l);
+    EXPECT_EQ(level.at("skipped"), false);
+    ASSERT_EQ(level.at("seeds").size(), 3u);
+    EXPECT_EQ(level.at("seeds").at(0).at("pose").size(), 10u);
+    EXPECT_EQ(level.at("seeds").at(1),
+              Json::parse(R"({"pose": [0,0,0,0,0,0,0,0,0,0], "score": -1, "sigma": 0})"));
+  }
+
+  const Json& result = search().at("result");
+  const Json& sums = retry.at("final").at("sums");
+  const double count4 = sums.at("count4").get<double>();
+  EXPECT_EQ(result.at("pose"), retry.at("levels").at(18).at("seeds").at(0).at("pose"));
+  EXPECT_EQ(result.at("score"), retry.at("final").at("score"));
+  EXPECT_EQ(result.at("score"), sums.at("score_sum"));
+  EXPECT_DOUBLE_EQ(result.at("quality").get<double>(),
+                   count4 / (2 * kCells * std::sqrt(sums.at("sum4").get<double>() / count4)));
+  EXPECT_DOUBLE_EQ(result.at("error16").get<double>(),
+                   std::sqrt(sums.at("sum16").get<double>() / sums.at("count16").get<double>()));
+  EXPECT_EQ(result.at("best_retry"), 0);
+}
+
+TEST(InspectRun, SearchIsThatOfACalibration) {
+  // As a process, as people run both.
+  EXPECT_EQ(
+      cli_test::run_program({"inspect", "search", example("frame.jpg"), "--lens", example("nominal.lens")})
+          .out,
+      search_text());
+  const TempDir dir;
+  const std::string path = dir.file("result.json");
+  const Outcome outcome = cli_test::run_program(
+      {"calibrate", example("frame.jpg"), "--lens", example("nominal.lens"), "--json", path});
+  ASSERT_EQ(outcome.exit_code, 0);
+  const Json run = Json::parse(read_file(path));
+  const std::vector<double> pose = numbers(search().at("result").at("pose"));
+  std::size_t i = 0;
+  for (const char* eye : {"right_eye", "left_eye"}) {
+    for (const char* key : {"pan_rad", "tilt_rad", "roll_rad", "offset_x_px", "offset_y_px"}) {
+      EXPECT_EQ(run.at("corrections").at(eye).at(key).get<double>(), pose.at(i++)) << eye << " " << key;
+    }
+  }
+  for (const char* key : {"detection_ratio", "quality", "error16", "score"}) {
+    EXPECT_EQ(run.at("measures").at(key).at("value"), search().at("result").at(key)) << key;
+  }
+}
+
+TEST(InspectRun, MatchesOfAFileTakeThePlaceOfTheFrame) {
+  const TempDir dir;
+  const std::vector<std::string> options{"--cells", std::to_string(kCells), "--lens",
+                                         example("nominal.lens")};
+  const auto run_search = [&](const std::string& csv, std::vector<std::string> more = {}) {
+    std::vector<std::string> arguments{"search", "--matches", dir.write("matches.csv", csv)};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run_inspect(arguments);
+  };
+  EXPECT_EQ(run_search(matches_text()).out, search_text());
+
+  // The search needs six of the columns.
+  std::string reduced = "accepted,rank,x_b,y_b,x_a,y_a\n";
+  for (const auto& row : matches().rows) {
+    for (const char* column : {"accepted", "rank", "x_b", "y_b", "x_a"}) reduced += row.at(column) + ',';
+    reduced += row.at("y_a") + "\r\n";
+  }
+  EXPECT_EQ(run_search(reduced).out, search_text());
+
+  // With too few matches there is no search.
+  const std::string header = "x_a,y_a,x_b,y_b,rank,accepted\n";
+  const std::string one = header + "400,400,430,400,0,1\n500,400,530,400,0,0\n";
+  const Json few = Json::parse(run_search(one).out);
+  EXPECT_EQ(few.at("status"), -999);
+  EXPECT_EQ(few.at("kept"), 1);
+  EXPECT_EQ(few.at("histogram"), Json::parse("[1,1,1,1,1,1,1,1,1,1]"));
+  EXPECT_EQ(few.at("retries"), Json::array());
+  EXPECT_DOUBLE_EQ(few.at("detection_ratio").get<double>(), 1.0 / (2 * kCells));
+  Json expected = Json::parse(
+      R"({"pose": [0,0,0,0,0,0,0,0,0,0], "score": -1, "quality": -1, "error16": -1, "last_retry": 0, "best_retry": -1})");
+  expected["detection_ratio"] = few.at("detection_ratio");
+  EXPECT_EQ(few.at("result"), expected);
+
+  // A level that is skipped leaves the seeds as they stand; what is no number is told as such.
+  const Json skipped = Json::parse(
+      run_search(one, {"--ignore-thresholds", "--params", preset_with("  knn: 1", "  knn: 1\n  skip: 1")})
+          .out);
+  EXPECT_EQ(skipped.at("status"), -997);
+  const Json& level = skipped.at("retries").at(0).at("levels").at(0);
+  EXPECT_EQ(level.at("skipped"), true);
+  EXPECT_EQ(level.at("candidates"), 0);
+  EXPECT_EQ(level.at("seeds").at(0),
+            Json::parse(R"({"pose": [0,0,0,0,0,0,0,0,0,0], "score": -1, "sigma": 0})"));
+  EXPECT_EQ(skipped.at("result").at("quality"), "nan");
+
+  const std::pair<const char*, const char*> bad[] = {
+      {"x_a,y_a\n1,2\n", ":1"},
+      {"x_a,y_a,x_b,y_b,rank,accepted\n1,2,3,4,0\n", ":2"},
+      {"# note\nx_a,y_a,x_b,y_b,rank,accepted\n1,2,3,nan,0,1\n", ":3"},
+      {"x_a,y_a,x_b,y_b,rank,accepted\n1,2,3,4,0.5,1\n", "rank"},
+      {"# note\n", "header"},
+  };
+  for (const auto& [csv, word] : bad) {
+    const Outcome outcome = run_search(csv);
+    EXPECT_EQ(outcome.exit_code, 3) << csv;
+    EXPECT_NE(outcome.error.find(word), std::string::npos) << outcome.error;
+  }
+}
+
+// A run that ends before its search shows the filtering alone, with the message of the run.
+TEST(InspectRun, SearchEndsWhereACalibrationEnds) {
+  const Outcome outcome =
+      run_inspect(on_example("search", {"--params", preset_with("  res_th: 1000", "  res_th: 30000")}));
+  EXPECT_EQ(outcome.exit_code, 0);
+  const Json json = Json::parse(outcome.out);
+  EXPECT_EQ(json.at("status"), -999);
+  EXPECT_EQ(json.at("retries"), Json::array());
+  EXPECT_NE(outcome.error.find("Left image detection is failed("), std::string::npos) << outcome.error;
+}
+
+// What would end the process is explained; what merely finds nothing, or belongs to later stages, is not in
+// the way.
+TEST(InspectRunChecks, RefuseWhatTheStageCannotCarryOut) {
+  struct Case {
+    std::string line;
+    std::string replacement;
+    int features;
+    int matches;
+    int search;
+  };
+  const Case cases[] = {
+      {"  det_type: 6", "  det_type: 8", 4, 4, 4},
+      {"  desc_gaus_size", "  wta_k: 2", 4, 4, 4},
+      {"  k: 2", "  k: 3", 0, 4, 4},
+      {"  out_mode: 2", "  out_mode: 1", 4, 4, 4},
+      {"  score_mode: 12", "  score_mode: 13", 0, 4, 4},
+      {"  mode: 28", "  mode: 4", 0, 0, 4},
+      {"  det_type: 6", "  det_type: 0", 0, 0, 0},
+  };
+  for (const Case& each : cases) {
+    const TempDir dir;
+    const std::string params = dir.write("params.yaml", preset_with(each.line, each.replacement));
+    const auto code_of = [&](const std::string& command, std::vector<std::string> options) {
+      options.insert(options.end(), {"--params", params});
+      return run_inspect(on_example(command, options)).exit_code;
+    };
+    EXPECT_EQ(code_of("features", {"--side", "right"}), each.features) << each.replacement;
+    // A refusal costs little; of what runs, one look is enough.
+    if (each.matches != 0) {
+      EXPECT_EQ(code_of("matches", {}), each.matches) << each.replacement;
+    }
+    if (each.search != 0) {
+      EXPECT_EQ(code_of("search", {}), each.search) << each.replacement;
+    }
+  }
+}
+
+TEST(InspectRunChecks, TellUnusableInputByTheExitCode) {
+  const TempDir dir;
+  const std::string lens = example("nominal.lens");
+  const std::string frame = example("frame.jpg");
+  const std::string small = dir.file("small.png");
+  cli_test::write_black_frame(small);
+  const std::string csv = dir.write("m.csv", "x_a,y_a,x_b,y_b,rank,accepted\n");
+  const std::pair<std::vector<std::string>, int> cases[] = {
+      {{"features", dir.file("none.png"), "--lens", lens, "--side", "left"}, 3},
+      {{"features", lens, "--lens", lens, "--side", "left"}, 3},
+      {{"matches", frame, "--lens", dir.file("none.lens")}, 3},
+      {{"matches", frame, "--lens", dir.write("bad.lens", "x = 1;\n")}, 4},
+      {{"matches", frame, "--lens", lens, "--params", dir.file("none.yaml")}, 3},
+      {{"matches", frame, "--lens", lens, "--params", dir.write("bad.yaml", "a: \"b\n")}, 4},
+      {{"matches", small, "--lens", lens}, 4},
+      {{"features", frame, "--lens", lens, "--side", "up"}, 2},
+      {{"features", frame, "--lens", lens}, 2},
+      {{"search", "--lens", lens}, 2},
+      {{"search", frame, "--matches", csv, "--cells", "5", "--lens", lens}, 2},
+      {{"search", frame, "--cells", "5", "--lens", lens}, 2},
+      {{"search", "--matches", csv, "--lens", lens}, 2},
+      {{"search", "--matches", csv, "--cells", "0", "--lens", lens}, 2},
+      {{"search", "--matches", dir.file("none.csv"), "--cells", "5", "--lens", lens}, 3},
+      {{"search", "--matches", csv, "--cells", "5", "--lens", lens, "--params",
+        dir.write("mode.yaml", preset_with("  mode: 28", "  mode: 4"))},
+       4},
+      {{"search", "--matches", csv, "--cells", "5", "--lens", lens, "-o", csv}, 2},
+  };
+  for (const auto& [arguments, code] : cases) {
+    const Outcome outcome = run_inspect(arguments);
+    EXPECT_EQ(outcome.exit_code, code) << testing::PrintToString(arguments) << outcome.error;
+    EXPECT_EQ(outcome.out, "");
+  }
+}
+
+}  // namespace

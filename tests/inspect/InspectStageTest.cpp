@@ -1,0 +1,191 @@
+// Images between the steps of detection, each against the one before by the formula that joins them.
+
+#include <OpenImageIO/imageio.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "cli/Fixtures.h"
+#include "inspect/Inspection.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using cli_test::kSmallHeight;
+using cli_test::kSmallWidth;
+using inspect_test::run_inspect;
+using testing_support::TempDir;
+
+struct Picture {
+  int width = 0;
+  int height = 0;
+  std::vector<float> pixels;
+  float at(int x, int y) const { return pixels.at(static_cast<std::size_t>(y * width + x)); }
+};
+
+Picture read_tiff(const std::string& path) {
+  const std::unique_ptr<OIIO::ImageInput> input = OIIO::ImageInput::open(path);
+  Picture picture;
+  if (!input) return picture;
+  const OIIO::ImageSpec spec = input->spec();
+  EXPECT_STREQ(input->format_name(), "tiff");
+  EXPECT_EQ(spec.nchannels, 1);
+  EXPECT_EQ(spec.format, OIIO::TypeFloat);
+  picture.width = spec.width;
+  picture.height = spec.height;
+  picture.pixels.resize(static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(spec.height));
+  EXPECT_TRUE(input->read_image(0, 0, 0, 1, OIIO::TypeFloat, picture.pixels.data()));
+  return picture;
+}
+
+class InspectStage : public testing::Test {
+ protected:
+  static constexpr int kHalf = kSmallWidth / 2;
+  static constexpr int kMargin = 40;  // of the preset's grid
+  static constexpr int kCell = 64;
+
+  static void SetUpTestSuite() {
+    dir_ = std::make_unique<TempDir>();
+    dir_->write("small.lens", cli_test::small_lens());
+    // Soft spots, so that no step runs out of its range.
+    std::mt19937 engine(3);
+    samples_.resize(static_cast<std::size_t>(kSmallWidth) * kSmallHeight * 3);
+    for (float& sample : samples_) sample = static_cast<float>(64 + engine() % 128) / 255.0f;
+    cli_test::write_picture(dir_->file("frame.png"), kSmallWidth, kSmallHeight, 3, OIIO::TypeUInt8, samples_);
+  }
+
+  static void TearDownTestSuite() {
+    dir_.reset();
+    stages_.clear();
+  }
+
+  // The image of that name, made when a test first asks for it.
+  static const Picture& stage(const std::string& name) {
+    const auto known = stages_.find(name);
+    if (known != stages_.end()) return known->second;
+    const std::string path = dir_->file(name + ".tif");
+    const cli_test::Outcome outcome = run_inspect({"stage", name, dir_->file("frame.png"), "--lens",
+                                                   dir_->file("small.lens"), "--side", "right", "-o", path});
+    EXPECT_EQ(outcome.exit_code, 0) << name << outcome.error;
+    EXPECT_EQ(outcome.out, "");
+    return stages_[name] = read_tiff(path);
+  }
+
+  static inline std::unique_ptr<TempDir> dir_;
+  static inline std::vector<float> samples_;
+  static inline std::map<std::string, Picture> stages_;
+};
+
+TEST_F(InspectStage, WholeHalvesFollowFromTheFrame) {
+  for (const char* name : {"linear", "filtered", "fixed", "working", "smoothed"}) {
+    ASSERT_EQ(stage(name).width, kHalf) << name;
+    ASSERT_EQ(stage(name).height, kSmallHeight) << name;
+  }
+  for (int y = 0; y < kSmallHeight; y += 7) {
+    for (int x = 0; x < kHalf; x += 5) {
+      const std::size_t at =
+          (static_cast<std::size_t>(y) * kSmallWidth + static_cast<std::size_t>(kHalf + x)) * 3;
+      const auto byte = [&](std::size_t c) {
+        return std::round(static_cast<double>(samples_[at + c]) * 255.0);
+      };
+      const double luminance = (0.299 * byte(0) + 0.587 * byte(1) + 0.114 * byte(2)) / 255.0;
+      const double linear = std::pow((luminance + 0.055) / 1.055, 2.4);
+      ASSERT_NEAR(stage("linear").at(x, y), linear, 1e-5) << x << " " << y;
+
+      const double filtered = static_cast<double>(stage("filtered").at(x, y));
+      const double tone =
+          filtered < 0.0031308 ? filtered * 12.92 : 1.055 * std::pow(filtered, 1 / 2.4) - 0.055;
+      ASSERT_NEAR(stage("fixed").at(x, y), 1023.0 * tone, 1.01) << x << " " << y;
+      ASSERT_EQ(stage("working").at(x, y), std::floor(stage("fixed").at(x, y) / 4.0f));
+    }
+  }
+  // A filter takes from the contrast.
+  const auto spread = [](const Picture& picture) {
+    double sum = 0.0;
+    for (int y = 60; y < 190; ++y) {
+      for (int x = 60; x < 190; ++x) {
+        sum += std::abs(static_cast<double>(picture.at(x + 1, y)) - static_cast<double>(picture.at(x, y)));
+      }
+    }
+    return sum;
+  };
+  EXPECT_LT(spread(stage("filtered")), 0.5 * spread(stage("linear")));
+  EXPECT_LT(spread(stage("smoothed")), 0.9 * spread(stage("working")));
+}
+
+TEST_F(InspectStage, TheGridsAreaFollowsFromTheWorkingImage) {
+  const int cells = (kHalf - 2 * kMargin) / kCell;
+  const Picture& working = stage("working");
+  for (const char* name : {"gx", "gy", "lxx", "lxy", "lyy", "det", "response"}) {
+    ASSERT_EQ(stage(name).width, cells * kCell) << name;
+    ASSERT_EQ(stage(name).height, cells * kCell) << name;
+  }
+  for (int y = 0; y < cells * kCell; ++y) {
+    for (int x = 0; x < cells * kCell; ++x) {
+      const auto p = [&](int dx, int dy) { return working.at(kMargin + x + dx, kMargin + y + dy); };
+      // Weights 3, 10, 3 across the direction of the derivative.
+      ASSERT_EQ(stage("gx").at(x, y),
+                3 * (p(1, -1) - p(-1, -1)) + 10 * (p(1, 0) - p(-1, 0)) + 3 * (p(1, 1) - p(-1, 1)));
+      ASSERT_EQ(stage("gy").at(x, y),
+                3 * (p(-1, 1) - p(-1, -1)) + 10 * (p(0, 1) - p(0, -1)) + 3 * (p(1, 1) - p(1, -1)));
+
+      const double xx = static_cast<double>(stage("lxx").at(x, y));
+      const double xy = static_cast<double>(stage("lxy").at(x, y));
+      const double yy = static_cast<double>(stage("lyy").at(x, y));
+      const double size = xx * xx + yy * yy + 2 * xy * xy;
+      ASSERT_NEAR(stage("det").at(x, y), xx * yy - xy * xy, 1e-6 * size);
+      if (stage("det").at(x, y) <= 0.0f) {
+        ASSERT_EQ(stage("response").at(x, y), 0.0f);
+        continue;
+      }
+      const double mean = (xx + yy) / 2;
+      const double root = std::sqrt((xx - yy) * (xx - yy) / 4 + xy * xy);
+      const double eigenvalue = std::min(std::abs(mean - root), std::abs(mean + root));
+      ASSERT_NEAR(stage("response").at(x, y), eigenvalue, 1e-5 * std::sqrt(size));
+    }
+  }
+  // Second derivatives are those of the first: a central difference along, 3/32, 10/32, 3/32 across.
+  for (int y = 1; y + 1 < cells * kCell; ++y) {
+    for (int x = 1; x + 1 < cells * kCell; ++x) {
+      const Picture& gx = stage("gx");
+      const Picture& gy = stage("gy");
+      const auto difference = [&](int dy) { return gx.at(x + 1, y + dy) - gx.at(x - 1, y + dy); };
+      const float smooth = 0.09375f * (difference(-1) + difference(1)) + 0.3125f * difference(0);
+      ASSERT_NEAR(stage("lxx").at(x, y), smooth, 1e-2f);
+      const auto across = [&](const Picture& g, int dy) {
+        return 0.09375f * (g.at(x - 1, y + dy) + g.at(x + 1, y + dy)) + 0.3125f * g.at(x, y + dy);
+      };
+      ASSERT_NEAR(stage("lxy").at(x, y), across(gx, 1) - across(gx, -1), 1e-2f);
+      ASSERT_NEAR(stage("lyy").at(x, y), across(gy, 1) - across(gy, -1), 1e-2f);
+    }
+  }
+}
+
+TEST_F(InspectStage, TellsWhenThereIsNoImage) {
+  const std::string black = dir_->file("black.png");
+  cli_test::write_black_frame(black);
+  const std::string out = dir_->file("none.tif");
+  const auto run = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "stage");
+    arguments.insert(arguments.end(), {"--lens", dir_->file("small.lens"), "--side", "left", "-o", out});
+    return run_inspect(arguments).exit_code;
+  };
+  EXPECT_EQ(run({"smoothed", black}), 5);
+  EXPECT_EQ(run({"working", black, "--params", cli_test::preset_with("  det_type: 6", "  det_type: 0")}), 4);
+  EXPECT_EQ(run({"smoothed", dir_->file("frame.png"), "--params",
+                 cli_test::preset_with("  desc_gaus_size: 7", "  desc_gaus_size: 0")}),
+            4);
+  EXPECT_EQ(run({"blurred", black}), 2);
+  EXPECT_FALSE(std::filesystem::exists(out));
+  EXPECT_EQ(run({"response", black}), 0);
+  EXPECT_EQ(read_tiff(out).pixels, std::vector<float>(read_tiff(out).pixels.size(), 0.0f));
+}
+
+}  // namespace
