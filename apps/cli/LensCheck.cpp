@@ -5,6 +5,7 @@
 #include <exception>
 #include <optional>
 
+#include "apps/TwinTrue/RunDriver.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/Problem.h"
@@ -28,7 +29,7 @@ LensReading read_lens(const std::string& path) {
   std::string thrown;
   try {
     RigState rig;
-    if (load_lens_description(rig, path, "OPTRA") != 0 && rig_is_usable(rig)) {
+    if (load_lens_description(rig, path, kLensSection) != 0 && rig_is_usable(rig)) {
       reading.facts = LensFacts{rig.frame_width, rig.frame_height, rig.half_width, rig.circle_radius_px};
     }
   } catch (const std::exception& error) {

@@ -8,14 +8,17 @@
 #include <numbers>
 #include <string_view>
 
+#include "apps/TwinTrue/RunDriver.h"
+
 namespace twintrue::cli {
 namespace {
 
 constexpr double kDegreesPerRadian = 180.0 / std::numbers::pi;
 constexpr double kNotReached = -1.0;  // what calib() leaves in a number that it did not work out
 
-// The number in the brackets behind the words, if the library printed them.
-std::optional<std::int64_t> count_behind(std::string_view chatter, std::string_view words) {
+// The number that the library put into the message's place for it, if it printed the message.
+std::optional<std::int64_t> count_in(std::string_view chatter, std::string_view message) {
+  const std::string_view words = message.substr(0, message.find('{'));
   const std::size_t start = chatter.find(words);
   if (start == std::string_view::npos) return std::nullopt;
   const char* const first = chatter.data() + start + words.size();
@@ -133,9 +136,9 @@ ExitCode exit_code_of(const RunReport& report) {
 }
 
 void read_counts(const std::string& chatter, RunReport& report) {
-  report.few_left_keypoints = count_behind(chatter, "Left image detection is failed(");
-  report.few_right_keypoints = count_behind(chatter, "Right image detection is failed(");
-  report.few_matches = count_behind(chatter, "Matching is failed(");
+  report.few_left_keypoints = count_in(chatter, kFewLeftKeypoints);
+  report.few_right_keypoints = count_in(chatter, kFewRightKeypoints);
+  report.few_matches = count_in(chatter, kFewMatches);
 }
 
 std::vector<Measure> measures_of(const RunReport& report) {

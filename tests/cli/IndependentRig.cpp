@@ -1,11 +1,12 @@
 #include "cli/IndependentRig.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <numbers>
 #include <optional>
 #include <random>
-#include <regex>
+#include <sstream>
 #include <stdexcept>
 
 #include "support/TempDir.h"
@@ -138,15 +139,17 @@ struct Rig {
   double baseline = 0.0;
 };
 
+// Lines of `key = value;`, the value a number, perhaps within quotes.
 std::map<std::string, double> read_items(const std::string& path) {
-  std::string text = testing_support::read_file(path);
-  if (text.empty()) throw std::runtime_error("nothing in " + path);
-  text = std::regex_replace(text, std::regex("//[^\n]*"), "");
+  std::istringstream text(testing_support::read_file(path));
   std::map<std::string, double> items;
-  const std::regex item("([A-Za-z]\\w*)\\s*=\\s*\"?\\s*(-?)\\s*([0-9.]+)\\s*\"?\\s*;");
-  for (std::sregex_iterator it(text.begin(), text.end(), item), end; it != end; ++it) {
-    const double value = std::stod((*it)[3]);
-    items[(*it)[1]] = (*it)[2].length() > 0 ? -value : value;
+  for (std::string line; std::getline(text, line);) {
+    line.resize(std::min(line.find("//"), line.size()));
+    const std::size_t equals = line.find('=');
+    if (equals == std::string::npos) continue;
+    const std::size_t digits = line.find_first_of("-.0123456789", equals);
+    if (digits == std::string::npos) throw std::runtime_error(path + ": no number in " + line);
+    items[line.substr(0, line.find_last_not_of(" =", equals) + 1)] = std::stod(line.substr(digits));
   }
   return items;
 }
