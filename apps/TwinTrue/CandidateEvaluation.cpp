@@ -100,7 +100,8 @@ void offer_batch(const CalibContext& context, const ScorePass& pass, const RigSt
 
   // What can't be kept is never offered. The few that are left are scored in the plain form, so that rounding
   // decides neither which of them are kept nor in what order.
-  const double bound = best.least() - 2.0 * kSweepTolerance * std::abs(best.least());
+  const double least = best.least();
+  const double bound = std::isfinite(least) ? least - 2.0 * kSweepTolerance * std::abs(least) : least;
   std::erase_if(batch, [&](const PoseCandidate& candidate) { return !(candidate.score >= bound); });
   parallel_each(batch.size(),
                 [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });

@@ -122,7 +122,7 @@ TEST(SweepScorer, AwkwardListLengths) {
   context.score_weight_mode[0][0] = 1;
   context.rank[0] = 100;
   context.skip_num_using_feat_mode = 2;
-  for (std::size_t count : {0, 1, 2, 7, 8, 9, 127, 128, 129, 255, 256, 257, 400}) {
+  for (std::size_t count : {0u, 1u, 2u, 7u, 8u, 9u, 127u, 128u, 129u, 255u, 256u, 257u, 400u}) {
     const std::vector<RayMatch> matches(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count));
     const ScorePass pass = level_pass(context, count, 0, 0);
     SweepScorer scorer(context, pass, rig, matches);
@@ -228,6 +228,71 @@ TEST(EvaluateLevel, KeepsTheCandidatesThatThePlainFormKeeps) {
     }
   }
   omp_set_num_threads(before);
+}
+
+TEST(EvaluateLevel, KeepsWhatThePlainFormKeepsUnderAnySettings) {
+  std::mt19937_64 engine(99);
+  const auto unit = [&] { return std::uniform_real_distribution<double>(0.0, 1.0)(engine); };
+  const auto below = [&](std::uint64_t n) { return static_cast<std::int32_t>(engine() % n); };
+  std::vector<RigState> rigs;
+  for (std::uint32_t kind : {1u, 2u}) {
+    for (Bend bend : {Bend::kDistorted, Bend::kMagnified, Bend::kSheared})
+      rigs.push_back(bent_rig(kind, bend));
+  }
+  const int before = omp_get_max_threads();
+  omp_set_num_threads(1);
+  int filled = 0, infinite = 0;
+  for (std::uint32_t trial = 0; trial < 300; ++trial) {
+    const RigState& rig = rigs[trial % rigs.size()];
+    auto matches = make_matches(
+        some_poses(1)[0], {.count = 1 + below(100), .noise_px = unit(), .outliers = unit(), .seed = trial});
+    for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i / 20);
+    auto context = std::make_unique<CalibContext>();
+    context->sigma[0][0] = below(6) == 0 ? 0.0 : 0.5 + 4.0 * unit();
+    context->score_weight_mode[0][0] = below(14);
+    context->score_div_mode_last = below(5);
+    context->fast_mode = below(4);
+    context->dir_bias = below(2) == 0 ? 0.0 : 2.0 * unit();
+    context->use_mid_point[0][0] = below(2);
+    context->skip_num_using_feat_mode = below(3);
+    context->num_of_using_feat[0][0] = below(120) - 2;
+    context->rank[0] = below(7) - 1;
+    context->score_tbl_coeff =
+        below(8) == 0 ? static_cast<float>(below(2) - 1) : 0.5f + static_cast<float>(below(8));
+    context->score_tbl_size = below(3000);
+    context->depth_max = below(3) == 0 ? 0.0 : 2.0 + 3.0 * unit();
+    context->limits[0] = {0.02, 0.02, 0, 6, 6};
+    int swept = 0;
+    for (EyeSweep* eye : {&context->right_table[0][0], &context->left_table[0][0]}) {
+      for (SweepRange* range : {&eye->offset_x, &eye->offset_y, &eye->pan, &eye->tilt, &eye->roll}) {
+        if (swept == 4 || below(2) == 0) continue;
+        const bool is_offset = range == &eye->offset_x || range == &eye->offset_y;
+        const double width = below(6) == 0 ? 0.0 : (is_offset ? 4.0 : 0.01) * unit();
+        *range = {-width, width, 1 + below(4), 0};
+        ++swept;
+      }
+    }
+    Seeds seeds;
+    for (PoseCandidate& seed : seeds) {
+      for (double CalibResult::*field : kPoseFields) seed.*field = 0.002 * (unit() - 0.5);
+    }
+    const std::int32_t kept = 1 + below(3);
+    const Seeds expected = plain_level(*context, rig, matches, seeds, kept);
+    Seeds found = seeds;
+    evaluate_level(*context, rig, matches, found, kept, 0, 0);
+    for (std::size_t slot = 0; slot < found.size(); ++slot) {
+      for (double CalibResult::*field : kPoseFields) {
+        ASSERT_EQ(found[slot].*field, expected[slot].*field) << trial << " slot " << slot;
+      }
+      ASSERT_EQ(found[slot].score, expected[slot].score) << trial << " slot " << slot;
+      ASSERT_EQ(found[slot].sums.sum16, expected[slot].sums.sum16) << trial << " slot " << slot;
+      filled += expected[slot].score >= 0 ? 1 : 0;
+      infinite += std::isinf(expected[slot].score) ? 1 : 0;
+    }
+  }
+  omp_set_num_threads(before);
+  EXPECT_GT(filled, 200);
+  EXPECT_GT(infinite, 0) << "no width and errors below 0, by a bias above 1, make scores without bound";
 }
 
 // Turning both eyes alike about the baseline changes no match, so the grid below holds chains of poses that
