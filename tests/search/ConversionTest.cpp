@@ -83,7 +83,7 @@ TEST(Conversion, KernelsGiveThePlainFormsBitsOnEveryInstructionSet) {
                   blue_first ? linear_luminance(p[2], p[1], p[0]) : linear_luminance(p[0], p[1], p[2]));
       }
     }
-    for (std::size_t count : {0, 1, 7, 31, 255, 256, 257}) {
+    for (std::size_t count : {0u, 1u, 7u, 31u, 255u, 256u, 257u}) {
       std::vector<float> some(count + 1, -1.0f);
       kernel(table, &bytes[999], count, false, some.data());
       for (std::size_t i = 0; i < count; ++i) {

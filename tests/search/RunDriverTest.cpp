@@ -54,16 +54,16 @@ TEST(HalfFrames, AreCutOnTheirRightAndTheSecondStartsAtHalfTheWidth) {
 
 TEST(HalfFrames, OfASmallFrameEndInZeros) {
   const RigState rig = rig_of_size(100, 70);
-  for (const auto& [rows, cols] : {std::pair{40, 110}, std::pair{70, 60}, std::pair{1, 1}}) {
-    cve::XMat_<float> frame = numbered(rows, cols);
+  for (const cve::Size given : {cve::Size{110, 40}, cve::Size{60, 70}, cve::Size{1, 1}}) {
+    cve::XMat_<float> frame = numbered(given.rows, given.cols);
     const HalfFrames halves = half_frames(frame, rig);
     for (std::int32_t y = 0; y < 64; ++y) {
       for (std::int32_t x = 0; x < 48; ++x) {
         const auto expected = [&](std::int32_t at) {
-          return y < rows && at < cols ? static_cast<float>(1000 * y + at) : 0.0f;
+          return y < given.rows && at < given.cols ? static_cast<float>(1000 * y + at) : 0.0f;
         };
-        ASSERT_EQ(halves.left.at(y, x), expected(x)) << rows << ' ' << cols;
-        ASSERT_EQ(halves.right.at(y, x), expected(x + 50)) << rows << ' ' << cols;
+        ASSERT_EQ(halves.left.at(y, x), expected(x)) << given.cols << ' ' << given.rows;
+        ASSERT_EQ(halves.right.at(y, x), expected(x + 50)) << given.cols << ' ' << given.rows;
       }
     }
   }
