@@ -17,11 +17,8 @@ struct Axis {
   double limit;  // negative: none
 };
 
-// Place of each component in a grid of that size, outermost first.
-using Coordinates = std::array<std::size_t, kPoseValues>;
-
-Coordinates coordinates_of(const SeedGrid& grid, std::int64_t place) {
-  Coordinates at{};
+GridCoordinates coordinates_of(const SeedGrid& grid, std::int64_t place) {
+  GridCoordinates at{};
   auto rest = static_cast<std::size_t>(place);
   for (std::size_t axis = kPoseValues; axis-- > 0;) {
     const std::size_t n = grid.values[axis].size();
@@ -50,6 +47,7 @@ std::vector<double> walk_range(const SweepRange& range, double base) {
   if (range.div == 1) return {(lo + hi) * 0.5};
   if ((range.exec & kExecUnsupported) != 0) std::abort();
   std::vector<double> values;
+  values.reserve(static_cast<std::size_t>(std::max(range.div, 0)));
   const double step = (hi - lo) / (range.div - 1);
   for (std::int32_t i = 0; i < range.div; ++i) values.push_back(lo + i * step);
   return values;
@@ -90,7 +88,7 @@ std::int64_t SeedGrid::size() const {
 }
 
 void SeedGrid::pose(std::int64_t place, CalibResult* out) const {
-  const Coordinates at = coordinates_of(*this, place);
+  const GridCoordinates at = coordinates_of(*this, place);
   for (std::size_t axis = 0; axis < kPoseValues; ++axis) out->*kNestOrder[axis] = values[axis][at[axis]];
 }
 
@@ -104,51 +102,53 @@ CandidateGrid::CandidateGrid(const EyeSweep& right, const EyeSweep& left, const 
       size_ = whole;
       continue;
     }
-    listed_[k].resize(static_cast<std::size_t>(whole));
+    std::size_t places = 1;
+    for (const auto& row : grids_[k].values) listed_[k].emplace_back(places *= row.size());
     for (std::int64_t place = 0; place < whole; ++place) {
-      if (near_listed(k, place)) continue;
-      listed_[k][static_cast<std::size_t>(place)] = true;
+      const GridCoordinates at = coordinates_of(grids_[k], place);
+      if (near_listed(k, at)) continue;
+      list(k, at);
       ++size_;
     }
   }
 }
 
+void CandidateGrid::list(std::size_t k, const GridCoordinates& at) {
+  std::size_t prefix = 0;
+  for (std::size_t axis = 0; axis < kPoseValues; ++axis) {
+    prefix = prefix * grids_[k].values[axis].size() + at[axis];
+    listed_[k][axis].insert(prefix);
+  }
+}
+
 bool CandidateGrid::listed(std::size_t k, std::int64_t place) const {
-  return k == 0 || listed_[k][static_cast<std::size_t>(place)];
+  return k == 0 || listed_[k].back().contains(static_cast<std::size_t>(place));
 }
 
 // All poses of a grid that are near a given one form a product again: per component the values near to its
-// value. So it is enough to look at those places, of which there are few, instead of walking the list.
-bool CandidateGrid::near_listed(std::size_t k, std::int64_t place) const {
-  const Coordinates at = coordinates_of(grids_[k], place);
+// value. So it is enough to look there instead of walking the list.
+bool CandidateGrid::near_listed(std::size_t k, const GridCoordinates& at) const {
   for (std::size_t other = 0; other <= k; ++other) {
-    const auto& rows = grids_[other].values;
-    Coordinates first{};
-    Coordinates past{};
+    Box box;
     bool any = true;
     for (std::size_t axis = 0; axis < kPoseValues && any; ++axis) {
       const double value = grids_[k].values[axis][at[axis]];
-      const auto& row = rows[axis];
-      std::tie(first[axis], past[axis]) = near_values(row, value);
-      any = first[axis] < past[axis];
+      std::tie(box.first[axis], box.past[axis]) = near_values(grids_[other].values[axis], value);
+      any = box.first[axis] < box.past[axis];
     }
-    if (!any) continue;
-    Coordinates probe = first;
-    for (;;) {
-      std::int64_t probe_place = 0;
-      for (std::size_t axis = 0; axis < kPoseValues; ++axis) {
-        probe_place = probe_place * static_cast<std::int64_t>(rows[axis].size()) +
-                      static_cast<std::int64_t>(probe[axis]);
-      }
-      // Places of the pose's own grid behind it aren't marked yet.
-      if (listed(other, probe_place)) return true;
-      std::size_t axis = kPoseValues;
-      while (axis-- > 0) {
-        if (++probe[axis] < past[axis]) break;
-        probe[axis] = first[axis];
-      }
-      if (axis == static_cast<std::size_t>(-1)) break;
-    }
+    if (any && (other == 0 || any_listed(other, box, 0, 0))) return true;
+  }
+  return false;
+}
+
+// Whether a listed place lies in the box, given the components in front of `axis` by their place. Steps far
+// below the near distance put many thousand places into a box, and few that are listed.
+bool CandidateGrid::any_listed(std::size_t k, const Box& box, std::size_t axis, std::size_t prefix) const {
+  const PlaceSet& places = listed_[k][axis];
+  const std::size_t row = prefix * grids_[k].values[axis].size();
+  for (std::size_t at = places.next(row + box.first[axis]); at < row + box.past[axis];
+       at = places.next(at + 1)) {
+    if (axis + 1 == kPoseValues || any_listed(k, box, axis + 1, at)) return true;
   }
   return false;
 }

@@ -8,10 +8,12 @@
 // never held: a level may have millions of candidates.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "apps/TwinTrue/CalibContext.h"
+#include "apps/TwinTrue/PlaceSet.h"
 #include "apps/TwinTrue/PoseCandidate.h"
 
 namespace twintrue {
@@ -30,6 +32,9 @@ inline constexpr std::array<double CalibResult::*, kPoseValues> kNestOrder{
 
 // Values that a range gives round `base`, in order. Aborts if its `exec` has bit 0 set.
 std::vector<double> walk_range(const SweepRange& range, double base);
+
+// A place in each row of a grid, outermost first.
+using GridCoordinates = std::array<std::size_t, kPoseValues>;
 
 // The full grid round one seed, values beyond the limits left out.
 struct SeedGrid {
@@ -63,11 +68,21 @@ class CandidateGrid {
   const SeedGrid& grid(std::size_t k) const { return grids_[k]; }
 
  private:
-  bool near_listed(std::size_t k, std::int64_t place) const;
+  // A range of places for each component.
+  struct Box {
+    GridCoordinates first{};
+    GridCoordinates past{};
+  };
+
+  void list(std::size_t k, const GridCoordinates& at);
+  bool near_listed(std::size_t k, const GridCoordinates& at) const;
+  bool any_listed(std::size_t k, const Box& box, std::size_t axis, std::size_t prefix) const;
   bool listed(std::size_t k, std::int64_t place) const;
 
   std::vector<SeedGrid> grids_;
-  std::vector<std::vector<bool>> listed_;  // by grid and place; empty for the first grid, which is whole
+  // By grid and component: the places listed, cut behind that component. So a search for listed places enters
+  // only where there are some. Empty for the first grid, which is whole.
+  std::vector<std::vector<PlaceSet>> listed_;
   std::int64_t size_ = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <functional>
 #include <random>
+#include <set>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -114,6 +115,46 @@ TEST(CandidateGrid, ListsWhatNestedSweepsList) {
     }
   }
   EXPECT_GT(dropped, 1000) << "the trials should meet near candidates";
+}
+
+// Steps this small put each place near thousands of others. Of three values a component the outer two aren't
+// near each other, so of the second seed's grid their combinations are listed.
+TEST(CandidateGrid, ThinsOutStepsFarBelowTheNearDistance) {
+  const SweepRange range{-0.0006, 0.0006, 3, 0};
+  const EyeSweep sweep{range, range, range, range, range, 0};
+  Seeds seeds;
+  seeds[1].right_pan = 5.0;
+  const CandidateGrid grid(sweep, sweep, {9, 9, 9, 9, 9}, seeds, 2);
+  EXPECT_EQ(grid.size(), 59049 + 1024);  // 3^10 of the first seed and 2^10
+
+  const SweepRange row{-0.55, 0.55, 100001, 0};
+  EyeSweep one;
+  one.roll = row;
+  seeds[1] = PoseCandidate();
+  seeds[1].right_roll = 5.0;
+  const CandidateGrid long_row(one, EyeSweep(), {9, 9, 9, 9, 9}, seeds, 2);
+  EXPECT_EQ(long_row.size() - 100001, 1099);  // every 91st, the first that is far enough
+}
+
+TEST(PlaceSet, FindsTheNextMember) {
+  std::mt19937 engine(3);
+  for (const std::size_t size : {1u, 63u, 64u, 65u, 4096u, 4097u, 300000u}) {
+    PlaceSet places(size);
+    EXPECT_EQ(places.next(0), size);
+    std::set<std::size_t> members;
+    for (int i = 0; i < 40; ++i) {
+      const std::size_t member = engine() % size;
+      members.insert(member);
+      places.insert(member);
+    }
+    for (int i = 0; i < 500; ++i) {
+      const std::size_t from = i < 3 ? size - 1 : engine() % size;
+      const auto next = members.lower_bound(from);
+      EXPECT_EQ(places.next(from), next == members.end() ? size : *next) << from << " of " << size;
+      EXPECT_EQ(places.contains(from), members.count(from) == 1);
+    }
+    EXPECT_EQ(places.next(size), size);
+  }
 }
 
 TEST(CandidateGrid, ExecBitZeroEndsTheProcess) {
