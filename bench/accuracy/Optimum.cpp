@@ -78,8 +78,8 @@ Pose find_optimum(const PlainLens& lens, const std::vector<PixelPair>& pairs, co
   ceres::Solver::Options options;
   options.linear_solver_type = ceres::DENSE_NORMAL_CHOLESKY;
   options.num_threads = settings.threads;
-  options.max_num_iterations = 200;
-  options.function_tolerance = 1e-10;
+  options.max_num_iterations = 300;
+  options.function_tolerance = 1e-12;
   options.logging_type = ceres::SILENT;
 
   Pose best{};

@@ -35,19 +35,22 @@ nlohmann::json to_json(const SceneError& error) {
 
 void print_header(std::FILE* out) {
   fmt::print(
-      out, "{:<16} {:>9} {:>7} {:>6} | {:^24} | {:^24} | {:^24} | {:>7} | {:>9} {:>9} | {:>6} {:>7} {:>7}\n",
+      out,
+      "{:<16} {:>9} {:>7} {:>6} | {:^24} | {:^24} | {:^24} | {:>7} | {:>9} {:>9} | {:>6} {:>7} {:>7} {:>7}\n",
       "case", "format", "matches", "status", "before: rms, median, core", "after: rms, median, core",
-      "optimum: rms, med., core", "excess", "score", "optimum's", "cands", "work M", "seconds");
+      "optimum: rms, med., core", "excess", "score", "optimum's", "cands", "work M", "seconds", "cpu s");
 }
 
 void print_trial(std::FILE* out, const Trial& t) {
   const auto three = [](const SceneError& e) {
     return fmt::format("{:8.3f}{:8.3f}{:8.3f}", e.rms, e.median, e.core);
   };
-  fmt::print(
-      out, "{:<16} {}/{:>7} {:>7} {:>6} | {} | {} | {} | {:7.3f} | {:9.2f} {:9.2f} | {:>6} {:7.2f} {:7.2f}\n",
-      t.name, t.format, t.width, t.matches, t.status, three(t.before), three(t.after), three(t.optimum),
-      t.excess(), t.score, t.optimum_score, t.candidates, static_cast<double>(t.work) * 1e-6, t.seconds);
+  fmt::print(out,
+             "{:<16} {}/{:>7} {:>7} {:>6} | {} | {} | {} | {:7.3f} | {:9.2f} {:9.2f} | {:>6} {:7.2f} {:7.2f} "
+             "{:7.2f}\n",
+             t.name, t.format, t.width, t.matches, t.status, three(t.before), three(t.after),
+             three(t.optimum), t.excess(), t.score, t.optimum_score, t.candidates,
+             static_cast<double>(t.work) * 1e-6, t.seconds, t.cpu_seconds);
   std::fflush(out);
 }
 
@@ -73,6 +76,7 @@ void print_summary(std::FILE* out, const std::string& name, const std::vector<Tr
   line("work, candidates x matches, million",
        [](const Trial& t) { return static_cast<double>(t.work) * 1e-6; });
   line("seconds", [](const Trial& t) { return t.seconds; });
+  line("processor seconds", [](const Trial& t) { return t.cpu_seconds; });
   std::fflush(out);
 }
 
@@ -95,6 +99,7 @@ std::string to_json(const std::vector<Trial>& trials) {
                    {"candidates", t.candidates},
                    {"work", t.work},
                    {"seconds", t.seconds},
+                   {"cpu_seconds", t.cpu_seconds},
                    {"found", t.found},
                    {"wanted", t.wanted}});
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <vector>
 
 #include "Optimum.h"
@@ -87,11 +88,14 @@ Trial run_trial(Case& one, CalibContext& context, const TrialSettings& settings)
   trial.matches = static_cast<int>(one.matches.size());
   trial.wanted = sum(one.truth, one.lens.pose, -1.0);
 
+  context.verbose = settings.verbose;
   PoseCandidate found;
   WorkCounter counter(context, one.matches);
+  const std::clock_t cpu_start = std::clock();
   const auto start = std::chrono::steady_clock::now();
   trial.status = filter_and_search(context, one.rig, one.matches, found, one.cells, true, &counter);
   trial.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  trial.cpu_seconds = static_cast<double>(std::clock() - cpu_start) / CLOCKS_PER_SEC;
   for (std::size_t i = 0; i < kPoseSize; ++i) trial.found[i] = found.*kPoseFields[i];
   trial.candidates = counter.candidates();
   trial.work = counter.work();

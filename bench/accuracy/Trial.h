@@ -12,8 +12,9 @@
 namespace twintrue::accuracy {
 
 struct TrialSettings {
-  double sigma = 0.0;  // of the optimum, pixels; 0: that of the search's last level
-  int threads = 1;     // of the optimum
+  double sigma = 0.0;    // of the optimum, pixels; 0: that of the search's last level
+  int threads = 1;       // of the optimum
+  bool verbose = false;  // the search tells its levels on standard output
 };
 
 struct Trial {
@@ -29,9 +30,10 @@ struct Trial {
   double optimum_score = 0.0;  // likewise
   double sigma = 0.0;
   std::int64_t candidates = 0;
-  std::int64_t work = 0;  // candidates times the matches that their level looks at
-  double seconds = 0.0;   // of the search
-  Pose found{};           // corrections
+  std::int64_t work = 0;     // candidates times the matches that their level looks at
+  double seconds = 0.0;      // of the search
+  double cpu_seconds = 0.0;  // of the search, all threads together
+  Pose found{};              // corrections
   Pose wanted{};
 
   // Core error above the optimum's, pixels.

@@ -119,6 +119,7 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   app.add_option("--sigma", options.trial.sigma, "Sigma of the optimum in pixels; 0: that of the last level")
       ->capture_default_str();
+  app.add_flag("--verbose", options.trial.verbose, "Show the levels of the search on standard error");
   app.add_option("--json", options.json, "Write all numbers to this file");
   CLI11_PARSE(app, argc, argv);
   options.trial.threads = static_cast<int>(std::thread::hardware_concurrency());

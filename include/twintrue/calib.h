@@ -19,11 +19,11 @@ extern "C" {
 
 /* Statuses that calib() returns. */
 enum {
-  TWINTRUE_CALIBRATED = 0,          /* the search ended and its quality test passed */
-  TWINTRUE_FAILED = -1,             /* conversion failed, unusable parameter file, no pixels, no memory */
-  TWINTRUE_LENS_UNREADABLE = -996,  /* the lens file can't be read or describes no lens */
-  TWINTRUE_QUALITY_FAILED = -997,   /* the quality test after the search failed */
-  TWINTRUE_TOO_FEW_MATCHES = -999   /* too few keypoints or matches */
+  TWINTRUE_CALIBRATED = 0,         /* the search ended and its quality test passed */
+  TWINTRUE_FAILED = -1,            /* conversion failed, unusable parameter file, no pixels, no memory */
+  TWINTRUE_LENS_UNREADABLE = -996, /* the lens file can't be read or describes no lens */
+  TWINTRUE_QUALITY_FAILED = -997,  /* the quality test after the search failed */
+  TWINTRUE_TOO_FEW_MATCHES = -999  /* too few keypoints or matches */
 };
 
 /* One captured frame with both fisheye pictures side by side. The right eye's picture lies in the left

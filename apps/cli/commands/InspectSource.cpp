@@ -18,10 +18,12 @@ InspectSource::InspectSource(const std::string& source) : path_(source) {
     if (!fs::is_regular_file(status) || fs::file_size(source, error) != 0) {
       require_readable_file({"SOURCE", source});
     }
-  } else if (status.type() != fs::file_type::not_found) {
-    // Looking for a name that is too long fails, and the library would fail with it.
+  } else if (error == std::errc::filename_too_long) {
+    // Looking for such a name fails, and the library would fail with it.
     text_ = std::make_unique<SettingsSource>(source + "\n");
     path_ = text_->path();
+  } else if (status.type() != fs::file_type::not_found) {
+    require_readable_file({"SOURCE", source});
   }
 }
 
