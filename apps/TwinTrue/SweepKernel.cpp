@@ -235,8 +235,8 @@ TWINTRUE_INLINE std::uint64_t lean_errors_of(const SweepPose& pose, const MatchB
     const double dxa = m.x_a[i] - a.x;
     const double dya = m.y_a[i] - a.y;
     const double error = 0.5 * (dxb * dxb + dyb * dyb + dxa * dxa + dya * dya);
-    errors[i] = counts & a.seen & b.seen ? error : kInfinity;
-    delicate += counts & (a.delicate | b.delicate) ? 1 : 0;
+    errors[i] = (counts & a.seen & b.seen) ? error : kInfinity;
+    delicate += (counts & (a.delicate | b.delicate)) ? 1 : 0;
   }
   return delicate;
 }
