@@ -69,6 +69,7 @@ void offer_runs(const SearchInput& input, const Query& query, std::uint32_t near
   const std::uint32_t bound = input.distance_decides ? nearest_two : kOutside;
   const Lanes<std::uint32_t>* distances = work.distances.data();
   for (const Run run : work.runs) {
+    if (found.second.cost == 0) return;  // nothing is cheaper, and the limit would wrap
     const std::uint32_t limit =
         std::min(bound, static_cast<std::uint32_t>((found.second.cost - 1) >> kShift));
     const std::size_t count = input.kernel.collect(distances, run.blocks(), limit, work.found.data());
