@@ -33,6 +33,9 @@ class SweepScorer {
   // object. Only the matches that the pass's limits let through are laid out.
   SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
               const std::vector<RayMatch>& matches, cve::InstructionSet set = cve::best_instruction_set());
+  // A rig that ends with the call would leave the object without one.
+  SweepScorer(const CalibContext&, const ScorePass&, RigState&&, const std::vector<RayMatch>&,
+              cve::InstructionSet = cve::best_instruction_set()) = delete;
 
   // False for passes that end at the first valid match: they need the matches in their order.
   static bool serves(const CalibContext& context, const ScorePass& pass);

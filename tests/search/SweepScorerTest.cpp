@@ -143,7 +143,8 @@ TEST(SweepScorer, LeavesOnlyHopelessPosesEarly) {
   context.rank[0] = 100;
   context.num_of_using_feat[0][0] = 5000;
   const ScorePass pass = level_pass(context, matches.size(), 0, 0);
-  SweepScorer scorer(context, pass, nominal_rig(), matches);
+  const RigState rig = nominal_rig();
+  SweepScorer scorer(context, pass, rig, matches);
   scorer.prepare(poses);
   int left = 0;
   for (const PoseCandidate& pose : poses) {
