@@ -1,4 +1,4 @@
-# What `cmake --install` puts where: library, header, program, packages for CMake and pkg-config, preset,
+# What `cmake --install` puts where: library, header, program, packages for CMake and pkg-config, presets,
 # example.
 
 option(TWINTRUE_INSTALL "Install the library and the program" ${PROJECT_IS_TOP_LEVEL})
@@ -47,7 +47,7 @@ if(TARGET twintrue_cli)
   set_target_properties(twintrue_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
   install(TARGETS twintrue_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
-install(FILES ${PROJECT_SOURCE_DIR}/presets/default.yaml DESTINATION ${data_dir}/presets)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/presets DESTINATION ${data_dir} FILES_MATCHING PATTERN "*.yaml")
 install(FILES ${PROJECT_SOURCE_DIR}/examples/frame.jpg ${PROJECT_SOURCE_DIR}/examples/nominal.lens
               ${PROJECT_SOURCE_DIR}/examples/truth.lens ${PROJECT_SOURCE_DIR}/examples/LICENCE.md
         DESTINATION ${data_dir}/examples)

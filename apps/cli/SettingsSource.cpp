@@ -10,7 +10,6 @@
 #include <system_error>
 
 #include "apps/cli/InputFile.h"
-#include "apps/cli/Preset.h"
 #include "apps/cli/Problem.h"
 
 namespace twintrue::cli {
@@ -67,8 +66,7 @@ std::optional<int> KeyLines::line_of(const std::vector<std::string>& path) const
 
 SettingsSource::SettingsSource(const std::optional<std::string>& params) {
   if (!params) {
-    name_ = "built-in preset";
-    hold_text(default_preset());
+    hold_preset(presets().front());
     return;
   }
   std::error_code error;
@@ -84,12 +82,19 @@ SettingsSource::SettingsSource(const std::optional<std::string>& params) {
   lines_ = std::make_unique<KeyLines>(read_text_file({"PARAMS", *params}, kLargestSettings));
 }
 
+SettingsSource::SettingsSource(const Preset& preset) { hold_preset(preset); }
+
 SettingsSource::~SettingsSource() {
   if (descriptor_ >= 0) close(descriptor_);
 }
 
 std::string SettingsSource::at_line(std::optional<int> line) const {
   return line ? fmt::format("{}:{}", name_, *line) : name_;
+}
+
+void SettingsSource::hold_preset(const Preset& preset) {
+  name_ = "built-in preset " + preset.name;
+  hold_text(preset.text);
 }
 
 void SettingsSource::hold_text(const std::string& text) {

@@ -1,12 +1,14 @@
 #pragma once
 
-// Where the settings of a run come from: a file, a text on the command line, or the built-in preset.
+// Where the settings of a run come from: a file, a text on the command line, or a built-in preset.
 
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "apps/cli/Preset.h"
 
 namespace twintrue::cli {
 
@@ -28,14 +30,15 @@ class KeyLines {
 class SettingsSource {
  public:
   // `params` as given on the command line: a file's path, or a text of more than one line if no file of that
-  // name exists. Nothing: the built-in preset. Throws Failure (input unreadable).
+  // name exists. Nothing: the default preset. Throws Failure (input unreadable).
   explicit SettingsSource(const std::optional<std::string>& params);
+  explicit SettingsSource(const Preset& preset);
   SettingsSource(const SettingsSource&) = delete;
   SettingsSource& operator=(const SettingsSource&) = delete;
   ~SettingsSource();
 
   const std::string& path() const { return path_; }
-  // How messages name it: the path, "PARAMS text", or "built-in preset".
+  // How messages name it: the path, "PARAMS text" or "built-in preset NAME".
   const std::string& name() const { return name_; }
   bool is_file() const { return is_file_; }
   const KeyLines& lines() const { return *lines_; }
@@ -44,6 +47,7 @@ class SettingsSource {
   std::string at_line(std::optional<int> line) const;
 
  private:
+  void hold_preset(const Preset& preset);
   void hold_text(const std::string& text);
 
   std::string path_;

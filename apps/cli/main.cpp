@@ -11,6 +11,7 @@
 #include "apps/cli/Problem.h"
 #include "apps/cli/commands/Calibrate.h"
 #include "apps/cli/commands/Inspect.h"
+#include "apps/cli/commands/Presets.h"
 
 namespace {
 
@@ -35,6 +36,7 @@ int run(int argc, char** argv) {
   ExitCode code = ExitCode::kOther;
   twintrue::cli::add_calibrate(program, &code);
   for (CLI::App* command : program.get_subcommands({})) command->footer(kExitCodes);
+  twintrue::cli::add_presets(program, &code);
   twintrue::cli::add_inspect(program, &code);
   try {
     program.parse(argc, argv);

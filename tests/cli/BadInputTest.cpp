@@ -13,8 +13,8 @@
 namespace {
 
 using cli_test::Outcome;
-using cli_test::preset_with;
 using cli_test::run_program;
+using cli_test::settings_with;
 using testing::AllOf;
 using testing::HasSubstr;
 
@@ -160,7 +160,7 @@ TEST_F(BadInput, UnusableSettingsEndWithFour) {
   const twintrue::cli::LensFacts facts = twintrue::cli::check_lens(lens);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.replacement + " for " + row.line);
-    const std::string path = dir.write("settings.yaml", preset_with(row.line, row.replacement));
+    const std::string path = dir.write("settings.yaml", settings_with(row.line, row.replacement));
     try {
       twintrue::cli::check_settings(twintrue::cli::SettingsSource(path), facts);
       ADD_FAILURE() << "was taken";
@@ -175,8 +175,9 @@ TEST_F(BadInput, UnusableSettingsEndWithFour) {
 
 TEST_F(BadInput, GoodSettingsPass) {
   const twintrue::cli::LensFacts facts = twintrue::cli::check_lens(lens);
-  const std::string with_more = testing_support::read_file(TWINTRUE_SOURCE_DIR "/presets/default.yaml") +
-                                "\nnotes: this section is no section of ours\ncalibration: text\n";
+  const std::string with_more =
+      testing_support::read_file(TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml") +
+      "\nnotes: this section is no section of ours\ncalibration: text\n";
   const twintrue::cli::SettingsFacts settings =
       twintrue::cli::check_settings(twintrue::cli::SettingsSource(with_more), facts);
   EXPECT_EQ(settings.detection_ratio_th, 0.4);
@@ -187,7 +188,7 @@ TEST_F(BadInput, GoodSettingsPass) {
 }
 
 TEST_F(BadInput, NoRuleThatCouldAcceptAMatchIsToldOf) {
-  std::string text = preset_with("  score_th_bg: 60", "  score_th_bg: 1000");
+  std::string text = settings_with("  score_th_bg: 60", "  score_th_bg: 1000");
   const std::size_t first = text.find("    - [1, 30, 20]");
   const std::size_t end = text.find('\n', text.find("    - [1, 60, 16]"));
   text.erase(first, end + 1 - first);
@@ -201,7 +202,7 @@ TEST_F(BadInput, NoRuleThatCouldAcceptAMatchIsToldOf) {
 }
 
 TEST_F(BadInput, TellsTheLineAndAllKeysAtOnce) {
-  const std::string text = preset_with("  mode: 28", "  mode: 3");
+  const std::string text = settings_with("  mode: 28", "  mode: 3");
   const std::string path = dir.write("two.yaml", "# a line above\n" + text + "\nmatching:\n  k: 7\n");
   const auto line =
       2 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(text.find("  mode: 3")), '\n');
@@ -214,7 +215,7 @@ TEST_F(BadInput, TellsTheLineAndAllKeysAtOnce) {
 // The search's settings may come as text in the place of a file's name, however long.
 TEST_F(BadInput, TakesSettingsAsText) {
   expect_all({{"text",
-               {"calibrate", frame, "--lens", lens, "--params", preset_with("  mode: 28", "  mode: 3")},
+               {"calibrate", frame, "--lens", lens, "--params", settings_with("  mode: 28", "  mode: 3")},
                4,
                {"PARAMS text", "`mode`", "3"}}});
 }

@@ -55,7 +55,7 @@ TEST(Calibrate, CorrectsTheExampleFrame) {
   EXPECT_EQ(json.at("exit_code"), 0);
   EXPECT_EQ(json.at("calib_status"), 0);
   EXPECT_EQ(json.at("frame").at("width"), 2048);
-  EXPECT_EQ(json.at("settings"), "built-in preset");
+  EXPECT_EQ(json.at("settings"), "built-in preset default");
   EXPECT_EQ(json.at("out_lens"), out);
   const auto& right = json.at("corrections").at("right_eye");
   const auto& left = json.at("corrections").at("left_eye");

@@ -57,11 +57,11 @@ inline void write_black_frame(const std::string& path, int width = kSmallWidth, 
       std::vector<float>(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3, 0.0f));
 }
 
-// The text of the built-in preset with one line put in the place of another.
-inline std::string preset_with(const std::string& line, const std::string& replacement) {
-  std::string text = testing_support::read_file(TWINTRUE_SOURCE_DIR "/presets/default.yaml");
+// The settings of the tests with one line put in the place of another.
+inline std::string settings_with(const std::string& line, const std::string& replacement) {
+  std::string text = testing_support::read_file(TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml");
   const std::size_t at = text.find("\n" + line);
-  if (at == std::string::npos) throw std::runtime_error("the preset has no line " + line);
+  if (at == std::string::npos) throw std::runtime_error("the settings have no line " + line);
   return text.replace(at + 1, text.find('\n', at + 1) - at - 1, replacement);
 }
 

@@ -25,7 +25,7 @@ class Output : public testing::Test {
   Output() {
     cli_test::write_black_frame(frame);
     dir.write("small.lens", cli_test::small_lens());
-    dir.write("settings.yaml", read_file(TWINTRUE_SOURCE_DIR "/presets/default.yaml"));
+    dir.write("settings.yaml", read_file(TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml"));
   }
 
   // A run that gets as far as the search and writes a lens file: it ends with 6.

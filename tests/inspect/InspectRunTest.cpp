@@ -16,7 +16,7 @@ namespace {
 
 using cli_test::example;
 using cli_test::Outcome;
-using cli_test::preset_with;
+using cli_test::settings_with;
 using inspect_test::Csv;
 using inspect_test::inspect_text;
 using inspect_test::Json;
@@ -214,7 +214,7 @@ TEST(InspectRun, MatchesOfAFileTakeThePlaceOfTheFrame) {
 
   // A level that is skipped leaves the seeds as they stand; what is no number is told as such.
   const Json skipped = Json::parse(
-      run_search(one, {"--ignore-thresholds", "--params", preset_with("  knn: 1", "  knn: 1\n  skip: 1")})
+      run_search(one, {"--ignore-thresholds", "--params", settings_with("  knn: 1", "  knn: 1\n  skip: 1")})
           .out);
   EXPECT_EQ(skipped.at("status"), -997);
   const Json& level = skipped.at("retries").at(0).at("levels").at(0);
@@ -241,7 +241,7 @@ TEST(InspectRun, MatchesOfAFileTakeThePlaceOfTheFrame) {
 // A run that ends before its search shows the filtering alone, with the message of the run.
 TEST(InspectRun, SearchEndsWhereACalibrationEnds) {
   const Outcome outcome =
-      run_inspect(on_example("search", {"--params", preset_with("  res_th: 1000", "  res_th: 30000")}));
+      run_inspect(on_example("search", {"--params", settings_with("  res_th: 1000", "  res_th: 30000")}));
   EXPECT_EQ(outcome.exit_code, 0);
   const Json json = Json::parse(outcome.out);
   EXPECT_EQ(json.at("status"), -999);
@@ -270,7 +270,7 @@ TEST(InspectRunChecks, RefuseWhatTheStageCannotCarryOut) {
   };
   for (const Case& each : cases) {
     const TempDir dir;
-    const std::string params = dir.write("params.yaml", preset_with(each.line, each.replacement));
+    const std::string params = dir.write("params.yaml", settings_with(each.line, each.replacement));
     const auto code_of = [&](const std::string& command, std::vector<std::string> options) {
       options.insert(options.end(), {"--params", params});
       return run_inspect(on_example(command, options)).exit_code;
@@ -310,7 +310,7 @@ TEST(InspectRunChecks, TellUnusableInputByTheExitCode) {
       {{"search", "--matches", csv, "--cells", "0", "--lens", lens}, 2},
       {{"search", "--matches", dir.file("none.csv"), "--cells", "5", "--lens", lens}, 3},
       {{"search", "--matches", csv, "--cells", "5", "--lens", lens, "--params",
-        dir.write("mode.yaml", preset_with("  mode: 28", "  mode: 4"))},
+        dir.write("mode.yaml", settings_with("  mode: 28", "  mode: 4"))},
        4},
       {{"search", "--matches", csv, "--cells", "5", "--lens", lens, "-o", csv}, 2},
   };

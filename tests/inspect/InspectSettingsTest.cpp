@@ -17,7 +17,7 @@
 namespace {
 
 using cli_test::Outcome;
-using cli_test::preset_with;
+using cli_test::settings_with;
 using inspect_test::inspect_json;
 using inspect_test::Json;
 using inspect_test::numbers;
@@ -29,10 +29,10 @@ Json settings_of(const std::string& source, int width = 1024, int height = 768, 
                        std::to_string(height), "--frame-width", std::to_string(frame_width)});
 }
 
-const std::string kPreset = TWINTRUE_SOURCE_DIR "/presets/default.yaml";
+const std::string kSettings = TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml";
 
 TEST(InspectSettings, ShowsWhatThePresetMakes) {
-  const Json json = settings_of(kPreset);
+  const Json json = settings_of(kSettings);
   EXPECT_EQ(json.at("init"), 0);
 
   const Json& grid = json.at("grid");
@@ -157,7 +157,7 @@ TEST(InspectSettings, ShowsHowFarTheSetUpCame) {
 }
 
 TEST(InspectPattern, IsAChainOfDifferentCandidates) {
-  const Json json = inspect_json({"pattern", kPreset, "--width", "512", "--height", "512"});
+  const Json json = inspect_json({"pattern", kSettings, "--width", "512", "--height", "512"});
   using Point = std::pair<int, int>;
   const auto candidates = json.at("candidates").get<std::vector<Point>>();
   const auto chain = json.at("chain").get<std::vector<Point>>();
@@ -172,7 +172,7 @@ TEST(InspectPattern, IsAChainOfDifferentCandidates) {
 
   // The other seed leaves the candidates and changes the chain.
   const Json other =
-      inspect_json({"pattern", preset_with("  patchSize: 25", "  patchSize: 25\n  rndSeedSelect: 5"),
+      inspect_json({"pattern", settings_with("  patchSize: 25", "  patchSize: 25\n  rndSeedSelect: 5"),
                     "--width", "512", "--height", "512"});
   EXPECT_EQ(other.at("candidates"), json.at("candidates"));
   EXPECT_NE(other.at("chain"), json.at("chain"));
@@ -191,7 +191,7 @@ TEST(InspectPattern, RefusesWhatCannotBeDrawn) {
     EXPECT_NE(outcome.error.find(word), std::string::npos) << outcome.error;
   }
   EXPECT_EQ(run_inspect({"pattern", "presets.yaml", "--width", "512", "--height", "512"}).exit_code, 3);
-  EXPECT_EQ(run_inspect({"pattern", kPreset, "--width", "512"}).exit_code, 2);
+  EXPECT_EQ(run_inspect({"pattern", kSettings, "--width", "512"}).exit_code, 2);
 }
 
 }  // namespace

@@ -178,9 +178,10 @@ TEST_F(InspectStage, TellsWhenThereIsNoImage) {
     return run_inspect(arguments).exit_code;
   };
   EXPECT_EQ(run({"smoothed", black}), 5);
-  EXPECT_EQ(run({"working", black, "--params", cli_test::preset_with("  det_type: 6", "  det_type: 0")}), 4);
+  EXPECT_EQ(run({"working", black, "--params", cli_test::settings_with("  det_type: 6", "  det_type: 0")}),
+            4);
   EXPECT_EQ(run({"smoothed", dir_->file("frame.png"), "--params",
-                 cli_test::preset_with("  desc_gaus_size: 7", "  desc_gaus_size: 0")}),
+                 cli_test::settings_with("  desc_gaus_size: 7", "  desc_gaus_size: 0")}),
             4);
   EXPECT_EQ(run({"blurred", black}), 2);
   EXPECT_FALSE(std::filesystem::exists(out));

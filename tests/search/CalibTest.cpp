@@ -52,7 +52,7 @@ TEST(Calib, CalibratesARenderedRoom) {
   const TempDir dir;
   const std::string lens = dir.write("nominal.lens", lens_text());
   CalibResult result = kUntouched;
-  const Outcome outcome = run(&image, lens, kPreset, dir.file("out.lens"), false, &result);
+  const Outcome outcome = run(&image, lens, kSettings, dir.file("out.lens"), false, &result);
   ASSERT_EQ(outcome.status, TWINTRUE_CALIBRATED) << outcome.out << outcome.err;
   EXPECT_EQ(outcome.out.rfind("Convert using std::thread \n", 0), 0u);
 
@@ -71,7 +71,8 @@ TEST(Calib, CalibratesARenderedRoom) {
   EXPECT_NEAR(written.current.left.roll, result.left_roll, 1e-10);
   EXPECT_NEAR(written.current.right.offset_x, result.right_offset_x, kWidth * 1e-10);
 
-  EXPECT_EQ(run(&image, lens, kPreset, "", false, nullptr).status, TWINTRUE_CALIBRATED) << "no result wanted";
+  EXPECT_EQ(run(&image, lens, kSettings, "", false, nullptr).status, TWINTRUE_CALIBRATED)
+      << "no result wanted";
 }
 
 TEST(Calib, TheSameBytesForEveryThreadCount) {
@@ -85,7 +86,7 @@ TEST(Calib, TheSameBytesForEveryThreadCount) {
   for (int threads : {1, 2, 7}) {
     omp_set_num_threads(threads);
     CalibResult result = kUntouched;
-    EXPECT_EQ(run(&image, lens, kPreset, dir.file("out.lens"), false, &result).status, TWINTRUE_CALIBRATED);
+    EXPECT_EQ(run(&image, lens, kSettings, dir.file("out.lens"), false, &result).status, TWINTRUE_CALIBRATED);
     const std::string written = read_file(dir.file("out.lens"));
     if (threads == 1) {
       first = result;
@@ -113,21 +114,22 @@ TEST(Calib, StatusesAndMessages) {
     std::string says;  // last on standard output
   };
   const Case cases[] = {
-      {"no lens file", dir.file("none.lens"), kPreset, false, TWINTRUE_LENS_UNREADABLE,
+      {"no lens file", dir.file("none.lens"), kSettings, false, TWINTRUE_LENS_UNREADABLE,
        "read error lens ini path\n"},
-      {"a lens file of no version", dir.write("x.lens", "[OPTRA]\na = 1;\n"), kPreset, false,
+      {"a lens file of no version", dir.write("x.lens", "[OPTRA]\na = 1;\n"), kSettings, false,
        TWINTRUE_LENS_UNREADABLE, "read error lens ini path\n"},
-      {"a lens without size", dir.write("y.lens", "[OPTRA]\nversion = 1.0;\n"), kPreset, false,
+      {"a lens without size", dir.write("y.lens", "[OPTRA]\nversion = 1.0;\n"), kSettings, false,
        TWINTRUE_LENS_UNREADABLE, "read error lens ini path\n"},
-      {"an impossible table", dir.write("z.lens", lens_text() + "ideal_height_precision_bit = 0;\n"), kPreset,
-       false, TWINTRUE_LENS_UNREADABLE, "read error lens ini path\n"},
+      {"an impossible table", dir.write("z.lens", lens_text() + "ideal_height_precision_bit = 0;\n"),
+       kSettings, false, TWINTRUE_LENS_UNREADABLE, "read error lens ini path\n"},
       {"no parameter file", lens, dir.file("none.yaml"), false, TWINTRUE_FAILED, "invalid param file\n"},
       {"a parameter file that doesn't parse", lens, broken, false, TWINTRUE_FAILED, "invalid param file\n"},
-      {"a missing retry", lens, dir.write("retry.yaml", read_file(kPreset) + "\ncalib:\n  retry_count: 19\n"),
-       false, TWINTRUE_FAILED, "invalid param file\n"},
-      {"a black frame", lens, kPreset, false, TWINTRUE_TOO_FEW_MATCHES,
+      {"a missing retry", lens,
+       dir.write("retry.yaml", read_file(kSettings) + "\ncalib:\n  retry_count: 19\n"), false,
+       TWINTRUE_FAILED, "invalid param file\n"},
+      {"a black frame", lens, kSettings, false, TWINTRUE_TOO_FEW_MATCHES,
        "Left image detection is failed(0)\n"},
-      {"a black frame, thresholds ignored", lens, kPreset, true, TWINTRUE_QUALITY_FAILED,
+      {"a black frame, thresholds ignored", lens, kSettings, true, TWINTRUE_QUALITY_FAILED,
        "Left image detection is failed(0)\nRight image detection is failed(0)\nMatching is failed(0)\n"},
   };
   for (const Case& one : cases) {
@@ -149,7 +151,7 @@ TEST(Calib, RefusesFramesThatItCannotRead) {
   const CalibImage good = image_over(bytes);
   const auto status = [&](CalibImage image) {
     CalibResult result = kUntouched;
-    const Outcome outcome = run(&image, lens, kPreset, "", false, &result);
+    const Outcome outcome = run(&image, lens, kSettings, "", false, &result);
     EXPECT_TRUE(outcome.status != TWINTRUE_FAILED || result.score == 7 || image.width * image.height == 0);
     return outcome.status;
   };
@@ -166,8 +168,8 @@ TEST(Calib, RefusesFramesThatItCannotRead) {
   image.width = image.height = 0xffffffffu;
   image.stride = -0x7fffffff;
   EXPECT_EQ(status(image), TWINTRUE_FAILED);
-  EXPECT_EQ(calib(nullptr, lens.c_str(), kPreset.c_str(), "", 0, nullptr), TWINTRUE_FAILED);
-  EXPECT_EQ(calib(&good, nullptr, kPreset.c_str(), "", 0, nullptr), TWINTRUE_FAILED);
+  EXPECT_EQ(calib(nullptr, lens.c_str(), kSettings.c_str(), "", 0, nullptr), TWINTRUE_FAILED);
+  EXPECT_EQ(calib(&good, nullptr, kSettings.c_str(), "", 0, nullptr), TWINTRUE_FAILED);
 }
 
 TEST(Calib, PixelsThatTheFrameLacksCountAsBlack) {
@@ -185,10 +187,10 @@ TEST(Calib, PixelsThatTheFrameLacksCountAsBlack) {
   }
   CalibImage image = image_over(bytes);
   CalibResult whole = kUntouched, cut = kUntouched;
-  const auto status = run(&image, lens, kPreset, "", true, &whole).status;
+  const auto status = run(&image, lens, kSettings, "", true, &whole).status;
   image.width = kCutWidth;
   image.height = kCutHeight;
-  EXPECT_EQ(run(&image, lens, kPreset, "", true, &cut).status, status);
+  EXPECT_EQ(run(&image, lens, kSettings, "", true, &cut).status, status);
   EXPECT_EQ(cut.score, whole.score);
   EXPECT_EQ(cut.right_tilt, whole.right_tilt);
   EXPECT_GT(cut.score, 0);
@@ -199,9 +201,10 @@ TEST(Calib, WritesALensFileAfterAFailedQualityTestToo) {
   const CalibImage image = image_over(black);
   const TempDir dir;
   const std::string lens = dir.write("nominal.lens", lens_text());
-  EXPECT_EQ(run(&image, lens, kPreset, dir.file("out.lens"), true, nullptr).status, TWINTRUE_QUALITY_FAILED);
+  EXPECT_EQ(run(&image, lens, kSettings, dir.file("out.lens"), true, nullptr).status,
+            TWINTRUE_QUALITY_FAILED);
   EXPECT_TRUE(std::filesystem::exists(dir.file("out.lens")));
-  EXPECT_EQ(run(&image, lens, kPreset, dir.file("none.lens"), false, nullptr).status,
+  EXPECT_EQ(run(&image, lens, kSettings, dir.file("none.lens"), false, nullptr).status,
             TWINTRUE_TOO_FEW_MATCHES);
   EXPECT_FALSE(std::filesystem::exists(dir.file("none.lens")))
       << "a run that ends before the search writes none";

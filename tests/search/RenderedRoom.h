@@ -20,7 +20,7 @@ inline constexpr double kScale = 248.5;  // pixels for 90 degrees
 inline constexpr double kCentre = 262.5;
 inline constexpr double kBaseline = 0.06;
 
-inline const std::string kPreset = TWINTRUE_SOURCE_DIR "/presets/default.yaml";
+inline const std::string kSettings = TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml";
 
 inline std::string lens_text() {
   return "[OPTRA]\nformat_version = \"1.0\";\ninput_width = 1024; input_height = 512;\n"

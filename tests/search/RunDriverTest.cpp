@@ -96,7 +96,7 @@ class RunDriver : public testing::Test {
     testing::internal::CaptureStdout();
     convert_frame(frame, image_over(bytes));
     testing::internal::GetCapturedStdout();
-    const std::string params = dir.write("run.yaml", read_file(kPreset) + more_settings);
+    const std::string params = dir.write("run.yaml", read_file(kSettings) + more_settings);
     Outcome outcome{0, "", starting_result()};
     testing::internal::CaptureStdout();
     outcome.status = run_driver(frame, {lens, params, out_lens}, ignore, outcome.result);
@@ -136,7 +136,7 @@ TEST_F(RunDriver, EndsAtTheFirstCountThatIsTooLow) {
   ASSERT_TRUE(std::filesystem::remove(out_lens));
   ASSERT_GT(matches, 0);
 
-  const auto unit = fpu::createFeatureUnit(kPreset, kWidth / 2, kHeight);
+  const auto unit = fpu::createFeatureUnit(kSettings, kWidth / 2, kHeight);
   std::int32_t rows = 0, columns = 0;
   ASSERT_EQ(unit->getParam("num_vert_cell", &rows), 0);
   ASSERT_EQ(unit->getParam("num_horz_cell", &columns), 0);

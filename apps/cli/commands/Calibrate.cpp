@@ -16,6 +16,7 @@
 #include "apps/cli/LensCheck.h"
 #include "apps/cli/MachineCheck.h"
 #include "apps/cli/OutputFile.h"
+#include "apps/cli/Preset.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/Progress.h"
 #include "apps/cli/RunReport.h"
@@ -32,6 +33,7 @@ struct CalibrateArguments {
   std::string frame;
   std::string lens;
   std::optional<std::string> params;
+  std::optional<std::string> preset;
   std::optional<std::string> out_lens;
   std::optional<std::string> json;
   bool ignore_thresholds = false;
@@ -88,7 +90,8 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   check_out_lens(arguments, outputs);
   require_readable_file({"FRAME", arguments.frame});
   const LensFacts lens = check_lens(arguments.lens);
-  const SettingsSource source(arguments.params);
+  const SettingsSource source =
+      arguments.preset ? SettingsSource(*find_preset(*arguments.preset)) : SettingsSource(arguments.params);
   const Frame frame = read_frame_quietly(arguments.frame);
   check_frame_size(lens, arguments.lens, frame.width, frame.height);
 
@@ -168,8 +171,14 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
   command->add_option("--lens", arguments->lens, "Lens description file")->required()->type_name("LENS");
   command
       ->add_option("--params", arguments->params,
-                   "Parameter file, or its text in more than one line (default: the built-in preset)")
+                   "Parameter file, or its text in more than one line (default: the preset default)")
       ->type_name("PARAMS");
+  command
+      ->add_option("--preset", arguments->preset,
+                   "Built-in parameter file of this name; `twintrue presets` lists them")
+      ->excludes("--params")
+      ->check(CLI::IsMember(preset_names()))
+      ->type_name("NAME");
   command->add_option("-o,--out", arguments->out_lens, "Write the corrected lens file here")
       ->type_name("OUT_LENS");
   command->add_flag("--ignore-thresholds", arguments->ignore_thresholds,

@@ -32,7 +32,7 @@ void add_lens_and_params(CLI::App& command, RunArguments& arguments) {
   command.add_option("--lens", arguments.lens, "Lens description file")->required()->type_name("LENS");
   command
       .add_option("--params", arguments.params,
-                  "Parameter file, or its text in more than one line (default: the built-in preset)")
+                  "Parameter file, or its text in more than one line (default: the preset default)")
       ->type_name("PARAMS");
 }
 
