@@ -81,15 +81,17 @@ PoseCandidate plainly_scored(PoseCandidate candidate, const CalibContext& contex
   return candidate;
 }
 
-// Scores a batch and offers the list what it may keep.
+// Scores a batch and offers the list what it may keep. `alone`: the batch is the whole level.
 void offer_batch(const CalibContext& context, const ScorePass& pass, const RigState& rig,
-                 const std::vector<RayMatch>& matches, SweepScorer& scorer, std::int32_t kept,
+                 const std::vector<RayMatch>& matches, SweepScorer& scorer, std::int32_t kept, bool alone,
                  std::vector<PoseCandidate>& batch, TopList& top_list) {
-  scorer.prepare(batch);
   KeptScores best(kept, top_list.entry());
   // The middle of the grid is where the best was before: with a good score known early, others are left
   // early.
   const std::size_t middle = batch.size() / 2;
+  scorer.prepare({batch[middle]});
+  scorer.put_least_first(batch[middle]);
+  scorer.prepare(batch);
   batch[middle].score = scorer.score(batch[middle], best.least());
   best.add(batch[middle].score);
   parallel_each(batch.size(), [&](std::size_t i) {
@@ -99,12 +101,16 @@ void offer_batch(const CalibContext& context, const ScorePass& pass, const RigSt
   });
 
   // What can't be kept is never offered. The few that are left are scored in the plain form, so that rounding
-  // decides neither which of them are kept nor in what order.
+  // decides neither which of them are kept nor in what order. One that is left alone has nothing to be
+  // decided.
   const double least = best.least();
   const double bound = std::isfinite(least) ? least - 2.0 * kSweepTolerance * std::abs(least) : least;
   std::erase_if(batch, [&](const PoseCandidate& candidate) { return !(candidate.score >= bound); });
-  parallel_each(batch.size(),
-                [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });
+  const bool is_decided = alone && batch.size() == 1;
+  if (!is_decided) {
+    parallel_each(batch.size(),
+                  [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });
+  }
   for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
 }
 
@@ -210,7 +216,8 @@ std::int64_t evaluate_level(CalibContext& context, const RigState& rig, const st
         cursor = places[affordable_count];
         batch.resize(affordable_count);
       }
-      offer_batch(context, pass, rig, matches, scorer, seed_count, batch, top_list);
+      const bool alone = static_cast<std::int64_t>(batch.size()) == list.size();
+      offer_batch(context, pass, rig, matches, scorer, seed_count, alone, batch, top_list);
     } else {
       parallel_each(batch.size(),
                     [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });

@@ -24,7 +24,7 @@ struct PoseCandidate : CalibResult {
   double sigma = 0.0;            // under which the candidate was scored
   std::int32_t last_retry = 0;   // result only: the retry that ran last
   std::int32_t best_retry = -1;  // result only: the retry that gave the result
-  MatchScoreSums sums;
+  MatchScoreSums sums;           // result only: of the final pass
 };
 
 inline constexpr int kPoseValues = 10;

@@ -1,5 +1,6 @@
 #include "apps/TwinTrue/SweepKernel.h"
 
+#include <bit>
 #include <limits>
 
 #include "apps/TwinTrue/VectorMath.h"
@@ -8,36 +9,45 @@ namespace twintrue {
 namespace {
 
 constexpr double kHalfPi = 1.5707963267948966;
-constexpr double kQuarterPi = 0.7853981633974483;
 constexpr double kTwoOverPi = 0.6366197723675814;
 constexpr double kTanEighthPi = 0.41421356237309503;
 constexpr double kEpsilon = 2.220446049250313e-16;  // keeps the axis from 0 / 0, as in the projection
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-TWINTRUE_INLINE double absolute(double v) { return v < 0.0 ? -v : v; }
+TWINTRUE_INLINE double absolute(double v) { return __builtin_fabs(v); }
 
-// Angle of the point (x, y) from the x axis, y >= 0. The quotient is turned into [-tan(pi/8), tan(pi/8)],
-// where the series in its square was fitted at Chebyshev nodes to 4e-15 of the quotient.
+// v, its sign turned round where `by` is negative.
+TWINTRUE_INLINE double turned_round(double v, double by) {
+  constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
+  return std::bit_cast<double>(std::bit_cast<std::uint64_t>(v) ^ (std::bit_cast<std::uint64_t>(by) & kSign));
+}
+
+// Arc tangent in right angles, of q in [-tan(pi/8), tan(pi/8)]: a series in its square, fitted at Chebyshev
+// nodes to 4e-15 of the quotient.
+TWINTRUE_INLINE double arc_tangent(double q) {
+  const double z = q * q;
+  double p = -1.73359132665805750e-02;
+  p = p * z + 3.29051291492770820e-02;
+  p = p * z - 4.17041895537462598e-02;
+  p = p * z + 4.88990279198218344e-02;
+  p = p * z - 5.78703649230395620e-02;
+  p = p * z + 7.07353935587495264e-02;
+  p = p * z - 9.09456795032168308e-02;
+  p = p * z + 1.27323954459021782e-01;
+  p = p * z - 2.12206590789178445e-01;
+  return q * (kTwoOverPi + z * p);
+}
+
+// Angle of the point (x, y) from the x axis in right angles, y >= 0.
 TWINTRUE_INLINE double angle_of(double y, double x) {
   const double ax = absolute(x);
   const double low = y < ax ? y : ax;
   const double high = y < ax ? ax : y;
   const bool turned = low > kTanEighthPi * high;
-  const double q = (turned ? low - high : low) / (turned ? low + high : high);
-  const double z = q * q;
-  double p = -2.72311888807796817e-02;
-  p = p * z + 5.16872560003961146e-02;
-  p = p * z - 6.55087877629827176e-02;
-  p = p * z + 7.68104134402972233e-02;
-  p = p * z - 9.09025566513907701e-02;
-  p = p * z + 1.11110896376475143e-01;
-  p = p * z - 1.42857139301518915e-01;
-  p = p * z + 1.99999999977232085e-01;
-  p = p * z - 3.33333333333309223e-01;
-  double a = q + q * z * p;
-  a = turned ? a + kQuarterPi : a;
-  a = y > ax ? kHalfPi - a : a;
-  return x < 0.0 ? 2.0 * kHalfPi - a : a;
+  double a = arc_tangent((turned ? low - high : low) / (turned ? low + high : high));
+  a = turned ? a + 0.5 : a;
+  a = y > ax ? 1.0 - a : a;
+  return x < 0.0 ? 2.0 - a : a;
 }
 
 struct Point {
@@ -52,7 +62,6 @@ TWINTRUE_INLINE Point turn(const std::array<double, 9>& m, const Point& p) {
 struct Pixel {
   double x, y;
   bool seen;
-  bool delicate = false;  // project_lean only
 };
 
 template <std::uint32_t kKind>
@@ -67,7 +76,7 @@ TWINTRUE_INLINE Pixel project(const SweepEye& eye, const std::array<double, 6>& 
   const double cosine = xa * inverse;
   const double sine_size = __builtin_sqrt(y2 + kEpsilon) * inverse;
   const double sine = ya >= 0.0 ? sine_size : -sine_size;
-  const double t = angle_of(__builtin_sqrt(x2 + y2), -za) * kTwoOverPi;
+  const double t = angle_of(__builtin_sqrt(x2 + y2), -za);
 
   double p = 0.0;
   double w = 0.0;
@@ -164,36 +173,71 @@ TWINTRUE_INLINE void errors_of(const SweepPose& pose, const MatchBlock& m, std::
 }
 
 // The lean form of the same, for eyes without shear and translation whose two magnifications are equal, which
-// is what lens makers write. Both projections of a match then need two divisions and a root each:
+// is what lens makers write. A match then needs two roots and two divisions:
 //
-//  - Only the direction of a point matters, so the other eye's ray is left at its own length and the baseline
-//    is brought to it instead, by the inverse of the ray's stretch.
+//  - Only the direction of a point matters, so nothing is divided by the depth: the other eye's ray is made
+//  as
+//    long as the depth's numerator, and the baseline as long as its denominator.
 //  - The azimuth's sine and cosine and the distortion share one denominator.
+//  - The two eyes' quotients are had from one division, by the product of their denominators.
 //
 // The projection keeps a point off its axis by an epsilon. Beside a point that isn't within some tens of
 // micrometres of the eye's horizontal plane it is nothing; the others are counted as delicate, and the block
 // is to be done again in the full form.
-template <std::uint32_t kKind>
-TWINTRUE_INLINE Pixel project_lean(const SweepEye& eye, const std::array<double, 6>& c, const Point& ray,
-                                   double epsilon) {
+
+// A point before one eye on its way to the picture.
+struct Approach {
+  Point r;           // in the eye's frame
+  double across;     // distance from the axis
+  double low, high;  // of the quotient whose arc tangent is asked for
+  bool turned, steep;
+  bool delicate;
+};
+
+// `epsilon` is that of the projection at the length of `ray`.
+TWINTRUE_INLINE Approach approach(const SweepEye& eye, const Point& ray, double epsilon) {
   constexpr double kFarFromPlane = 1e7;
   const Point r = turn(eye.eye_from_rig, ray);
   const double y2 = r.y * r.y;
   const double across = __builtin_sqrt(r.x * r.x + y2 + epsilon);
-  const double t = angle_of(across, -r.z) * kTwoOverPi;
-  double g = 0.0;
+  const double along = absolute(r.z);
+  const bool steep = across > along;
+  const double low = steep ? along : across;
+  const double high = steep ? across : along;
+  const bool turned = low > kTanEighthPi * high;
+  return {r,      across, turned ? low - high : low,   turned ? low + high : high,
+          turned, steep,  y2 < kFarFromPlane * epsilon};
+}
+
+// Angle off the axis in right angles, by the quotient of low and high.
+TWINTRUE_INLINE double angle_off(const Approach& at, double quotient) {
+  const double a = arc_tangent(quotient) + (at.turned ? 0.5 : 0.0);
+  const double b = at.steep ? 1.0 - a : a;
+  return at.r.z > 0.0 ? 2.0 - b : b;
+}
+
+// Pixels a unit of distance across the axis, as numerator and denominator.
+struct Magnification {
+  double numerator, denominator;
+};
+
+template <std::uint32_t kKind>
+TWINTRUE_INLINE Magnification magnification(const SweepEye& eye, const std::array<double, 6>& c,
+                                            double across, double t) {
   if constexpr (kKind == 1) {
     const double s = t * eye.magnify_v;
     const double percent = s * (c[0] + s * (c[1] + s * (c[2] + s * (c[3] + s * (c[4] + s * c[5])))));
-    g = eye.scale * s * 100.0 / (across * (100.0 - percent));
+    return {100.0 * eye.scale * s, across * (100.0 - percent)};
   } else {
     const double percent = t * (c[0] + t * (c[1] + t * (c[2] + t * (c[3] + t * (c[4] + t * c[5])))));
-    g = eye.scale * eye.magnify_v * t * (1.0 + 0.01 * percent) / across;
+    return {eye.scale * eye.magnify_v * t * (1.0 + 0.01 * percent), across};
   }
-  const double px = g * r.x + eye.principal_x;
-  const double py = eye.principal_y - g * r.y;
-  return {px, py, static_cast<bool>((t <= eye.angle_limit) & (px >= eye.x_begin) & (px < eye.x_end)),
-          y2 < kFarFromPlane * epsilon};
+}
+
+TWINTRUE_INLINE Pixel arrive(const SweepEye& eye, const Approach& at, double t, double magnified) {
+  const double px = magnified * at.r.x + eye.principal_x;
+  const double py = eye.principal_y - magnified * at.r.y;
+  return {px, py, static_cast<bool>((t <= eye.angle_limit) & (px >= eye.x_begin) & (px < eye.x_end))};
 }
 
 template <std::uint32_t kKind>
@@ -218,25 +262,38 @@ TWINTRUE_INLINE std::uint64_t lean_errors_of(const SweepPose& pose, const MatchB
     const double nn = nx * nx + ny * ny + nz * nz;
     // The eyes differ in x alone, so depth times nn is a sum of four products.
     const double z_nn = half_w * ((d1.y * nz - d1.z * ny) * d0.z + (d0.y * nz - d0.z * ny) * d1.z);
-    const double inverse_z = nn / z_nn;
     // depth_low < depth < depth_high, of depth = -z_nn / nn and nn > 0.
     const double depth_nn = -z_nn;
     const bool counts = (nn != 0.0) & (depth_nn > pose.depth_low * nn) & (depth_nn < pose.depth_high * nn);
-    const double shrink_0 = d0.z * inverse_z;
-    const double shrink_1 = d1.z * inverse_z;
-    const double sign_0 = shrink_0 < 0.0 ? -1.0 : 1.0;
-    const double sign_1 = shrink_1 < 0.0 ? -1.0 : 1.0;
-    const Point before_right{sign_0 * (d0.x - pose.baseline * shrink_0), sign_0 * d0.y, sign_0 * d0.z};
-    const Point before_left{sign_1 * (d1.x + pose.baseline * shrink_1), sign_1 * d1.y, sign_1 * d1.z};
-    const Pixel a = project_lean<kKind>(right, pose.coeff, before_right, kEpsilon * shrink_0 * shrink_0);
-    const Pixel b = project_lean<kKind>(left, pose.coeff, before_left, kEpsilon * shrink_1 * shrink_1);
+    // Turned round where the ray points backwards.
+    const double length_0 = turned_round(z_nn, d0.z);
+    const double length_1 = turned_round(z_nn, d1.z);
+    const double base_0 = absolute(d0.z) * nn;
+    const double base_1 = absolute(d1.z) * nn;
+    const Approach to_a =
+        approach(right, {length_0 * d0.x - pose.baseline * base_0, length_0 * d0.y, length_0 * d0.z},
+                 kEpsilon * (base_0 * base_0));
+    const Approach to_b =
+        approach(left, {length_1 * d1.x + pose.baseline * base_1, length_1 * d1.y, length_1 * d1.z},
+                 kEpsilon * (base_1 * base_1));
+
+    const double angles = 1.0 / (to_a.high * to_b.high);
+    const double ta = angle_off(to_a, to_a.low * (to_b.high * angles));
+    const double tb = angle_off(to_b, to_b.low * (to_a.high * angles));
+    const Magnification ga = magnification<kKind>(right, pose.coeff, to_a.across, ta);
+    const Magnification gb = magnification<kKind>(left, pose.coeff, to_b.across, tb);
+    const double sizes = 1.0 / (ga.denominator * gb.denominator);
+    const Pixel a = arrive(right, to_a, ta, ga.numerator * (gb.denominator * sizes));
+    const Pixel b = arrive(left, to_b, tb, gb.numerator * (ga.denominator * sizes));
+
     const double dxb = m.x_b[i] - (b.x - pose.half_width);
     const double dyb = m.y_b[i] - b.y;
     const double dxa = m.x_a[i] - a.x;
     const double dya = m.y_a[i] - a.y;
     const double error = 0.5 * (dxb * dxb + dyb * dyb + dxa * dxa + dya * dya);
     errors[i] = (counts & a.seen & b.seen) ? error : kInfinity;
-    delicate += (counts & (a.delicate | b.delicate)) ? 1 : 0;
+    const bool level = (d0.z == 0.0) | (d1.z == 0.0);  // no depth makes a point of such a ray
+    delicate += (counts & (to_a.delicate | to_b.delicate | level)) ? 1 : 0;
   }
   return delicate;
 }
@@ -248,6 +305,58 @@ TWINTRUE_INLINE void exp_of(double factor, std::size_t count, const double* __re
     const double x = factor * errors[i];
     const double value = vector_math::exp(x < kSmallest ? kSmallest : x);
     terms[i] = x < kSmallest ? 0.0 : value;
+  }
+}
+
+template <std::uint32_t kKind>
+TWINTRUE_INLINE void rays_of(const RayEye& eye, std::size_t count, const double* __restrict px,
+                             const double* __restrict py, const RayArrays& rays) {
+  constexpr double kTiny = std::numeric_limits<double>::min();  // keeps the centre from 0 / 0
+  double* __restrict x_out = rays.x;
+  double* __restrict y_out = rays.y;
+  double* __restrict z_out = rays.z;
+  const double* const table = eye.table;
+  for (std::size_t i = 0; i < count; ++i) {
+    double u = (px[i] - eye.center_x - eye.offset_x) * eye.unit_per_px;
+    double v = -(py[i] - eye.center_y + eye.offset_y) * eye.unit_per_px;
+    if constexpr (kKind == 2) {
+      u = u / eye.magnify_v;
+      v = v / eye.magnify_h;
+    }
+    const double r = __builtin_sqrt(u * u + v * v);
+    const double s = r * eye.table_scale;
+    const double below = __builtin_floor(s);
+    const double entry = below < eye.last ? below : eye.last;
+    const double t = (entry + 1.0) - s;
+    const auto index = static_cast<std::int32_t>(entry);
+    const double inverse = (1.0 - t) * table[index + 1] + t * table[index];
+    const double f = inverse / (r + kTiny);
+    u = u * f;
+    v = v * f;
+    if constexpr (kKind == 1) {
+      u = u / eye.magnify_v;
+      v = v / eye.magnify_h;
+    }
+    const double rho = __builtin_sqrt(u * u + v * v);
+    const double towards = 1.0 / (rho + kTiny);
+    double sine = 0.0;
+    double cosine = 0.0;
+    vector_math::sine_cosine(rho * kHalfPi, &sine, &cosine);
+    const double x = u * towards * sine;
+    const double y = v * towards * sine;
+    const bool seen = !(rho > eye.radius_limit);
+    x_out[i] = seen ? x + cosine * eye.shift_x + eye.translate[0] : 0.0;
+    y_out[i] = seen ? y + cosine * eye.shift_y + eye.translate[1] : 0.0;
+    z_out[i] = seen ? eye.translate[2] - cosine : 0.0;
+  }
+}
+
+TWINTRUE_INLINE void rays_of_kind(const RayEye& eye, std::size_t count, const double* px, const double* py,
+                                  const RayArrays& rays) {
+  if (eye.kind == 1) {
+    rays_of<1>(eye, count, px, py, rays);
+  } else {
+    rays_of<2>(eye, count, px, py, rays);
   }
 }
 
@@ -308,6 +417,19 @@ TWINTRUE_TARGET_AVX512 void exp_avx512(double factor, std::size_t count, const d
   exp_of(factor, count, errors, terms);
 }
 
+void rays_portable(const RayEye& eye, std::size_t count, const double* px, const double* py,
+                   const RayArrays& rays) {
+  rays_of_kind(eye, count, px, py, rays);
+}
+TWINTRUE_TARGET_AVX2 void rays_avx2(const RayEye& eye, std::size_t count, const double* px, const double* py,
+                                    const RayArrays& rays) {
+  rays_of_kind(eye, count, px, py, rays);
+}
+TWINTRUE_TARGET_AVX512 void rays_avx512(const RayEye& eye, std::size_t count, const double* px,
+                                        const double* py, const RayArrays& rays) {
+  rays_of_kind(eye, count, px, py, rays);
+}
+
 template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
 SweepErrorsFn for_set(cve::InstructionSet set) {
   switch (set) {
@@ -355,6 +477,17 @@ SweepExpFn sweep_exp(cve::InstructionSet set) {
       return exp_avx2;
     default:
       return exp_portable;
+  }
+}
+
+SweepRaysFn sweep_rays(cve::InstructionSet set) {
+  switch (set) {
+    case cve::InstructionSet::kAvx512:
+      return rays_avx512;
+    case cve::InstructionSet::kAvx2:
+      return rays_avx2;
+    default:
+      return rays_portable;
   }
 }
 

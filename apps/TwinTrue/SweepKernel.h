@@ -68,6 +68,32 @@ struct MatchBlock {
 // Which error: reprojected into both eyes, or into one.
 enum class SweepError { kFull = 0, kRightOnly = 1, kLeftOnly = 2 };
 
+// One eye as it makes rays of pixels, the rotation left out.
+struct RayEye {
+  std::uint32_t kind;         // lens format
+  double center_x, center_y;  // frame pixels
+  double offset_x, offset_y;  // the eye's and the pose's
+  double unit_per_px;
+  double magnify_v, magnify_h;
+  double shift_x, shift_y;
+  std::array<double, 3> translate;
+  double radius_limit;  // normalised
+  const double* table;  // inverse distortion, as LensDistortion holds it
+  double table_scale;
+  double last;  // entry that a look-up starts at
+};
+
+// Where the rays go: x, y and z, 0 for a pixel without one.
+struct RayArrays {
+  double* x;
+  double* y;
+  double* z;
+};
+
+// Rays of `count` pixels of the frame; what eye_image_to_ray gives without its rotation.
+using SweepRaysFn = void (*)(const RayEye& eye, std::size_t count, const double* px, const double* py,
+                             const RayArrays& rays);
+
 struct SweepVariant {
   std::uint32_t kind = 1;  // lens format
   bool mid_point = false;
@@ -86,5 +112,6 @@ using SweepExpFn = void (*)(double factor, std::size_t count, const double* erro
 
 SweepErrorsFn sweep_errors(cve::InstructionSet set, const SweepVariant& variant);
 SweepExpFn sweep_exp(cve::InstructionSet set);
+SweepRaysFn sweep_rays(cve::InstructionSet set);
 
 }  // namespace twintrue

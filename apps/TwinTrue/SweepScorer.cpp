@@ -89,7 +89,7 @@ bool SweepScorer::serves(const CalibContext& context, const ScorePass& pass) {
 
 SweepScorer::SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
                          const std::vector<RayMatch>& matches, cve::InstructionSet set)
-    : context_(context), pass_(pass), rig_(rig), exp_(sweep_exp(set)) {
+    : context_(context), pass_(pass), rig_(rig), exp_(sweep_exp(set)), rays_(sweep_rays(set)) {
   // The matches that a pass walks, as score_matches counts them.
   std::size_t walked = 0;
   while (walked < matches.size() && matches[walked].rank <= pass.rank_limit) {
@@ -136,21 +136,29 @@ void SweepScorer::append(const RayMatch& match) {
 }
 
 SweepScorer::Rays SweepScorer::unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets) const {
-  EyeModel unrotated = eye;
-  unrotated.offset_x += offsets.first;
-  unrotated.offset_y += offsets.second;
-  unrotated.rotation_t = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  const LensDistortion& distortion = eye.distortion;
+  if (!distortion.table) throw LensModelError("distortionが未初期化");
+  const RayEye from{distortion.kind,
+                    eye.center_x,
+                    eye.center_y,
+                    eye.offset_x + offsets.first,
+                    eye.offset_y + offsets.second,
+                    1.0 / eye.scale,
+                    eye.magnify_v,
+                    eye.magnify_h,
+                    eye.shift_x,
+                    eye.shift_y,
+                    eye.translate,
+                    eye.fov_degrees * 0.005555555555555556,
+                    distortion.table->data(),
+                    static_cast<double>(distortion.table_scale),
+                    static_cast<double>(distortion.table_size - 2)};
   Rays rays;
   rays.x.resize(size_);
   rays.y.resize(size_);
   rays.z.resize(size_);
-  for (std::size_t i = 0; i < size_; ++i) {
-    const double px = left ? x_left_[i] : x_a_[i];
-    const double py = left ? y_b_[i] : y_a_[i];
-    if (!eye_image_to_ray(unrotated, &rays.x[i], &rays.y[i], &rays.z[i], px, py)) {
-      rays.x[i] = rays.y[i] = rays.z[i] = 0.0;
-    }
-  }
+  rays_(from, size_, left ? x_left_.data() : x_a_.data(), left ? y_b_.data() : y_a_.data(),
+        {rays.x.data(), rays.y.data(), rays.z.data()});
   return rays;
 }
 
@@ -186,6 +194,44 @@ void SweepScorer::prepare(const std::vector<PoseCandidate>& poses) {
   // Poses act on the lens file's values, which are `current` until a pose is applied.
   prepare_eye(rig_.current.left, true, poses, left_rays_);
   prepare_eye(rig_.current.right, false, poses, right_rays_);
+}
+
+void SweepScorer::reorder(std::vector<double>& values, const std::vector<std::uint32_t>& order) {
+  std::vector<double> before(values.size());
+  before.swap(values);
+  for (std::size_t i = 0; i < order.size(); ++i) values[i] = before[order[i]];
+}
+
+void SweepScorer::put_least_first(const CalibResult& pose) {
+  if (!bounded_ || size_ <= kSweepBlock) return;
+  // Terms in steps are enough, and sort in one pass.
+  constexpr std::size_t kSteps = 64;
+  std::vector<std::uint8_t> step(size_);
+  alignas(64) std::array<double, kSweepBlock> terms;
+  std::size_t at = 0;
+  visit_errors(pose, [&](const double* errors, std::size_t count) {
+    terms_of(errors, count, terms.data());
+    for (std::size_t i = 0; i < count; ++i) {
+      step[at++] = static_cast<std::uint8_t>(std::clamp(terms[i], 0.0, 1.0) * (kSteps - 1));
+    }
+    return true;
+  });
+  std::vector<std::uint32_t> order(size_);
+  for (const Group& group : groups_) {
+    std::array<std::size_t, kSteps + 1> place{};
+    for (std::size_t i = group.begin; i < group.end; ++i) ++place[step[i] + 1u];
+    place[0] = group.begin;
+    for (std::size_t s = 1; s <= kSteps; ++s) place[s] += place[s - 1];
+    for (std::size_t i = group.begin; i < group.end; ++i) {
+      order[place[step[i]]++] = static_cast<std::uint32_t>(i);
+    }
+  }
+  for (std::vector<double>* values : {&x_a_, &y_a_, &x_b_, &y_b_, &x_left_}) reorder(*values, order);
+  for (RayCache* cache : {&left_rays_, &right_rays_}) {
+    for (auto& [offsets, rays] : *cache) {
+      for (std::vector<double>* values : {&rays.x, &rays.y, &rays.z}) reorder(*values, order);
+    }
+  }
 }
 
 SweepPose SweepScorer::pose_for_kernel(const CalibResult& pose) const {
@@ -236,8 +282,27 @@ void SweepScorer::visit_errors(const CalibResult& pose, Visit&& visit) const {
   }
 }
 
-double SweepScorer::score(const CalibResult& pose, double least) const {
+double SweepScorer::terms_of(const double* errors, std::size_t count, double* terms) const {
+  double weights = 0.0;
+  if (exp_factor_ != 0.0) {
+    exp_(exp_factor_, count, errors, terms);
+    if (pass_.div_mode != 1 && pass_.div_mode != 3) return weights;  // nobody asks for it
+    for (std::size_t i = 0; i < count; ++i) weights += std::isinf(errors[i]) ? 0.0 : 1.0;
+    return weights;
+  }
   const double sigma_squared = pass_.sigma * pass_.sigma;
+  for (std::size_t i = 0; i < count; ++i) {
+    terms[i] = 0.0;
+    if (std::isinf(errors[i])) continue;
+    const double term = weight_match_error(context_, errors[i], sigma_squared, pass_.weight_mode);
+    if (term == kInvalid) continue;
+    terms[i] = term;
+    weights += 1.0;
+  }
+  return weights;
+}
+
+double SweepScorer::score(const CalibResult& pose, double least) const {
   const double hopeless = least - kSweepTolerance * std::abs(least);
   LaneSum sum;
   double weights = 0.0;
@@ -245,21 +310,7 @@ double SweepScorer::score(const CalibResult& pose, double least) const {
   bool left_early = false;
   alignas(64) std::array<double, kSweepBlock> terms;
   visit_errors(pose, [&](const double* errors, std::size_t count) {
-    if (exp_factor_ != 0.0) {
-      exp_(exp_factor_, count, errors, terms.data());
-      if (pass_.div_mode == 1 || pass_.div_mode == 3) {
-        for (std::size_t i = 0; i < count; ++i) weights += std::isinf(errors[i]) ? 0.0 : 1.0;
-      }
-    } else {
-      for (std::size_t i = 0; i < count; ++i) {
-        terms[i] = 0.0;
-        if (std::isinf(errors[i])) continue;
-        const double term = weight_match_error(context_, errors[i], sigma_squared, pass_.weight_mode);
-        if (term == kInvalid) continue;
-        terms[i] = term;
-        weights += 1.0;
-      }
-    }
+    weights += terms_of(errors, count, terms.data());
     sum.add(terms.data(), count);
     remaining -= count;
     left_early = bounded_ && sum.total() + static_cast<double>(remaining) < hopeless;

@@ -44,6 +44,11 @@ class SweepScorer {
   // pose of the batch needs. Works in parallel.
   void prepare(const std::vector<PoseCandidate>& poses);
 
+  // Lays the matches out anew, those first that add least under a pose that was prepared. What a good pose
+  // loses it then loses early, mostly to wrong matches that fit no pose, and a worse one is left as soon as
+  // it loses a little more. Only for sums in which a match can be told hopeless; else nothing is done.
+  void put_least_first(const CalibResult& pose);
+
   // Bytes of rays that one more pair of offsets takes.
   std::size_t ray_bytes() const { return 3 * sizeof(double) * size_; }
 
@@ -67,6 +72,10 @@ class SweepScorer {
   using RayCache = std::map<Offsets, Rays>;
 
   void append(const RayMatch& match);
+  // Terms of matches with these errors, 0 for one that adds nothing. The sum of the weights, where the
+  // divider asks for it.
+  double terms_of(const double* errors, std::size_t count, double* terms) const;
+  static void reorder(std::vector<double>& values, const std::vector<std::uint32_t>& order);
   Rays unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets) const;
   void prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
                    RayCache& cache) const;
@@ -80,10 +89,11 @@ class SweepScorer {
   const RigState& rig_;
   std::size_t size_ = 0;
   std::vector<double> x_a_, y_a_, x_b_, y_b_;
-  std::vector<float> x_left_;  // of the left eye's keypoint in the frame
+  std::vector<double> x_left_;  // of the left eye's keypoint in the frame
   std::vector<Group> groups_;
   RayCache left_rays_, right_rays_;
   SweepExpFn exp_;
+  SweepRaysFn rays_;
   double exp_factor_ = 0.0;  // of the weight modes that are an exponential; 0: another mode
   bool bounded_ = false;     // no term exceeds 1 and none is negative
 };

@@ -63,19 +63,29 @@ void ScoreFast(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-std::int64_t candidates_of(const CalibContext& context) {
+// Candidates times matches that the plain form walks in the whole search.
+std::int64_t pairs_of(const CalibContext& context, const std::vector<RayMatch>& matches) {
   class Counter final : public SearchObserver {
    public:
-    void on_level(std::int32_t, std::int32_t, bool, std::int64_t n, const Seeds&) override {
-      candidates += n;
+    Counter(const CalibContext& settings, std::size_t count) : settings_(settings), count_(count) {}
+    void on_level(std::int32_t retry, std::int32_t level, bool, std::int64_t n, const Seeds&) override {
+      const std::int64_t walked = level_pass(settings_, count_, level, retry).count_limit;
+      pairs += n * std::min(walked, static_cast<std::int64_t>(count_));
     }
-    void on_final(std::int32_t, double, const MatchScoreSums&) override {}
-    std::int64_t candidates = 0;
-  } counter;
+    void on_final(std::int32_t, double, const MatchScoreSums&) override {
+      pairs += static_cast<std::int64_t>(count_);
+    }
+    std::int64_t pairs = 0;
+
+   private:
+    const CalibContext& settings_;
+    std::size_t count_;
+  };
   CalibContext copy = context;
+  Counter counter(copy, matches.size());
   PoseCandidate result;
-  pose_search(copy, BenchRun::of_width(kWidth).rig, {}, result, &counter);
-  return counter.candidates;
+  pose_search(copy, BenchRun::of_width(kWidth).rig, matches, result, &counter);
+  return counter.pairs;
 }
 
 // The whole search of the default preset. What it would cost the plain form is items times the plain rate.
@@ -90,7 +100,7 @@ void SearchOfDefaultPreset(benchmark::State& state) {
     benchmark::DoNotOptimize(result);
   }
   omp_set_num_threads(before);
-  state.SetItemsProcessed(state.iterations() * state.range(0) * candidates_of(*run.context));
+  state.SetItemsProcessed(state.iterations() * pairs_of(*run.context, matches));
 }
 
 // One level of many candidates.
