@@ -25,7 +25,7 @@ unsigned char display_byte(float light, std::int32_t /*mode*/) {
 
 // Steeper than a table can be: two steps within a few floats.
 unsigned char steep_byte(float light, std::int32_t mode) {
-  if (mode == 0) return static_cast<unsigned char>(light * 1000.0f);
+  if (mode == 0) return static_cast<unsigned char>(light > 0.0f ? std::fmin(light * 1000.0f, 255.0f) : 0.0f);
   return light > 1e-30f ? 1 : 0;
 }
 
