@@ -99,7 +99,7 @@ void write_corrected_lens(const std::string& lens_path, const CalibResult& resul
 }
 
 std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ignore_thresholds,
-                        CalibResult& result) {
+                        CalibResult& result, RunObserver* observer) {
   RigState rig;
   if (!read_lens(rig, paths.lens)) {
     say("read error lens ini path\n");
@@ -156,6 +156,8 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   PoseCandidate found;
   const std::int32_t status = filter_and_search(*context, rig, matches, found, cells, ignore_thresholds);
   result = found;
+  const bool searched = status != TWINTRUE_TOO_FEW_MATCHES;
+  if (observer != nullptr && searched) observer->on_searched(*context, rig, matches, result);
   if (!paths.out_lens.empty()) write_corrected_lens(paths.lens, result, paths.out_lens);
   return status;
 }

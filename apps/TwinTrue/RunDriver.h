@@ -25,6 +25,15 @@ struct RunPaths {
   std::string out_lens;  // empty: write none
 };
 
+// Sees what a run's result rests on. Called by the thread of the run.
+class RunObserver {
+ public:
+  virtual ~RunObserver() = default;
+  // After the search: the matches are those that it had, in its order; `rig` is as read from the lens file.
+  virtual void on_searched(const CalibContext& context, const RigState& rig,
+                           const std::vector<RayMatch>& matches, const CalibResult& result) = 0;
+};
+
 // Section of the lens file that describes the lens.
 inline constexpr const char* kLensSection = "OPTRA";
 
@@ -83,7 +92,8 @@ void write_corrected_lens(const std::string& lens_path, const CalibResult& resul
 
 // Runs a calibration on the converted frame and fills `result`, which starts as starting_result(). `frame` is
 // used up. Returns a status of calib(). Prints the run's messages; throws what memory and threads may throw.
+// `observer` may be null.
 std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ignore_thresholds,
-                        CalibResult& result);
+                        CalibResult& result, RunObserver* observer = nullptr);
 
 }  // namespace twintrue
