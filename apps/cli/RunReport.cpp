@@ -38,38 +38,51 @@ std::string few(std::int64_t count, const RunReport& report) {
   return fmt::format("{} where {:.0f} are wanted", count, wanted);
 }
 
-std::string too_few_advice(const RunReport& report) {
-  constexpr std::string_view kRemedy =
-      "Take a frame of a well-lit scene with texture all over both pictures, in focus and unscaled, or go on "
-      "regardless with --ignore-thresholds.";
+std::string too_few_found(const RunReport& report) {
   if (report.few_left_keypoints) {
-    return fmt::format("Too few keypoints in the left half (right eye): {}. {}",
-                       few(*report.few_left_keypoints, report), kRemedy);
+    return fmt::format("Too few keypoints in the left half (right eye): {}.",
+                       few(*report.few_left_keypoints, report));
   }
   if (report.few_right_keypoints) {
-    return fmt::format("Too few keypoints in the right half (left eye): {}. {}",
-                       few(*report.few_right_keypoints, report), kRemedy);
+    return fmt::format("Too few keypoints in the right half (left eye): {}.",
+                       few(*report.few_right_keypoints, report));
   }
   if (report.few_matches) {
-    return fmt::format("Too few matches between the two halves: {}. {}", few(*report.few_matches, report),
-                       kRemedy);
+    return fmt::format("Too few matches between the two halves: {}.", few(*report.few_matches, report));
   }
   return fmt::format(
-      "Too few good matches: they fill {:.0f} % of the wanted places, and {:.0f} % are needed. {}",
-      100.0 * report.result.detection_ratio, 100.0 * report.settings.detection_ratio_th, kRemedy);
+      "Too few good matches: they fill {:.0f} % of the wanted places, and {:.0f} % are needed.",
+      100.0 * report.result.detection_ratio, 100.0 * report.settings.detection_ratio_th);
 }
 
-std::string quality_advice(const RunReport& report) {
-  const std::string_view file =
-      report.out_lens ? " The corrected lens file was written all the same; do not rely on it." : "";
-  return fmt::format(
-      "The matches fit no pose of the two eyes well enough. Check that the lens file belongs to this lens "
-      "and "
-      "frame, and take a frame with texture at several distances.{}",
-      file);
+// Why the status alone rules a result out.
+VerdictReason reason_of_status(const RunReport& report) {
+  switch (report.status) {
+    case TWINTRUE_TOO_FEW_MATCHES:
+      return {
+          "too_few_matches", too_few_found(report),
+          "Take a frame of a well-lit scene with texture all over both pictures, in focus and unscaled, or "
+          "go on regardless with --ignore-thresholds."};
+    case TWINTRUE_QUALITY_FAILED:
+      return {"quality", "The matches fit no pose of the two eyes well enough.",
+              "Check that the lens file belongs to this lens and frame, and take a frame with texture at "
+              "several distances."};
+    default:
+      return {"error", fmt::format("The calibration ended with status {} before the search.", report.status),
+              "Run again with -v to see what the library says."};
+  }
 }
 
-std::string verdict_of(const Measure& measure) {
+std::string file_note(const RunReport& report) {
+  if (report.out_lens) return fmt::format("The corrected lens file is {}.", *report.out_lens);
+  return "Give -o OUT_LENS to have the corrected lens file written.";
+}
+
+std::string file_warning(const RunReport& report) {
+  return report.out_lens ? " The corrected lens file was written all the same; do not rely on it." : "";
+}
+
+std::string test_of(const Measure& measure) {
   const std::optional<bool> passed = measure.passed();
   if (!measure.value) return "not reached";
   if (!passed) return "";
@@ -92,15 +105,63 @@ std::string wanted_of(const Measure& measure) {
   return "no threshold";
 }
 
-// Folds a text at blanks.
-std::string folded(std::string_view text) {
-  constexpr std::size_t kColumns = 88;
+// How far the matches fix a value, a standard deviation. `angle` in radians or a length in pixels.
+std::string fixed_to(double deviation, double prior, bool is_angle) {
+  if (is_open(deviation, prior)) return "not fixed";
+  // Deviations are estimates: two digits say enough.
+  if (is_angle) return fmt::format("+-{:.2g} deg", deviation * kDegreesPerRadian);
+  return fmt::format("+-{:.2g} px ", deviation);
+}
+
+std::string corrections_table(const RunReport& report) {
+  struct Row {
+    const char* label;
+    double right;
+    double left;
+    bool is_angle;
+  };
+  const CalibResult& r = report.result;
+  const std::array<Row, 5> rows{{{"pan", r.right_pan, r.left_pan, true},
+                                 {"tilt", r.right_tilt, r.left_tilt, true},
+                                 {"roll", r.right_roll, r.left_roll, true},
+                                 {"offset x", r.right_offset_x, r.left_offset_x, false},
+                                 {"offset y", r.right_offset_y, r.left_offset_y, false}}};
+  std::string out = fmt::format("{:<17}{:>14}{:>18}", "correction", "right eye", "left eye");
+  if (report.evidence) out += fmt::format("{:>18}{:>16}", "difference to", "both alike to");
+  out += '\n';
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const Row& row = rows[i];
+    if (row.is_angle) {
+      out += fmt::format("  {:<15}{:>+10.4f} deg{:>+14.4f} deg", row.label, row.right * kDegreesPerRadian,
+                         row.left * kDegreesPerRadian);
+    } else {
+      out += fmt::format("  {:<15}{:>+10.3f} px {:>+14.3f} px ", row.label, row.right, row.left);
+    }
+    if (report.evidence) {
+      const PoseFit& fit = report.evidence->fit;
+      const double prior = prior_of(i, report.frame_width);
+      // Two eyes whose values are known that well each: their difference and their mean.
+      const std::string difference =
+          fixed_to(fit.difference_sd[i], prior * std::numbers::sqrt2, row.is_angle);
+      const std::string common = fixed_to(fit.common_sd[i], prior / std::numbers::sqrt2, row.is_angle);
+      out += fmt::format("{:>18}{:>16}", difference, common);
+    }
+    out.erase(out.find_last_not_of(' ') + 1);
+    out += '\n';
+  }
+  return out;
+}
+
+// Folds a text at blanks. `indent` stands before every line but the first.
+std::string folded(std::string_view text, std::string_view indent = "") {
+  const std::size_t kColumns = 88 - indent.size();
   std::string out;
   std::size_t column = 0;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find(' '), text.size());
     if (column > 0 && column + 1 + end > kColumns) {
       out += '\n';
+      out += indent;
       column = 0;
     } else if (column > 0) {
       out += ' ';
@@ -120,10 +181,21 @@ std::optional<bool> Measure::passed() const {
   return rule == Rule::kAtLeast ? *value >= threshold : *value < threshold;
 }
 
+Verdict verdict_of(const RunReport& report) {
+  Verdict verdict;
+  if (report.evidence) verdict = judge_evidence(*report.evidence, report.frame_width);
+  if (report.status != TWINTRUE_CALIBRATED) {
+    verdict.outcome = Verdict::Outcome::kNotCalibrated;
+    verdict.reasons.insert(verdict.reasons.begin(), reason_of_status(report));
+  }
+  return verdict;
+}
+
 ExitCode exit_code_of(const RunReport& report) {
   switch (report.status) {
     case TWINTRUE_CALIBRATED:
-      return ExitCode::kCalibrated;
+      return verdict_of(report).outcome == Verdict::Outcome::kNotCalibrated ? ExitCode::kQualityFailed
+                                                                            : ExitCode::kCalibrated;
     case TWINTRUE_LENS_UNREADABLE:
       return ExitCode::kFileUnusable;
     case TWINTRUE_QUALITY_FAILED:
@@ -157,56 +229,40 @@ std::vector<Measure> measures_of(const RunReport& report) {
 }
 
 std::string advice_for(const RunReport& report) {
-  switch (report.status) {
-    case TWINTRUE_CALIBRATED:
-      if (report.out_lens) return fmt::format("Calibrated. The corrected lens file is {}.", *report.out_lens);
-      return "Calibrated. Give -o OUT_LENS to have the corrected lens file written.";
-    case TWINTRUE_TOO_FEW_MATCHES:
-      return too_few_advice(report);
-    case TWINTRUE_QUALITY_FAILED:
-      return quality_advice(report);
+  if (report.status != TWINTRUE_CALIBRATED) {
+    const VerdictReason reason = reason_of_status(report);
+    return fmt::format("{} {}{}", reason.found, reason.to_do, file_warning(report));
+  }
+  switch (verdict_of(report).outcome) {
+    case Verdict::Outcome::kNotCalibrated:
+      return fmt::format("Not calibrated: the pose found is not the one of the two eyes.{}",
+                         file_warning(report));
+    case Verdict::Outcome::kCalibratedBut:
+      return fmt::format("Calibrated, with the reservations above. {}", file_note(report));
     default:
-      return fmt::format(
-          "The calibration ended with status {} before the search. Run again with -v to see what the "
-          "library says.",
-          report.status);
+      return fmt::format("Calibrated. {}", file_note(report));
   }
 }
 
 std::string format_table(const RunReport& report) {
-  struct Row {
-    const char* label;
-    double right;
-    double left;
-    bool degrees;
-  };
-  const CalibResult& r = report.result;
-  const std::array<Row, 5> rows{{{"pan", r.right_pan, r.left_pan, true},
-                                 {"tilt", r.right_tilt, r.left_tilt, true},
-                                 {"roll", r.right_roll, r.left_roll, true},
-                                 {"offset x", r.right_offset_x, r.left_offset_x, false},
-                                 {"offset y", r.right_offset_y, r.left_offset_y, false}}};
   std::string out =
       fmt::format("frame     {} ({} x {})\nlens      {}\nsettings  {}\n\n", report.frame_path,
                   report.frame_width, report.frame_height, report.lens_path, report.settings_name);
-  if (r.error16 != kNotReached) {
-    out += fmt::format("{:<17}{:>14}{:>18}\n", "correction", "right eye", "left eye");
-    for (const Row& row : rows) {
-      if (row.degrees) {
-        out += fmt::format("  {:<15}{:>+10.4f} deg{:>+14.4f} deg\n", row.label, row.right * kDegreesPerRadian,
-                           row.left * kDegreesPerRadian);
-      } else {
-        out += fmt::format("  {:<15}{:>+10.3f} px {:>+14.3f} px\n", row.label, row.right, row.left);
-      }
-    }
-    out += '\n';
-  }
-  out += fmt::format("{:<17}{:>14}   {:<16}  {}\n", "measure", "found", "wanted", "verdict");
+  if (report.result.error16 != kNotReached) out += corrections_table(report) + "\n";
+  out += fmt::format("{:<17}{:>14}   {:<16}  {}\n", "measure", "found", "wanted", "test");
   for (const Measure& measure : measures_of(report)) {
     std::string line = fmt::format("  {:<15}{:>14}   {:<16}  {}", measure.label, number_of(measure),
-                                   wanted_of(measure), verdict_of(measure));
+                                   wanted_of(measure), test_of(measure));
     line.erase(line.find_last_not_of(' ') + 1);
     out += line + "\n";
+  }
+  const Verdict verdict = verdict_of(report);
+  out += fmt::format("\nverdict   {}\n", words_of(verdict.outcome));
+  // What the status says stands in the advice.
+  const std::size_t first = report.status == TWINTRUE_CALIBRATED ? 0 : 1;
+  for (std::size_t i = first; i < verdict.reasons.size(); ++i) {
+    const VerdictReason& reason = verdict.reasons[i];
+    out += "  - " + folded(fmt::format("{} {}", reason.found, reason.to_do), "    ");
   }
   return out + "\n" + folded(advice_for(report));
 }

@@ -9,7 +9,9 @@
 
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/Problem.h"
+#include "apps/cli/ResultEvidence.h"
 #include "apps/cli/SettingsCheck.h"
+#include "apps/cli/Verdict.h"
 #include "twintrue/calib.h"
 
 namespace twintrue::cli {
@@ -29,7 +31,8 @@ struct RunReport {
   std::optional<std::int64_t> few_left_keypoints;
   std::optional<std::int64_t> few_right_keypoints;
   std::optional<std::int64_t> few_matches;
-  std::optional<std::string> out_lens;  // the corrected file, if one was written
+  std::optional<ResultEvidence> evidence;  // of a search that ended
+  std::optional<std::string> out_lens;     // the corrected file, if one was written
   bool out_lens_wanted = false;
   double seconds = 0.0;
 };
@@ -47,6 +50,9 @@ struct Measure {
   // Nothing without a value or a threshold.
   std::optional<bool> passed() const;
 };
+
+// calib()'s status and the evidence together.
+Verdict verdict_of(const RunReport& report);
 
 ExitCode exit_code_of(const RunReport& report);
 

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <array>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <numbers>
@@ -71,6 +72,58 @@ Json measure(const Measure& measure) {
   return json;
 }
 
+Json part(const PartEvidence& part) {
+  return {{"matches", part.matches}, {"fitting_share", number(part.fitting)}, {"bias_px", number(part.bias)}};
+}
+
+// Deviations of the five values, in the units of the corrections.
+Json deviations(const std::array<double, 5>& values) {
+  Json json;
+  json["pan_deg"] = number(values[0] * kDegreesPerRadian);
+  json["tilt_deg"] = number(values[1] * kDegreesPerRadian);
+  json["roll_deg"] = number(values[2] * kDegreesPerRadian);
+  json["offset_x_px"] = number(values[3]);
+  json["offset_y_px"] = number(values[4]);
+  return json;
+}
+
+Json evidence_json(const ResultEvidence& evidence) {
+  Json json;
+  json["matches"] = evidence.matches;
+  json["fitting_share"] = {{"within_1_px", number(evidence.within[0])},
+                           {"within_2_px", number(evidence.within[1])},
+                           {"within_4_px", number(evidence.within[2])},
+                           {"within_2_px_before", number(evidence.before)}};
+  json["noise_px"] = number(evidence.noise);
+  json["systematic_px"] = number(evidence.systematic);
+  json["coverage"] = number(evidence.coverage);
+  json["unmoved_share"] = number(evidence.unmoved);
+  json["behind_share"] = number(evidence.behind);
+  json["parallax_spread_px"] = number(evidence.parallax_spread);
+  json["expected_error_px"] = number(evidence.fit.expected_error);
+  json["search_gap_px"] = number(evidence.fit.gap);
+  json["difference_deviation"] = deviations(evidence.fit.difference_sd);
+  json["common_deviation"] = deviations(evidence.fit.common_sd);
+  json["rings"] = Json::array();
+  for (const PartEvidence& ring : evidence.rings) json["rings"].push_back(part(ring));
+  json["quadrants"] = Json::array();
+  for (const PartEvidence& quadrant : evidence.quadrants) json["quadrants"].push_back(part(quadrant));
+  json["at_limit"] = {{"right_eye", evidence.right_at_limit}, {"left_eye", evidence.left_at_limit}};
+  return json;
+}
+
+Json verdict_json(const RunReport& report) {
+  const Verdict verdict = verdict_of(report);
+  Json json;
+  json["outcome"] = name_of(verdict.outcome);
+  json["reasons"] = Json::array();
+  for (const VerdictReason& reason : verdict.reasons) {
+    json["reasons"].push_back({{"key", reason.key}, {"found", reason.found}, {"to_do", reason.to_do}});
+  }
+  json["evidence"] = report.evidence ? evidence_json(*report.evidence) : Json(nullptr);
+  return json;
+}
+
 // File names need not be UTF-8: what is not becomes a replacement character.
 std::string dump(const Json& json) {
   return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
@@ -93,6 +146,7 @@ std::string format_json(const RunReport& report) {
   json["corrections"]["left_eye"] =
       eye(r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
   for (const Measure& each : measures_of(report)) json["measures"][each.key] = measure(each);
+  json["verdict"] = verdict_json(report);
   json["grid_cells"] = report.settings.cells;
   json["out_lens"] = report.out_lens ? Json(*report.out_lens) : Json(nullptr);
   json["seconds"] = number(report.seconds);

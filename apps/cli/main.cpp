@@ -19,13 +19,15 @@ using twintrue::cli::ExitCode;
 
 constexpr const char* kExitCodes =
     "Exit codes:\n"
-    "  0  calibrated\n"
+    "  0  calibrated, if need be with reservations (\"calibrated, but ...\")\n"
     "  1  anything not below, such as an output file that can't be written\n"
     "  2  usage: arguments that can't be carried out\n"
     "  3  input unreadable: FRAME, LENS or PARAMS is missing, unreadable, or FRAME is no picture\n"
     "  4  lens or parameter file unusable: its contents, or a frame smaller than the lens file says\n"
     "  5  too few keypoints or matches; no lens file is written\n"
-    "  6  quality test failed; the lens file is written all the same\n";
+    "  6  not calibrated: the quality test failed, or the matches speak against the result; the lens file "
+    "is\n"
+    "     written all the same\n";
 
 int run(int argc, char** argv) {
   CLI::App program("TwinTrue: calibration of dual-fisheye stereo lenses from one frame", "twintrue");

@@ -4,12 +4,16 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "apps/TwinTrue/ImageFormatConverter.h"
+#include "apps/TwinTrue/RunDriver.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/FrameFile.h"
 #include "apps/cli/InputFile.h"
@@ -19,6 +23,7 @@
 #include "apps/cli/Preset.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/Progress.h"
+#include "apps/cli/ResultEvidence.h"
 #include "apps/cli/RunReport.h"
 #include "apps/cli/SettingsCheck.h"
 #include "apps/cli/SettingsSource.h"
@@ -70,6 +75,33 @@ void check_out_lens(const CalibrateArguments& arguments, Outputs& outputs) {
   outputs.lens = std::make_unique<OutputFile>(target, taken);
 }
 
+class EvidenceGatherer final : public RunObserver {
+ public:
+  void on_searched(const CalibContext& context, const RigState& rig, const std::vector<RayMatch>& matches,
+                   const CalibResult& result) override {
+    evidence_ = gather_evidence(context, rig, matches, result);
+  }
+  std::optional<ResultEvidence> take() { return std::move(evidence_); }
+
+ private:
+  std::optional<ResultEvidence> evidence_;
+};
+
+// What calib() does, with a look at the matches behind its result: a second run would cost as much as the
+// first.
+std::int32_t calib_observed(const CalibImage& image, const RunPaths& paths, bool ignore_thresholds,
+                            CalibResult& result, RunObserver& observer) {
+  result = starting_result();
+  try {
+    cve::XMat_<float> frame;
+    if (!convert_frame(frame, image)) return TWINTRUE_FAILED;
+    return run_driver(frame, paths, ignore_thresholds, result, &observer);
+  } catch (const std::exception& failure) {
+    std::cerr << failure.what() << '\n';
+    return TWINTRUE_FAILED;
+  }
+}
+
 // Puts the corrected file in its place if there is one that is worth it.
 void keep_out_lens(const LensFacts& lens, Outputs& outputs, RunReport& report) {
   const ExitCode code = exit_code_of(report);
@@ -109,14 +141,16 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
                          frame.pixels.data(), 0};
   const std::string out_path = outputs.lens ? outputs.lens->temporary().string() : "";
   std::string chatter;
+  EvidenceGatherer gatherer;
   const auto start = std::chrono::steady_clock::now();
   {
     const Progress progress("calibrating");
     ChatterCapture capture(ChatterCapture::Streams::kOutput);
-    report.status = calib(&image, arguments.lens.c_str(), source.path().c_str(), out_path.c_str(),
-                          arguments.ignore_thresholds ? 1 : 0, &report.result);
+    report.status = calib_observed(image, {arguments.lens, source.path(), out_path},
+                                   arguments.ignore_thresholds, report.result, gatherer);
     chatter = capture.finish();
   }
+  report.evidence = gatherer.take();
   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (arguments.verbose) {
     std::cerr << chatter;
