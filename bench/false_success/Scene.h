@@ -1,0 +1,33 @@
+#pragma once
+
+// Frames made through the geometry of a lens: rendered scenes, and frames taken again by another rig.
+
+#include <functional>
+#include <string>
+
+#include "Picture.h"
+#include "lens/RigModel.h"
+
+namespace twintrue::false_success {
+
+// Throws std::runtime_error.
+RigState rig_of(const std::string& lens_text);
+
+// The brightness, 0 to 255, of what lies from a place in a direction, metres and the axes of the rig.
+using Look = std::function<double(const std::array<double, 3>& from, const std::array<double, 3>& ray)>;
+
+// What a rig sees, four rays a pixel.
+Picture render(const RigState& rig, const Look& look);
+
+// A room of 2.6 x 2.2 x 3.2 m round the rig, painted with noise of several sizes. With a `period` (metres)
+// the paint repeats.
+Look room(double period = 0.0);
+
+// What one eye of `taken` saw in `picture`, seen again by both eyes of `rig` as if all were far away.
+Picture far_scene(const Picture& picture, const RigState& taken, const RigState& rig);
+
+// The picture as eyes turned and moved from `taken` to `rig` take it, each from its own place: true to the
+// scene whatever its depth.
+Picture turned(const Picture& picture, const RigState& taken, const RigState& rig);
+
+}  // namespace twintrue::false_success
