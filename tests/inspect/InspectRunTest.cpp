@@ -32,14 +32,18 @@ std::vector<std::string> on_example(const std::string& command, std::vector<std:
   options.insert(options.begin(), {command, example("frame.jpg"), "--lens", example("nominal.lens")});
   return options;
 }
+std::vector<std::string> with_settings(std::vector<std::string> options = {}) {
+  options.insert(options.end(), {"--params", TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml"});
+  return options;
+}
 
 // Documents of the example frame, each made when a test first asks for it.
 const Csv& features() {
-  static const Csv csv = parse_csv(inspect_text(on_example("features", {"--side", "left"})));
+  static const Csv csv = parse_csv(inspect_text(on_example("features", with_settings({"--side", "left"}))));
   return csv;
 }
 const std::string& matches_text() {
-  static const std::string text = inspect_text(on_example("matches"));
+  static const std::string text = inspect_text(on_example("matches", with_settings()));
   return text;
 }
 const Csv& matches() {
@@ -47,7 +51,7 @@ const Csv& matches() {
   return csv;
 }
 const std::string& search_text() {
-  static const std::string text = inspect_text(on_example("search"));
+  static const std::string text = inspect_text(on_example("search", with_settings()));
   return text;
 }
 const Json& search() {
@@ -182,7 +186,7 @@ TEST(InspectRun, MatchesOfAFileTakeThePlaceOfTheFrame) {
   const TempDir dir;
   const std::vector<std::string> options{"--cells", std::to_string(kCells), "--lens",
                                          example("nominal.lens")};
-  const auto run_search = [&](const std::string& csv, std::vector<std::string> more = {}) {
+  const auto run_search = [&](const std::string& csv, std::vector<std::string> more = with_settings()) {
     std::vector<std::string> arguments{"search", "--matches", dir.write("matches.csv", csv)};
     arguments.insert(arguments.end(), options.begin(), options.end());
     arguments.insert(arguments.end(), more.begin(), more.end());

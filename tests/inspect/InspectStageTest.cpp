@@ -48,7 +48,7 @@ Picture read_tiff(const std::string& path) {
 class InspectStage : public testing::Test {
  protected:
   static constexpr int kHalf = kSmallWidth / 2;
-  static constexpr int kMargin = 40;  // of the preset's grid
+  static constexpr int kMargin = 40;  // of the settings' grid
   static constexpr int kCell = 64;
 
   static void SetUpTestSuite() {
@@ -71,8 +71,9 @@ class InspectStage : public testing::Test {
     const auto known = stages_.find(name);
     if (known != stages_.end()) return known->second;
     const std::string path = dir_->file(name + ".tif");
-    const cli_test::Outcome outcome = run_inspect({"stage", name, dir_->file("frame.png"), "--lens",
-                                                   dir_->file("small.lens"), "--side", "right", "-o", path});
+    const cli_test::Outcome outcome =
+        run_inspect({"stage", name, dir_->file("frame.png"), "--lens", dir_->file("small.lens"), "--params",
+                     TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml", "--side", "right", "-o", path});
     EXPECT_EQ(outcome.exit_code, 0) << name << outcome.error;
     EXPECT_EQ(outcome.out, "");
     return stages_[name] = read_tiff(path);
