@@ -64,6 +64,18 @@ TEST(XMat, SizesBeyondThirtyTwoBitsAreRefused) {
   EXPECT_THROW(cve::createWithMargin<float>({8, INT32_MAX}, 2), std::bad_alloc);
 }
 
+TEST(XMat, AnImageWithoutPixelsIsEmptyWhateverItsSize) {
+  for (const auto& [rows, cols] : {std::pair{0, 5}, {5, 0}, {0, 0}}) {
+    cve::XMat_<short> image;
+    image.create(4, 4);
+    EXPECT_FALSE(image.empty());
+    EXPECT_TRUE(image.create(rows, cols));
+    EXPECT_TRUE(image.empty());
+    ASSERT_NE(image.owner, nullptr);
+    EXPECT_TRUE(image.owner->empty());
+  }
+}
+
 TEST(XMat, MarginIsAddressableOnAllSides) {
   cve::XMat_<float> image = cve::createWithMargin<float>({5, 3}, 2);
   EXPECT_EQ(image.cols, 5);
