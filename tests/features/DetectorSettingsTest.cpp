@@ -4,6 +4,8 @@
 
 #include <limits>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "FeatureTestSupport.h"
 
@@ -14,6 +16,53 @@ fpu::DetectorSettings settings_of(const std::string& keys) {
   fpu::DetectorSettings settings;
   settings.read(twintrue::param_root_child(document, "RENO"));
   return settings;
+}
+
+TEST(DetectorSettingsTest, EveryKeyReachesItsField) {
+  using S = fpu::DetectorSettings;
+  const std::pair<const char*, std::int32_t S::*> keys[] = {
+      {"nfeatures", &S::nfeatures},
+      {"nlevels", &S::nlevels},
+      {"edgeThreshold", &S::edgeThreshold},
+      {"firstLevel", &S::firstLevel},
+      {"wta_k", &S::wta_k},
+      {"scoreType", &S::scoreType},
+      {"patchSize", &S::patchSize},
+      {"refining", &S::refining},
+      {"ds_mode", &S::ds_mode},
+      {"gamma_mode", &S::gamma_mode},
+      {"desc_gaus_size", &S::desc_gaus_size},
+      {"filter_mode", &S::filter_mode},
+      {"det_type", &S::det_type},
+      {"no_extrema_suppression", &S::no_extrema_suppression},
+      {"desc_image_mode", &S::desc_image_mode},
+      {"lpf_bit", &S::lpf_bit},
+      {"shift_abd", &S::shift_abd},
+      {"shift_det", &S::shift_det},
+      {"shift_res", &S::shift_res},
+      {"mul_subpixel", &S::mul_subpixel},
+      {"rnd_mode", &S::rnd_mode},
+      {"weightDist", &S::weightDist},
+      {"posLimit", &S::posLimit},
+      {"patchIntCalcPattern", &S::patchIntCalcPattern},
+  };
+  std::string text =
+      "  scaleFactor: 1.5\n  rotating: 1\n  h_sigma: 2.5\n  rSigma: 3.5\n  rndSeedMake: 4\n  rndSeedSelect: "
+      "5\n";
+  std::int32_t value = 101;
+  for (const auto& [key, field] : keys)
+    text += std::string("  ") + key + ": " + std::to_string(value++) + "\n";
+  auto document = testing_support::document_of("RENO:\n" + text);
+  S settings;
+  settings.read(twintrue::param_root_child(document, "RENO"));
+  value = 101;
+  for (const auto& [key, field] : keys) EXPECT_EQ(settings.*field, value++) << key;
+  EXPECT_EQ(settings.scaleFactor, 1.5);
+  EXPECT_TRUE(settings.rotating);
+  EXPECT_EQ(settings.h_sigma, 2.5f);
+  EXPECT_EQ(settings.rSigma, 3.5f);
+  EXPECT_EQ(settings.seedMake, 4u);
+  EXPECT_EQ(settings.seedSelect, 5u);
 }
 
 TEST(DetectorSettingsTest, DescriptorLength) {

@@ -30,6 +30,8 @@ TEST(GridTest, LaysBothDirectionsAlike) {
   const AxisCase cases[] = {
       {"  %_margin: -10\n", 1920, 13, true, 192, 120, 12},
       {"  %_margin: -1\n", 1000, 25, true, 20, 120, 8},
+      // -4294968960 is -1664 in 32 bits, and that divided by -100 cut to 16.
+      {"  %_margin: -2236963\n", 1920, 13, true, 16, 120, 15},
       {"  %_margin: 2\n", 1000, 13, true, 14, 120, 8},
       {"  %_margin: 30px\n", 1000, 13, true, 30, 120, 7},
       {"  %_margin: wide\n", 1000, 13, true, 14, 120, 8},

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 
 #include "FeatureTestSupport.h"
 #include "features/RENO_Impl.h"
@@ -196,6 +198,11 @@ TEST(RENOTest, BytesAndTheirLightGiveTheSameKeypoints) {
   pyramid.detect(0, bytes, store);
   pyramid.levelImages(levels);
   EXPECT_EQ(levels.images[0].stride, kCols + 2 * 18);
+  fpu::RENO_Impl wide;
+  configure(wide, "  lpf_bit: 12\n  filter_type: -1\n  patchSize: 25\n  edgeThreshold: 20\n");
+  wide.detect(0, bytes, store);
+  wide.levelImages(levels);
+  EXPECT_EQ(levels.images[0].stride, kCols + 2 * 21);
 }
 
 TEST(RENOTest, WithoutKeypointsOrPixelsNothingIsMade) {
@@ -228,6 +235,28 @@ TEST(RENOTest, WithoutKeypointsOrPixelsNothingIsMade) {
   dark.create(kRows, kCols);
   eager.detect(1, dark, outcome.store);
   EXPECT_EQ(outcome.store.count, 0);
+}
+
+// Keypoints that the sub-pixel step dropped still have rows, and still make the chain and its file. All
+// candidates in their order are no chain: they leave the file alone, and stop at the first keypoint only.
+TEST(RENOTest, DroppedKeypointsLeaveEmptyRowsAndTheHistogram) {
+  const testing_support::TempDir folder;
+  const testing_support::ScopedFolder here(folder.path());
+  std::filesystem::create_directory("histgram");
+  const fpu::Grid grid = test_grid();
+  for (const bool chain : {false, true}) {
+    fpu::RENO_Impl detector;
+    configure(detector, chain ? "" : "  wta_k: 2\n");
+    fpu::KeyPointStore store = store_for(grid);
+    detector.detect(1, testing_support::random_light(kCols, kRows, 1), store);
+    const std::int32_t count = store.count;
+    ASSERT_GT(count, 20);
+    std::fill(store.cellCounts.begin(), store.cellCounts.end(), 0);
+    cve::XMat_<unsigned char> descriptors;
+    detector.compute(1, store, descriptors);
+    EXPECT_EQ(pixels_of(descriptors), std::vector<unsigned char>(static_cast<std::size_t>(8 * count)));
+    EXPECT_EQ(std::filesystem::exists("histgram/hist_0.csv"), chain);
+  }
 }
 
 // A grid that reaches the rim of the image would have the derivatives read outside it.

@@ -83,7 +83,7 @@ TEST(ResponseTest, RowsEqualTheImage) {
         for (const int y : {0, 1, 2, 3, 4, 9, 5, 4, 4, 3, 33, 32, 0, 17}) {
           const std::vector<float> expected(steps.response.row(y), steps.response.row(y) + width);
           const std::vector<float> det(steps.det.row(y), steps.det.row(y) + width);
-          for (const float least : {0.01f, 10.0f, 700.0f, 1e7f}) {
+          for (const float least : {0.01f, 0.02f, 10.0f, 700.0f, 1e7f}) {
             SCOPED_TRACE(testing::Message() << width << ' ' << y << ' ' << least);
             std::vector<float> found(length, -1.0f);
             std::vector<float> found_det(length);

@@ -1,8 +1,11 @@
 #include "features/Selection.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <random>
 
 #include "FeatureTestSupport.h"
@@ -64,6 +67,19 @@ TEST(SelectionTest, ComparesTheWholePartAndClipsTheScore) {
   EXPECT_EQ(scores(0.0f), (std::vector<int>{whole(0.01f), 50, whole(655.35f), 65535, 65535, 65535}));
   EXPECT_EQ(scores(50.0f), (std::vector<int>{whole(655.35f), 65535, 65535, 65535}));
   EXPECT_EQ(scores(300000.0f), (std::vector<int>{65535, 65535}));
+}
+
+TEST(SelectionDeathTest, LackOfScratchEndsTheProcessWithALineOnStandardOutput) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  // A death test reads standard error alone, so standard output takes its place.
+  EXPECT_EXIT(
+      {
+        std::fflush(stdout);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        if (std::freopen("/dev/null", "w", stderr) == nullptr) std::_Exit(1);
+        fpu::end_for_lack_of_scratch();
+      },
+      testing::ExitedWithCode(255), "^FastBuf new error\n$");
 }
 
 }  // namespace
