@@ -252,6 +252,30 @@ TEST(CorrectCellsTest, ACrowdedCellIsCutButVotesInFullElsewhere) {
   EXPECT_EQ(set.total, 129);
 }
 
+// Whoever lacks a partner neither votes, nor counts as a voter, nor stays.
+TEST(CorrectCellsTest, VectorsWithoutAPartnerTakeNoPart) {
+  Scene scene({2, 1, 100, 100, 20});
+  CorrectionSettings& s = scene.unit.mvcSettings;
+  s.score_mode = {6, 6, 6, 6};
+  s.normalizing = 1;
+  s.normalizing_coeff = 100;
+  s.max_score = 1000;
+  MatchSet set(scene.unit, 1);
+  for (int i = 0; i < 4; ++i) join(scene, set, 30, 50, 35, 50, 16);
+  join(scene, set, 30, 50, 55, 50, 16);
+  for (int i = 0; i < 3; ++i) join(scene, set, 170, 50, 175, 50, 16);
+  for (MatchVector* v : {set.cell(0), set.cell(0) + 4, set.cell(1) + 1}) {
+    v->id_b = v->cell_b = v->slot_b = -1;
+  }
+  correct_cells(s, *scene.a, *scene.b, set);
+  EXPECT_EQ(set.total, 5);
+  EXPECT_EQ(set.count(0), 3);
+  EXPECT_EQ(set.cell(0)[0].id_a, 1);
+  // Three of the cell and two beside it, all alike.
+  EXPECT_EQ(set.cell(0)[0].score1, 100);
+  EXPECT_EQ(set.cell(1)[1].score1, 100);
+}
+
 TEST(CorrectCellsTest, AVectorIsNearItselfExceptInTheSecondScore) {
   Scene scene;
   CorrectionSettings& s = scene.unit.mvcSettings;

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <random>
 
 #include "PlainCorrection.h"
@@ -11,6 +13,7 @@
 #include "matching/MatchScene.h"
 #include "matching/MatchSet.h"
 #include "matching/Matching.h"
+#include "matching/VoteKernel.h"
 
 namespace fpu {
 namespace {
@@ -71,6 +74,52 @@ TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
       ASSERT_FALSE(HasFatalFailure());
       EXPECT_EQ(settings.gmv_x, plain_settings.gmv_x);
       EXPECT_EQ(settings.gmv_y, plain_settings.gmv_y);
+    }
+  }
+}
+
+// Lengths and votes about the largest that 32 bits allow for, and beyond.
+TEST(SumVotesTest, TheFastFormGivesTheSameAtTheEndsOfItsRange) {
+  constexpr std::size_t kCount = 2 * kVoterBlock;
+  constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+  constexpr std::int32_t kFar = 1 << 29;  // as far as displacements go
+  std::mt19937 random(23);
+  for (const std::int32_t radius : {0, 1, 32765, 32766, 32767, 46341, kMost}) {
+    for (const std::int32_t votes : {1000, kMost / 32, kMost / 32 + 1, kMost}) {
+      const bool all_vote = votes > 1000;
+      VoteLimits limits{{radius, radius / 2, radius, 0}, radius};
+      VoterColumns voters;
+      for (std::size_t w = 0; w < kCount; ++w) {
+        // Right at a limit, just past it, and far off.
+        const std::int32_t lengths[] = {0, 1, radius / 2, radius, radius < kFar ? radius + 1 : kFar, kFar};
+        for (auto* column : {&voters.dx, &voters.dy, &voters.x, &voters.y}) {
+          const std::int32_t length = all_vote ? 0 : std::min(lengths[uniform_int(random, 0, 5)], kFar);
+          column->push_back(w % 2 == 0 ? 0 : w % 4 == 1 ? length : -length);
+        }
+        for (std::size_t i = 0; i < kScores; ++i) {
+          voters.near_votes[i].push_back(i == 3 ? -votes : votes);
+          voters.far_votes[i].push_back(i == 3 ? -votes + 1 : votes - 1);
+        }
+      }
+      for (const VotedFor vector : {VotedFor{0, 0, 0, 0}, VotedFor{kFar, -kFar, 7, -kFar}}) {
+        VoteSums expected{};
+        for (std::size_t w = 0; w < kCount; ++w) {
+          const auto length2 = [](std::int64_t x, std::int64_t y) { return x * x + y * y; };
+          const auto dd =
+              length2(std::int64_t{voters.dx[w]} - vector.dx, std::int64_t{voters.dy[w]} - vector.dy);
+          const auto pp = length2(std::int64_t{voters.x[w]} - vector.x, std::int64_t{voters.y[w]} - vector.y);
+          for (std::size_t i = 0; i < kScores; ++i) {
+            if (dd > limits.radius[i] * limits.radius[i]) continue;
+            const bool near = i == 1 ? pp < limits.near * limits.near : pp <= limits.near * limits.near;
+            expected[i] += (near ? voters.near_votes : voters.far_votes)[i][w];
+          }
+        }
+        for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+          VoteSums sums{};
+          sum_votes(set, limits, kCount, votes)(voters, kCount, limits, vector, sums);
+          EXPECT_EQ(sums, expected) << radius << ", " << votes << " votes, set " << static_cast<int>(set);
+        }
+      }
     }
   }
 }

@@ -65,11 +65,11 @@ TEST_P(PlainMatchingTest, TheFastFormGivesTheSame) {
   std::mt19937 random(static_cast<std::uint32_t>(100 + GetParam()));
   const Raster rasters[] = {
       {}, {1, 1, 240, 160, 400}, {9, 7, 17, 23, 6}, {40, 3, 8, 60, 3}, {3, 3, 90, 50, 70}};
-  const std::size_t widths[] = {32, 8, 32, 16, 5, 40, 32, 64, 15, 1};
+  const std::size_t widths[] = {32, 8, 32, 16, 5, 40, 32, 64, 15, 1, 160};
   const int before = omp_get_max_threads();
   for (int round = 0; round < 60; ++round) {
     Scene scene(rasters[round % 5]);
-    const std::size_t bytes = widths[round % 10];
+    const std::size_t bytes = widths[round % 11];
     fill_randomly(*scene.a, random, uniform_int(random, 3, 300), bytes);
     fill_randomly(*scene.b, random, uniform_int(random, 1, 500), bytes);
     if (round % 4 == 3) scene.b->store.records[0].octave = 1;
@@ -134,6 +134,34 @@ TEST(AreaKernelTest, MeasuresTheLanesOfTheRunOnly) {
         std::vector<std::int32_t> found(run.blocks() * kLanes);
         found.resize(kernel.collect(distances.data(), run.blocks(), 130, found.data()));
         ASSERT_EQ(found, within) << begin << " to " << end;
+      }
+    }
+  }
+}
+
+// Descriptors that differ in every bit, up to more words than a byte can count the bits of.
+TEST(AreaKernelTest, CountsEveryBitOfLongDescriptors) {
+  for (const std::int32_t bytes : {8, 32, 124, 125, 128, 160, 300}) {
+    for (const std::int32_t weight : {0, 3}) {
+      Scene scene({1, 1, 240, 160, 20});
+      for (int i = 0; i < 18; ++i) add_keypoint(*scene.b, static_cast<float>(30 + i), 40, 9);
+      set_descriptors(*scene.b, std::vector(18, Descriptor(static_cast<std::size_t>(bytes), 0xFF)));
+      const std::int32_t split = 4 * bytes;
+      const DescriptorWords order(bytes, split, weight);
+      const PackedKeypoints packed(*scene.b, order);
+      const std::vector<std::uint32_t> words(order.count(), 0);
+      const Descriptor zeros(descriptor_span(bytes), 0x00);
+      const std::uint32_t expected =
+          descriptor_distance(zeros.data(), scene.b->descriptors.row(0), bytes, split, weight);
+      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+        std::vector<Lanes<std::uint32_t>> distances(2);
+        Lanes<std::uint32_t> minima;
+        minima.v.fill(kOutside);
+        area_kernel(set).measure(packed, order, {30, 40, 99, 99, words.data()}, {0, 17}, distances.data(),
+                                 minima);
+        EXPECT_EQ(distances[0].v[0], expected) << bytes << " bytes, set " << static_cast<int>(set);
+        EXPECT_EQ(distances[1].v[0], expected) << bytes << " bytes, set " << static_cast<int>(set);
+        EXPECT_EQ(distances[1].v[1], kOutside);
       }
     }
   }
