@@ -109,8 +109,8 @@ std::string wanted_of(const Measure& measure) {
 std::string fixed_to(double deviation, double prior, bool is_angle) {
   if (is_open(deviation, prior)) return "not fixed";
   // Deviations are estimates: two digits say enough.
-  if (is_angle) return fmt::format("+-{:.2g} deg", deviation * kDegreesPerRadian);
-  return fmt::format("+-{:.2g} px ", deviation);
+  if (is_angle) return fmt::format("{:.2g} deg", deviation * kDegreesPerRadian);
+  return fmt::format("{:.2g} px ", deviation);
 }
 
 std::string corrections_table(const RunReport& report) {
@@ -127,7 +127,7 @@ std::string corrections_table(const RunReport& report) {
                                  {"offset x", r.right_offset_x, r.left_offset_x, false},
                                  {"offset y", r.right_offset_y, r.left_offset_y, false}}};
   std::string out = fmt::format("{:<17}{:>14}{:>18}", "correction", "right eye", "left eye");
-  if (report.evidence) out += fmt::format("{:>18}{:>16}", "difference to", "both alike to");
+  if (report.evidence) out += fmt::format("{:>18}{:>16}", "difference +-", "in common +-");
   out += '\n';
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const Row& row = rows[i];
@@ -148,6 +148,10 @@ std::string corrections_table(const RunReport& report) {
     }
     out.erase(out.find_last_not_of(' ') + 1);
     out += '\n';
+  }
+  if (report.evidence) {
+    out +=
+        "  +-: how well the frame fixes the right eye against the left one, and what both have in common\n";
   }
   return out;
 }

@@ -51,5 +51,46 @@ TEST(RunReport, TakesAnInfiniteQualityAsPassed) {
   EXPECT_EQ(measures.at("error16").at("below"), 3.0);
 }
 
+// A result that calib() passes and the matches do not.
+TEST(RunReport, EndsWithTheVerdictOfTheMatches) {
+  RunReport report = report_of(TWINTRUE_CALIBRATED);
+  report.frame_width = 2048;
+  report.result.error16 = 0.5;
+  report.out_lens = "corrected.lens";
+  ResultEvidence evidence;
+  evidence.within = {0.9, 0.97, 0.98};
+  evidence.parallax_spread = 10.0;
+  const double angle = prior_of(1, report.frame_width);
+  evidence.fit.common_sd = {0.1 * angle, angle, 0.1 * angle, 0.0, 0.0};
+  report.evidence = evidence;
+  EXPECT_EQ(verdict_of(report).outcome, Verdict::Outcome::kCalibrated);
+  EXPECT_EQ(exit_code_of(report), ExitCode::kCalibrated);
+  const std::string good = format_table(report);
+  EXPECT_THAT(good, HasSubstr("verdict   calibrated\n"));
+  EXPECT_THAT(good, testing::ContainsRegex("tilt[^\n]*not fixed\n"));
+  EXPECT_THAT(good, testing::Not(testing::ContainsRegex("pan[^\n]*not fixed")));
+
+  report.evidence->systematic = 3.0;
+  EXPECT_EQ(exit_code_of(report), ExitCode::kQualityFailed);
+  const std::string bad = format_table(report);
+  EXPECT_THAT(bad, HasSubstr("verdict   not calibrated\n"));
+  EXPECT_THAT(bad, HasSubstr("off by 3.00 pixels"));
+  EXPECT_THAT(bad, HasSubstr("do not rely on it"));
+  const auto json = nlohmann::json::parse(format_json(report));
+  EXPECT_EQ(json.at("exit_code"), 6);
+  EXPECT_EQ(json.at("calib_status"), 0);
+  EXPECT_EQ(json.at("verdict").at("outcome"), "not_calibrated");
+  EXPECT_EQ(json.at("verdict").at("reasons").at(0).at("key"), "systematic");
+  EXPECT_EQ(json.at("verdict").at("evidence").at("systematic_px"), 3.0);
+
+  // What the status says leads, and needs no evidence.
+  report.status = TWINTRUE_TOO_FEW_MATCHES;
+  report.evidence.reset();
+  EXPECT_EQ(verdict_of(report).outcome, Verdict::Outcome::kNotCalibrated);
+  ASSERT_EQ(verdict_of(report).reasons.size(), 1U);
+  EXPECT_EQ(verdict_of(report).reasons[0].key, "too_few_matches");
+  EXPECT_TRUE(nlohmann::json::parse(format_json(report)).at("verdict").at("evidence").is_null());
+}
+
 }  // namespace
 }  // namespace twintrue::cli

@@ -143,7 +143,7 @@ TEST(Verdict, TellsTrueResultsFromFalseOnes) {
          matches = from;
          keep(matches, [](const RayMatch& m) { return std::hypot(m.x_a - 560.0f, m.y_a - 480.0f) < 40.0f; });
        }},
-      {"nothing but far things", Outcome::kCalibratedBut, {"no_parallax"}, move_far},
+      {"nothing but far things", Outcome::kNotCalibrated, {"no_parallax"}, move_far},
       {"one picture twice",
        Outcome::kNotCalibrated,
        {"same_picture"},
