@@ -275,21 +275,23 @@ TEST(RENODeathTest, SettingsThatCantBeCarriedOutAbort) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const fpu::Grid grid = test_grid();
   const cve::XMat_<float> light = testing_support::random_light(kCols, kRows, 1);
-  const struct {
-    const char* keys;
-    const cve::XMat* image;
-    std::int32_t slot;
-  } cases[] = {
-      {"  det_type: 8\n", &light, 1}, {"  lpf_bit: 1\n", &light, 1},         {"  wta_k: 2\n", &light, 1},
-      {"  wta_k: 3\n", &light, 1},    {"  desc_image_mode: 1\n", &light, 1},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.keys);
+  for (const char* keys :
+       {"  det_type: 8\n", "  lpf_bit: 1\n", "  wta_k: 2\n", "  wta_k: 3\n", "  desc_image_mode: 1\n"}) {
+    SCOPED_TRACE(keys);
     EXPECT_EXIT(
         {
           fpu::RENO_Impl detector;
-          configure(detector, test.keys);
-          run(detector, *test.image, grid);
+          configure(detector, keys);
+          run(detector, light, grid);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+  }
+  for (const std::int32_t slot : {-1, 2}) {
+    EXPECT_EXIT(
+        {
+          fpu::RENO_Impl detector;
+          fpu::KeyPointStore store = store_for(grid);
+          detector.detect(slot, light, store);
         },
         testing::KilledBySignal(SIGABRT), "");
   }
