@@ -16,7 +16,7 @@ TWINTRUE_INLINE std::uint32_t look_up_block(const std::uint32_t* __restrict stre
   alignas(64) std::uint32_t within[kBlock];
   std::uint32_t all = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    std::uint32_t bits;
+    std::uint32_t bits = 0;
     std::memcpy(&bits, values + i, sizeof bits);
     all |= bits;
     std::int32_t stretch = static_cast<std::int32_t>(bits >> kStretchBits) - kFirst;

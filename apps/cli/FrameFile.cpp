@@ -44,7 +44,7 @@ float srgb_from_linear(float v) {
 std::uint8_t byte_from_unit(float v) {
   // The first comparison also takes what is no number.
   if (!(v > 0.0f)) return 0;
-  return static_cast<std::uint8_t>(std::min(v, 1.0f) * 255.0f + 0.5f);
+  return static_cast<std::uint8_t>(std::lround(std::min(v, 1.0f) * 255.0f));
 }
 
 void check_size(const std::string& path, const OIIO::ImageSpec& spec) {

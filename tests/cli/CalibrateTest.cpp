@@ -8,9 +8,11 @@
 #include <nlohmann/json.hpp>
 #include <numbers>
 
+#include "apps/cli/FrameFile.h"
 #include "cli/Fixtures.h"
 #include "cli/IndependentRig.h"
 #include "cli/ProgramRun.h"
+#include "twintrue/calib.h"
 
 namespace {
 
@@ -73,6 +75,38 @@ TEST(Calibrate, CorrectsTheExampleFrame) {
   for (const char* measure : {"detection_ratio", "quality", "error16"}) {
     EXPECT_EQ(json.at("measures").at(measure).at("passed"), true) << measure;
   }
+}
+
+// The program and a host program get the same numbers to the last bit.
+TEST(Calibrate, GivesWhatTheLibraryGives) {
+  const testing_support::TempDir dir;
+  const std::string lens = cli_test::example("nominal.lens");
+  const std::string params = TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml";
+  const std::string json_path = dir.file("result.json");
+  const Outcome outcome =
+      run_program({"calibrate", cli_test::example("frame.jpg"), "--lens", lens, "--params", params, "-o",
+                   dir.file("program.lens"), "--json", json_path});
+  const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+
+  const twintrue::cli::Frame frame = twintrue::cli::read_frame(cli_test::example("frame.jpg"));
+  const CalibImage image{frame.width, frame.height, static_cast<std::int32_t>(frame.width * 3),
+                         frame.pixels.data(), 0};
+  CalibResult result{};
+  EXPECT_EQ(calib(&image, lens.c_str(), params.c_str(), dir.file("library.lens").c_str(), 0, &result),
+            json.at("calib_status"));
+  const auto& right = json.at("corrections").at("right_eye");
+  const auto& left = json.at("corrections").at("left_eye");
+  EXPECT_EQ(result.right_pan, right.at("pan_rad"));
+  EXPECT_EQ(result.right_tilt, right.at("tilt_rad"));
+  EXPECT_EQ(result.right_roll, right.at("roll_rad"));
+  EXPECT_EQ(result.right_offset_x, right.at("offset_x_px"));
+  EXPECT_EQ(result.right_offset_y, right.at("offset_y_px"));
+  EXPECT_EQ(result.left_pan, left.at("pan_rad"));
+  EXPECT_EQ(result.left_roll, left.at("roll_rad"));
+  EXPECT_EQ(result.score, json.at("measures").at("score").at("value"));
+  EXPECT_EQ(result.quality, json.at("measures").at("quality").at("value"));
+  EXPECT_EQ(testing_support::read_file(dir.file("program.lens")),
+            testing_support::read_file(dir.file("library.lens")));
 }
 
 class LargeFrame : public testing::TestWithParam<const char*> {};

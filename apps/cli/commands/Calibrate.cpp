@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -12,8 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "apps/TwinTrue/ImageFormatConverter.h"
-#include "apps/TwinTrue/RunDriver.h"
+#include "apps/TwinTrue/Calibration.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/FrameFile.h"
 #include "apps/cli/InputFile.h"
@@ -87,21 +85,6 @@ class EvidenceGatherer final : public RunObserver {
   std::optional<ResultEvidence> evidence_;
 };
 
-// What calib() does, with a look at the matches behind its result: a second run would cost as much as the
-// first.
-std::int32_t calib_observed(const CalibImage& image, const RunPaths& paths, bool ignore_thresholds,
-                            CalibResult& result, RunObserver& observer) {
-  result = starting_result();
-  try {
-    cve::XMat_<float> frame;
-    if (!convert_frame(frame, image)) return TWINTRUE_FAILED;
-    return run_driver(frame, paths, ignore_thresholds, result, &observer);
-  } catch (const std::exception& failure) {
-    std::cerr << failure.what() << '\n';
-    return TWINTRUE_FAILED;
-  }
-}
-
 // Puts the corrected file in its place if there is one that is worth it.
 void keep_out_lens(const LensFacts& lens, Outputs& outputs, RunReport& report) {
   const ExitCode code = exit_code_of(report);
@@ -146,8 +129,9 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   {
     const Progress progress("calibrating");
     ChatterCapture capture(ChatterCapture::Streams::kOutput);
-    report.status = calib_observed(image, {arguments.lens, source.path(), out_path},
-                                   arguments.ignore_thresholds, report.result, gatherer);
+    report.status =
+        twintrue::calibrate(&image, arguments.lens.c_str(), source.path().c_str(), out_path.c_str(),
+                            arguments.ignore_thresholds, &report.result, &gatherer);
     chatter = capture.finish();
   }
   report.evidence = gatherer.take();
