@@ -316,12 +316,14 @@ TWINTRUE_INLINE void rays_of(const RayEye& eye, std::size_t count, const double*
   double* __restrict y_out = rays.y;
   double* __restrict z_out = rays.z;
   const double* const table = eye.table;
+  const double per_v = 1.0 / eye.magnify_v;
+  const double per_h = 1.0 / eye.magnify_h;
   for (std::size_t i = 0; i < count; ++i) {
     double u = (px[i] - eye.center_x - eye.offset_x) * eye.unit_per_px;
     double v = -(py[i] - eye.center_y + eye.offset_y) * eye.unit_per_px;
     if constexpr (kKind == 2) {
-      u = u / eye.magnify_v;
-      v = v / eye.magnify_h;
+      u = u * per_v;
+      v = v * per_h;
     }
     const double r = __builtin_sqrt(u * u + v * v);
     const double s = r * eye.table_scale;
@@ -334,8 +336,8 @@ TWINTRUE_INLINE void rays_of(const RayEye& eye, std::size_t count, const double*
     u = u * f;
     v = v * f;
     if constexpr (kKind == 1) {
-      u = u / eye.magnify_v;
-      v = v / eye.magnify_h;
+      u = u * per_v;
+      v = v * per_h;
     }
     const double rho = __builtin_sqrt(u * u + v * v);
     const double towards = 1.0 / (rho + kTiny);

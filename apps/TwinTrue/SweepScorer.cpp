@@ -196,8 +196,8 @@ void SweepScorer::prepare(const std::vector<PoseCandidate>& poses) {
   prepare_eye(rig_.current.right, false, poses, right_rays_);
 }
 
-void SweepScorer::reorder(std::vector<double>& values, const std::vector<std::uint32_t>& order) {
-  std::vector<double> before(values.size());
+void SweepScorer::reorder(AlignedDoubles& values, const std::vector<std::uint32_t>& order) {
+  AlignedDoubles before(values.size());
   before.swap(values);
   for (std::size_t i = 0; i < order.size(); ++i) values[i] = before[order[i]];
 }
@@ -226,10 +226,10 @@ void SweepScorer::put_least_first(const CalibResult& pose) {
       order[place[step[i]]++] = static_cast<std::uint32_t>(i);
     }
   }
-  for (std::vector<double>* values : {&x_a_, &y_a_, &x_b_, &y_b_, &x_left_}) reorder(*values, order);
+  for (AlignedDoubles* values : {&x_a_, &y_a_, &x_b_, &y_b_, &x_left_}) reorder(*values, order);
   for (RayCache* cache : {&left_rays_, &right_rays_}) {
     for (auto& [offsets, rays] : *cache) {
-      for (std::vector<double>* values : {&rays.x, &rays.y, &rays.z}) reorder(*values, order);
+      for (AlignedDoubles* values : {&rays.x, &rays.y, &rays.z}) reorder(*values, order);
     }
   }
 }

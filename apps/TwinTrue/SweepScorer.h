@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,21 @@ namespace twintrue {
 
 // Relative distance to the plain form that scores keep.
 inline constexpr double kSweepTolerance = 1e-9;
+
+// Doubles whose first stands where a widest vector's would: no load of a block then spans two cache lines.
+template <typename T>
+struct VectorAligned {
+  using value_type = T;
+  static constexpr std::align_val_t kAlignment{64};
+
+  VectorAligned() = default;
+  template <typename U>
+  VectorAligned(const VectorAligned<U>&) {}
+  T* allocate(std::size_t count) { return static_cast<T*>(::operator new(count * sizeof(T), kAlignment)); }
+  void deallocate(T* memory, std::size_t) { ::operator delete(memory, kAlignment); }
+  friend bool operator==(const VectorAligned&, const VectorAligned&) { return true; }
+};
+using AlignedDoubles = std::vector<double, VectorAligned<double>>;
 
 class SweepScorer {
  public:
@@ -66,7 +82,7 @@ class SweepScorer {
     SweepErrorsFn errors;
   };
   struct Rays {
-    std::vector<double> x, y, z;
+    AlignedDoubles x, y, z;
   };
   using Offsets = std::pair<double, double>;
   using RayCache = std::map<Offsets, Rays>;
@@ -75,7 +91,7 @@ class SweepScorer {
   // Terms of matches with these errors, 0 for one that adds nothing. The sum of the weights, where the
   // divider asks for it.
   double terms_of(const double* errors, std::size_t count, double* terms) const;
-  static void reorder(std::vector<double>& values, const std::vector<std::uint32_t>& order);
+  static void reorder(AlignedDoubles& values, const std::vector<std::uint32_t>& order);
   Rays unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets) const;
   void prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
                    RayCache& cache) const;
@@ -88,8 +104,8 @@ class SweepScorer {
   ScorePass pass_;
   const RigState& rig_;
   std::size_t size_ = 0;
-  std::vector<double> x_a_, y_a_, x_b_, y_b_;
-  std::vector<double> x_left_;  // of the left eye's keypoint in the frame
+  AlignedDoubles x_a_, y_a_, x_b_, y_b_;
+  AlignedDoubles x_left_;  // of the left eye's keypoint in the frame
   std::vector<Group> groups_;
   RayCache left_rays_, right_rays_;
   SweepExpFn exp_;
