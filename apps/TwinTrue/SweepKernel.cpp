@@ -181,6 +181,10 @@ TWINTRUE_INLINE void errors_of(const SweepPose& pose, const MatchBlock& m, std::
 //  - The azimuth's sine and cosine and the distortion share one denominator.
 //  - The two eyes' quotients are had from one division, by the product of their denominators.
 //
+// One step follows from the other all the way, so a processor that had the whole way of a few matches before
+// it would mostly wait. The block goes it in three parts, each short enough that many matches are on it at a
+// time.
+//
 // The projection keeps a point off its axis by an epsilon. Beside a point that isn't within some tens of
 // micrometres of the eye's horizontal plane it is nothing; the others are counted as delicate, and the block
 // is to be done again in the full form.
@@ -216,6 +220,80 @@ TWINTRUE_INLINE double angle_off(const Approach& at, double quotient) {
   return at.r.z > 0.0 ? 2.0 - b : b;
 }
 
+// What stands between the parts, for one eye: first a point in the rig's frame and the projection's epsilon
+// at its length, then the point's place across the axis in the eye's frame, its distance and its angle.
+struct LeanEye {
+  alignas(64) double x[kSweepBlock];
+  alignas(64) double y[kSweepBlock];
+  alignas(64) double z_then_across[kSweepBlock];
+  alignas(64) double epsilon_then_angle[kSweepBlock];
+};
+
+// Where each ray's point stands for the other eye. Leaves 0 in errors for a match that counts, else infinity.
+TWINTRUE_INLINE void place_points(const SweepPose& pose, const MatchBlock& m, std::size_t count,
+                                  LeanEye& to_a, LeanEye& to_b, double* __restrict errors) {
+  const SweepEye& left = pose.left;
+  const SweepEye& right = pose.right;
+  const double half_w = 0.5 * (right.position[0] - left.position[0]);
+  const double* __restrict lx = m.left_rays.x;
+  const double* __restrict ly = m.left_rays.y;
+  const double* __restrict lz = m.left_rays.z;
+  const double* __restrict rx = m.right_rays.x;
+  const double* __restrict ry = m.right_rays.y;
+  const double* __restrict rz = m.right_rays.z;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Point d0 = turn(left.rig_from_eye, {lx[i], ly[i], lz[i]});
+    const Point d1 = turn(right.rig_from_eye, {rx[i], ry[i], rz[i]});
+    const double nx = d0.y * d1.z - d0.z * d1.y;
+    const double ny = d0.z * d1.x - d0.x * d1.z;
+    const double nz = d0.x * d1.y - d0.y * d1.x;
+    const double nn = nx * nx + ny * ny + nz * nz;
+    // The eyes differ in x alone, so depth times nn is a sum of four products.
+    const double z_nn = half_w * ((d1.y * nz - d1.z * ny) * d0.z + (d0.y * nz - d0.z * ny) * d1.z);
+    // depth_low < depth < depth_high, of depth = -z_nn / nn and nn > 0.
+    const double depth_nn = -z_nn;
+    const bool counts = (nn != 0.0) & (depth_nn > pose.depth_low * nn) & (depth_nn < pose.depth_high * nn);
+    errors[i] = counts ? 0.0 : kInfinity;
+    // Turned round where the ray points backwards.
+    const double length_0 = turned_round(z_nn, d0.z);
+    const double length_1 = turned_round(z_nn, d1.z);
+    const double base_0 = absolute(d0.z) * nn;
+    const double base_1 = absolute(d1.z) * nn;
+    to_a.x[i] = length_0 * d0.x - pose.baseline * base_0;
+    to_a.y[i] = length_0 * d0.y;
+    to_a.z_then_across[i] = length_0 * d0.z;
+    to_b.x[i] = length_1 * d1.x + pose.baseline * base_1;
+    to_b.y[i] = length_1 * d1.y;
+    to_b.z_then_across[i] = length_1 * d1.z;
+    // No depth makes a point of a ray without z: as delicate as can be.
+    to_a.epsilon_then_angle[i] = d0.z == 0.0 ? kInfinity : kEpsilon * (base_0 * base_0);
+    to_b.epsilon_then_angle[i] = d1.z == 0.0 ? kInfinity : kEpsilon * (base_1 * base_1);
+  }
+}
+
+// The points' angles off the axes. Returns how many matches that count are delicate.
+TWINTRUE_INLINE std::uint64_t measure_angles(const SweepPose& pose, std::size_t count, LeanEye& to_a,
+                                             LeanEye& to_b, const double* __restrict errors) {
+  std::uint64_t delicate = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Approach a =
+        approach(pose.right, {to_a.x[i], to_a.y[i], to_a.z_then_across[i]}, to_a.epsilon_then_angle[i]);
+    const Approach b =
+        approach(pose.left, {to_b.x[i], to_b.y[i], to_b.z_then_across[i]}, to_b.epsilon_then_angle[i]);
+    const double both = 1.0 / (a.high * b.high);
+    to_a.x[i] = a.r.x;
+    to_a.y[i] = a.r.y;
+    to_a.z_then_across[i] = a.across;
+    to_a.epsilon_then_angle[i] = angle_off(a, a.low * (b.high * both));
+    to_b.x[i] = b.r.x;
+    to_b.y[i] = b.r.y;
+    to_b.z_then_across[i] = b.across;
+    to_b.epsilon_then_angle[i] = angle_off(b, b.low * (a.high * both));
+    delicate += ((errors[i] == 0.0) & (a.delicate | b.delicate)) ? 1 : 0;
+  }
+  return delicate;
+}
+
 // Pixels a unit of distance across the axis, as numerator and denominator.
 struct Magnification {
   double numerator, denominator;
@@ -234,68 +312,42 @@ TWINTRUE_INLINE Magnification magnification(const SweepEye& eye, const std::arra
   }
 }
 
-TWINTRUE_INLINE Pixel arrive(const SweepEye& eye, const Approach& at, double t, double magnified) {
-  const double px = magnified * at.r.x + eye.principal_x;
-  const double py = eye.principal_y - magnified * at.r.y;
+TWINTRUE_INLINE Pixel arrive(const SweepEye& eye, double x, double y, double t, double magnified) {
+  const double px = magnified * x + eye.principal_x;
+  const double py = eye.principal_y - magnified * y;
   return {px, py, static_cast<bool>((t <= eye.angle_limit) & (px >= eye.x_begin) & (px < eye.x_end))};
 }
 
+// Adds the errors of the points' pixels to what place_points left.
 template <std::uint32_t kKind>
-TWINTRUE_INLINE std::uint64_t lean_errors_of(const SweepPose& pose, const MatchBlock& m, std::size_t count,
-                                             double* __restrict errors) {
-  const SweepEye& left = pose.left;
-  const SweepEye& right = pose.right;
-  const double half_w = 0.5 * (right.position[0] - left.position[0]);
-  const double* __restrict lx = m.left_rays.x;
-  const double* __restrict ly = m.left_rays.y;
-  const double* __restrict lz = m.left_rays.z;
-  const double* __restrict rx = m.right_rays.x;
-  const double* __restrict ry = m.right_rays.y;
-  const double* __restrict rz = m.right_rays.z;
-  std::uint64_t delicate = 0;
+TWINTRUE_INLINE void compare_pixels(const SweepPose& pose, const MatchBlock& m, std::size_t count,
+                                    const LeanEye& to_a, const LeanEye& to_b, double* __restrict errors) {
   for (std::size_t i = 0; i < count; ++i) {
-    const Point d0 = turn(left.rig_from_eye, {lx[i], ly[i], lz[i]});
-    const Point d1 = turn(right.rig_from_eye, {rx[i], ry[i], rz[i]});
-    const double nx = d0.y * d1.z - d0.z * d1.y;
-    const double ny = d0.z * d1.x - d0.x * d1.z;
-    const double nz = d0.x * d1.y - d0.y * d1.x;
-    const double nn = nx * nx + ny * ny + nz * nz;
-    // The eyes differ in x alone, so depth times nn is a sum of four products.
-    const double z_nn = half_w * ((d1.y * nz - d1.z * ny) * d0.z + (d0.y * nz - d0.z * ny) * d1.z);
-    // depth_low < depth < depth_high, of depth = -z_nn / nn and nn > 0.
-    const double depth_nn = -z_nn;
-    const bool counts = (nn != 0.0) & (depth_nn > pose.depth_low * nn) & (depth_nn < pose.depth_high * nn);
-    // Turned round where the ray points backwards.
-    const double length_0 = turned_round(z_nn, d0.z);
-    const double length_1 = turned_round(z_nn, d1.z);
-    const double base_0 = absolute(d0.z) * nn;
-    const double base_1 = absolute(d1.z) * nn;
-    const Approach to_a =
-        approach(right, {length_0 * d0.x - pose.baseline * base_0, length_0 * d0.y, length_0 * d0.z},
-                 kEpsilon * (base_0 * base_0));
-    const Approach to_b =
-        approach(left, {length_1 * d1.x + pose.baseline * base_1, length_1 * d1.y, length_1 * d1.z},
-                 kEpsilon * (base_1 * base_1));
-
-    const double angles = 1.0 / (to_a.high * to_b.high);
-    const double ta = angle_off(to_a, to_a.low * (to_b.high * angles));
-    const double tb = angle_off(to_b, to_b.low * (to_a.high * angles));
-    const Magnification ga = magnification<kKind>(right, pose.coeff, to_a.across, ta);
-    const Magnification gb = magnification<kKind>(left, pose.coeff, to_b.across, tb);
-    const double sizes = 1.0 / (ga.denominator * gb.denominator);
-    const Pixel a = arrive(right, to_a, ta, ga.numerator * (gb.denominator * sizes));
-    const Pixel b = arrive(left, to_b, tb, gb.numerator * (ga.denominator * sizes));
-
+    const double ta = to_a.epsilon_then_angle[i];
+    const double tb = to_b.epsilon_then_angle[i];
+    const Magnification ga = magnification<kKind>(pose.right, pose.coeff, to_a.z_then_across[i], ta);
+    const Magnification gb = magnification<kKind>(pose.left, pose.coeff, to_b.z_then_across[i], tb);
+    const double both = 1.0 / (ga.denominator * gb.denominator);
+    const Pixel a = arrive(pose.right, to_a.x[i], to_a.y[i], ta, ga.numerator * (gb.denominator * both));
+    const Pixel b = arrive(pose.left, to_b.x[i], to_b.y[i], tb, gb.numerator * (ga.denominator * both));
     const double dxb = m.x_b[i] - (b.x - pose.half_width);
     const double dyb = m.y_b[i] - b.y;
     const double dxa = m.x_a[i] - a.x;
     const double dya = m.y_a[i] - a.y;
     const double error = 0.5 * (dxb * dxb + dyb * dyb + dxa * dxa + dya * dya);
-    errors[i] = (counts & a.seen & b.seen) ? error : kInfinity;
-    const bool level = (d0.z == 0.0) | (d1.z == 0.0);  // no depth makes a point of such a ray
-    delicate += (counts & (to_a.delicate | to_b.delicate | level)) ? 1 : 0;
+    errors[i] = ((errors[i] == 0.0) & a.seen & b.seen) ? error : kInfinity;
   }
-  return delicate;
+}
+
+template <std::uint32_t kKind>
+TWINTRUE_INLINE std::uint64_t lean_errors_of(const SweepPose& pose, const MatchBlock& m, std::size_t count,
+                                             double* __restrict errors) {
+  LeanEye to_a;
+  LeanEye to_b;
+  place_points(pose, m, count, to_a, to_b, errors);
+  if (const std::uint64_t delicate = measure_angles(pose, count, to_a, to_b, errors)) return delicate;
+  compare_pixels<kKind>(pose, m, count, to_a, to_b, errors);
+  return 0;
 }
 
 TWINTRUE_INLINE void exp_of(double factor, std::size_t count, const double* __restrict errors,
