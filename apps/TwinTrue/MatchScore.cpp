@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <exception>
 
 namespace twintrue {
 namespace {
@@ -204,12 +205,45 @@ double divide_score(double score_sum, double weight_sum, std::int32_t div_mode) 
   }
 }
 
+namespace {
+
+// The sums of a pass, match by match in their order.
+class PassSums {
+ public:
+  // False for a match that doesn't count.
+  bool add(const MatchValue& one) {
+    if (one.value == kInvalid) return false;
+    sums_.score_sum += one.value;
+    ++sums_.used_count;
+    if (one.error < 16.0) {
+      ++sums_.count4;
+      sums_.sum4 += one.error;
+    }
+    if (one.error < 256.0) {
+      ++sums_.count16;
+      sums_.sum16 += one.error;
+    }
+    weight_sum_ += one.weight;
+    return true;
+  }
+  MatchScoreSums finish(std::int32_t div_mode) {
+    sums_.used_count = 0;
+    sums_.score_sum = divide_score(sums_.score_sum, weight_sum_, div_mode);
+    return sums_;
+  }
+
+ private:
+  MatchScoreSums sums_;
+  double weight_sum_ = 0.0;
+};
+
+}  // namespace
+
 MatchScoreSums score_matches(const CalibContext& context, const ScorePass& pass, const RigState& rig,
                              const std::vector<RayMatch>& matches) {
   const double sigma_squared = pass.sigma * pass.sigma;
   const std::int32_t fast_mode = pass.final ? 0 : context.fast_mode;
-  MatchScoreSums sums;
-  double weight_sum = 0.0;
+  PassSums sums;
   std::int32_t i = 0;
   for (const RayMatch& match : matches) {
     if (match.rank > pass.rank_limit) break;
@@ -218,23 +252,50 @@ MatchScoreSums score_matches(const CalibContext& context, const ScorePass& pass,
     if (context.skip_num_using_feat_mode == 0 && i >= pass.count_limit) break;
     const MatchValue one = score_one_match(context, i - 1, rig, match, sigma_squared, pass.weight_mode,
                                            fast_mode, pass.mid_point);
-    if (one.value == kInvalid) continue;
-    sums.score_sum += one.value;
-    ++sums.used_count;
-    if (one.error < 16.0) {
-      ++sums.count4;
-      sums.sum4 += one.error;
-    }
-    if (one.error < 256.0) {
-      ++sums.count16;
-      sums.sum16 += one.error;
-    }
-    weight_sum += one.weight;
+    if (!sums.add(one)) continue;
     if (context.skip_num_using_feat_mode == 1 && pass.count_limit < 1) break;
   }
-  sums.used_count = 0;
-  sums.score_sum = divide_score(sums.score_sum, weight_sum, pass.div_mode);
-  return sums;
+  return sums.finish(pass.div_mode);
+}
+
+std::size_t walked_count(const CalibContext& context, const ScorePass& pass,
+                         const std::vector<RayMatch>& matches) {
+  std::size_t walked = 0;
+  while (walked < matches.size() && matches[walked].rank <= pass.rank_limit) {
+    if (context.skip_num_using_feat_mode == 0 && static_cast<std::int64_t>(walked) + 1 >= pass.count_limit)
+      break;
+    ++walked;
+  }
+  return walked;
+}
+
+MatchScoreSums score_matches_in_parallel(const CalibContext& context, const ScorePass& pass,
+                                         const RigState& rig, const std::vector<RayMatch>& matches) {
+  // A pass that may end at its first match has nothing to share out.
+  if (context.skip_num_using_feat_mode == 1 && pass.count_limit < 1) {
+    return score_matches(context, pass, rig, matches);
+  }
+  const double sigma_squared = pass.sigma * pass.sigma;
+  const std::int32_t fast_mode = pass.final ? 0 : context.fast_mode;
+  std::vector<MatchValue> values(walked_count(context, pass, matches));
+  constexpr std::int64_t kWorthThreads = 256;
+  const auto count = static_cast<std::int64_t>(values.size());
+  std::exception_ptr failure;
+#pragma omp parallel for schedule(static) if (count >= kWorthThreads)
+  for (std::int64_t i = 0; i < count; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    try {
+      values[at] = score_one_match(context, static_cast<std::int32_t>(i), rig, matches[at], sigma_squared,
+                                   pass.weight_mode, fast_mode, pass.mid_point);
+    } catch (...) {
+#pragma omp critical(twintrue_score_failure)
+      failure = std::current_exception();
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
+  PassSums sums;
+  for (const MatchValue& one : values) sums.add(one);
+  return sums.finish(pass.div_mode);
 }
 
 }  // namespace twintrue

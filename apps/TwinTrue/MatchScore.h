@@ -44,6 +44,14 @@ struct ScorePass {
 MatchScoreSums score_matches(const CalibContext& context, const ScorePass& pass, const RigState& rig,
                              const std::vector<RayMatch>& matches);
 
+// The same to the last bit, the matches shared out among the threads.
+MatchScoreSums score_matches_in_parallel(const CalibContext& context, const ScorePass& pass,
+                                         const RigState& rig, const std::vector<RayMatch>& matches);
+
+// How many matches from the front a pass walks, unless it ends at the first valid one.
+std::size_t walked_count(const CalibContext& context, const ScorePass& pass,
+                         const std::vector<RayMatch>& matches);
+
 struct MatchValue {
   double value = kInvalid;  // score term times weight
   double error = 0.0;

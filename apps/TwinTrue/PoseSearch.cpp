@@ -27,7 +27,7 @@ MatchScoreSums score_final(const CalibContext& context, const RigState& rig,
   pass.weight_mode = context.score_weight_mode_last;
   pass.div_mode = context.score_div_mode_last;
   pass.mid_point = context.use_mid_point_last;
-  return score_matches(context, pass, posed, matches);
+  return score_matches_in_parallel(context, pass, posed, matches);
 }
 
 // Two weight modes count down from a ceiling, so that with the divider 1 the score turns into a

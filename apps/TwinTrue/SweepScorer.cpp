@@ -90,13 +90,7 @@ bool SweepScorer::serves(const CalibContext& context, const ScorePass& pass) {
 SweepScorer::SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
                          const std::vector<RayMatch>& matches, cve::InstructionSet set)
     : context_(context), pass_(pass), rig_(rig), exp_(sweep_exp(set)), rays_(sweep_rays(set)) {
-  // The matches that a pass walks, as score_matches counts them.
-  std::size_t walked = 0;
-  while (walked < matches.size() && matches[walked].rank <= pass.rank_limit) {
-    if (context.skip_num_using_feat_mode == 0 && static_cast<std::int64_t>(walked) + 1 >= pass.count_limit)
-      break;
-    ++walked;
-  }
+  const std::size_t walked = walked_count(context, pass, matches);
   const std::int32_t fast_mode = pass.final ? 0 : context.fast_mode;
   const bool one_eye = fast_mode == 1 || fast_mode == 2;
   SweepVariant variant;

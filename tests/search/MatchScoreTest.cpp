@@ -1,5 +1,7 @@
 #include "apps/TwinTrue/MatchScore.h"
 
+#include <omp.h>
+
 #include <cmath>
 #include <functional>
 #include <random>
@@ -139,6 +141,38 @@ TEST(MatchScore, DepthOutsideTheBoundsDoesNotCount) {
   EXPECT_EQ(counted(1.0, 5.1) + counted(0.1, 1.0), 200);
   EXPECT_EQ(counted(1.0, 1.0), 0);
   EXPECT_EQ(counted(9.0, 1.0), 200) << "a far end before the near one switches the test off";
+}
+
+TEST(MatchScore, ThreadsShareAPassWithoutATrace) {
+  const RigState rig = nominal_rig();
+  auto matches = make_matches(PoseCandidate(), {.count = 700, .noise_px = 1.5, .outliers = 0.2});
+  for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i / 100);
+  const int before = omp_get_max_threads();
+  for (std::int32_t skip_mode : {0, 1, 2}) {
+    for (std::int32_t div_mode : {0, 1, 2, 3}) {
+      for (std::int32_t limit : {0, 1, 300, 700}) {
+        CalibContext context;
+        context.skip_num_using_feat_mode = skip_mode;
+        ScorePass pass = plain_pass(matches.size());
+        pass.count_limit = limit;
+        pass.rank_limit = 5;
+        pass.div_mode = div_mode;
+        const MatchScoreSums plain = score_matches(context, pass, rig, matches);
+        for (int threads : {1, 2, 7}) {
+          omp_set_num_threads(threads);
+          const MatchScoreSums shared = score_matches_in_parallel(context, pass, rig, matches);
+          const bool both_undefined = std::isnan(shared.score_sum) && std::isnan(plain.score_sum);
+          EXPECT_TRUE(both_undefined || shared.score_sum == plain.score_sum)
+              << skip_mode << div_mode << limit;
+          EXPECT_EQ(shared.sum4, plain.sum4);
+          EXPECT_EQ(shared.count4, plain.count4);
+          EXPECT_EQ(shared.sum16, plain.sum16);
+          EXPECT_EQ(shared.count16, plain.count16);
+        }
+      }
+    }
+  }
+  omp_set_num_threads(before);
 }
 
 TEST(MatchScore, LimitsOfTheWalk) {
