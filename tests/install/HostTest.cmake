@@ -1,5 +1,6 @@
 # Installs the build tree into a fresh prefix, moves it, builds the host against it and runs it.
-#   cmake -DBUILD_DIR= -DHOST_DIR= -DWORK_DIR= -DFIND=cmake|pkg-config -DLIBDIR= -DC_COMPILER= -DC_FLAGS= -P ...
+#   cmake -DBUILD_DIR= -DHOST_DIR= -DWORK_DIR= -DFIND=cmake|pkg-config -DLIBDIR= -DC_COMPILER= -DC_FLAGS=
+#         -DGENERATOR= -P ...
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
   message(STATUS "${out}")
@@ -22,7 +23,7 @@ foreach(file include/twintrue/calib.h ${LIBDIR}/libtwintrue.so.0 share/twintrue/
 endforeach()
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
-run(${CMAKE_COMMAND} -S ${HOST_DIR} -B ${WORK_DIR}/host -DFIND=${FIND} -DCMAKE_PREFIX_PATH=${prefix}
+run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${HOST_DIR} -B ${WORK_DIR}/host -DFIND=${FIND} -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_C_FLAGS=${C_FLAGS})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/host)
 # The linker keeps the folder of a library that it was given by path, but not one that it was given by -L.
