@@ -159,14 +159,9 @@ TWINTRUE_TARGET_AVX512 std::int32_t reach_avx512(const float* response, std::int
 }  // namespace
 
 ResponseRowKernels response_row_kernels(cve::InstructionSet set) {
-  switch (set) {
-    case cve::InstructionSet::kAvx512:
-      return {along_avx512, down_avx512, reach_avx512};
-    case cve::InstructionSet::kAvx2:
-      return {along_avx2, down_avx2, reach_avx2};
-    default:
-      return {along_portable, down_portable, reach_portable};
-  }
+  return cve::for_set<ResponseRowKernels>(set, {along_portable, down_portable, reach_portable},
+                                          {along_avx2, down_avx2, reach_avx2},
+                                          {along_avx512, down_avx512, reach_avx512});
 }
 
 }  // namespace fpu

@@ -55,14 +55,7 @@ TWINTRUE_TARGET_AVX512 bool look_up_avx512(const std::uint32_t* stretches, const
 }  // namespace
 
 ByteLookupFn byte_lookup(InstructionSet set) {
-  switch (set) {
-    case InstructionSet::kAvx512:
-      return look_up_avx512;
-    case InstructionSet::kAvx2:
-      return look_up_avx2;
-    default:
-      return look_up_portable;
-  }
+  return for_set<ByteLookupFn>(set, look_up_portable, look_up_avx2, look_up_avx512);
 }
 
 }  // namespace cve

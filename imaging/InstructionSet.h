@@ -35,4 +35,17 @@ InstructionSet best_instruction_set();
 // All sets that this machine has, the portable one first. For tests and benchmarks.
 std::vector<InstructionSet> supported_instruction_sets();
 
+// The form of a kernel that is made for a set.
+template <typename Kernel>
+constexpr Kernel for_set(InstructionSet set, Kernel portable, Kernel avx2, Kernel avx512) {
+  switch (set) {
+    case InstructionSet::kAvx512:
+      return avx512;
+    case InstructionSet::kAvx2:
+      return avx2;
+    default:
+      return portable;
+  }
+}
+
 }  // namespace cve

@@ -164,14 +164,9 @@ TWINTRUE_TARGET_AVX512 void fixed_avx512(const std::int32_t* k, int radius, cons
 }  // namespace
 
 TapSums tap_sums(InstructionSet set) {
-  switch (set) {
-    case InstructionSet::kAvx512:
-      return {symmetric_avx512, general_avx512, fixed_avx512};
-    case InstructionSet::kAvx2:
-      return {symmetric_avx2, general_avx2, fixed_avx2};
-    default:
-      return {symmetric_portable, general_portable, fixed_portable};
-  }
+  return for_set<TapSums>(set, {symmetric_portable, general_portable, fixed_portable},
+                          {symmetric_avx2, general_avx2, fixed_avx2},
+                          {symmetric_avx512, general_avx512, fixed_avx512});
 }
 
 }  // namespace cve

@@ -110,14 +110,7 @@ SumVotesFn sum_votes(cve::InstructionSet set, const VoteLimits& limits, std::siz
   if (longest > kLongestNarrow ||
       most_votes > kMost / std::max<std::int64_t>(1, static_cast<std::int64_t>(count)))
     return sum_wide;
-  switch (set) {
-    case cve::InstructionSet::kAvx512:
-      return sum_avx512;
-    case cve::InstructionSet::kAvx2:
-      return sum_avx2;
-    default:
-      return sum_wide;
-  }
+  return cve::for_set<SumVotesFn>(set, sum_wide, sum_avx2, sum_avx512);
 }
 
 }  // namespace fpu

@@ -112,14 +112,7 @@ LuminanceTable::LuminanceTable() {
 }
 
 LuminanceFn luminance_kernel(cve::InstructionSet set) {
-  switch (set) {
-    case cve::InstructionSet::kAvx512:
-      return convert_avx512;
-    case cve::InstructionSet::kAvx2:
-      return convert_avx2;
-    default:
-      return convert_portable;
-  }
+  return cve::for_set<LuminanceFn>(set, convert_portable, convert_avx2, convert_avx512);
 }
 
 }  // namespace twintrue

@@ -450,14 +450,7 @@ TWINTRUE_TARGET_AVX512 void lean_avx512(const SweepPose& pose, const MatchBlock&
 
 template <std::uint32_t kKind>
 SweepErrorsFn lean_for_set(cve::InstructionSet set) {
-  switch (set) {
-    case cve::InstructionSet::kAvx512:
-      return lean_avx512<kKind>;
-    case cve::InstructionSet::kAvx2:
-      return lean_avx2<kKind>;
-    default:
-      return lean_portable<kKind>;
-  }
+  return cve::for_set<SweepErrorsFn>(set, lean_portable<kKind>, lean_avx2<kKind>, lean_avx512<kKind>);
 }
 
 void exp_portable(double factor, std::size_t count, const double* errors, double* terms) {
@@ -485,26 +478,21 @@ TWINTRUE_TARGET_AVX512 void rays_avx512(const RayEye& eye, std::size_t count, co
 }
 
 template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
-SweepErrorsFn for_set(cve::InstructionSet set) {
-  switch (set) {
-    case cve::InstructionSet::kAvx512:
-      return errors_avx512<kKind, kMidPoint, kError>;
-    case cve::InstructionSet::kAvx2:
-      return errors_avx2<kKind, kMidPoint, kError>;
-    default:
-      return errors_portable<kKind, kMidPoint, kError>;
-  }
+SweepErrorsFn select_form(cve::InstructionSet set) {
+  return cve::for_set<SweepErrorsFn>(set, errors_portable<kKind, kMidPoint, kError>,
+                                     errors_avx2<kKind, kMidPoint, kError>,
+                                     errors_avx512<kKind, kMidPoint, kError>);
 }
 
 template <std::uint32_t kKind, bool kMidPoint>
 SweepErrorsFn for_error(cve::InstructionSet set, SweepError error) {
   switch (error) {
     case SweepError::kRightOnly:
-      return for_set<kKind, kMidPoint, SweepError::kRightOnly>(set);
+      return select_form<kKind, kMidPoint, SweepError::kRightOnly>(set);
     case SweepError::kLeftOnly:
-      return for_set<kKind, kMidPoint, SweepError::kLeftOnly>(set);
+      return select_form<kKind, kMidPoint, SweepError::kLeftOnly>(set);
     default:
-      return for_set<kKind, kMidPoint, SweepError::kFull>(set);
+      return select_form<kKind, kMidPoint, SweepError::kFull>(set);
   }
 }
 
@@ -524,25 +512,11 @@ SweepErrorsFn sweep_errors(cve::InstructionSet set, const SweepVariant& variant)
 }
 
 SweepExpFn sweep_exp(cve::InstructionSet set) {
-  switch (set) {
-    case cve::InstructionSet::kAvx512:
-      return exp_avx512;
-    case cve::InstructionSet::kAvx2:
-      return exp_avx2;
-    default:
-      return exp_portable;
-  }
+  return cve::for_set<SweepExpFn>(set, exp_portable, exp_avx2, exp_avx512);
 }
 
 SweepRaysFn sweep_rays(cve::InstructionSet set) {
-  switch (set) {
-    case cve::InstructionSet::kAvx512:
-      return rays_avx512;
-    case cve::InstructionSet::kAvx2:
-      return rays_avx2;
-    default:
-      return rays_portable;
-  }
+  return cve::for_set<SweepRaysFn>(set, rays_portable, rays_avx2, rays_avx512);
 }
 
 }  // namespace twintrue
