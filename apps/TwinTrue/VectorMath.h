@@ -6,7 +6,7 @@
 #include <bit>
 #include <cstdint>
 
-#define TWINTRUE_INLINE [[gnu::always_inline]] inline
+#include "imaging/InstructionSet.h"
 
 namespace twintrue::vector_math {
 
