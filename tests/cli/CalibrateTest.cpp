@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <numbers>
 
-#include "apps/cli/FrameFile.h"
+#include "apps/cli/PictureFiles.h"
 #include "cli/Fixtures.h"
 #include "cli/IndependentRig.h"
 #include "cli/ProgramRun.h"

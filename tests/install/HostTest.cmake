@@ -32,6 +32,9 @@ run(${WORK_DIR}/host/host)
 
 if(PROGRAM)
   unset(ENV{LD_LIBRARY_PATH})
-  run(${prefix}/${PROGRAM} --version)
+  # A TIFF takes the module that is installed beside the program.
+  set(examples ${prefix}/share/twintrue/examples)
+  run(${prefix}/${PROGRAM} inspect stage linear ${examples}/frame.jpg --lens ${examples}/nominal.lens --side left
+      -o ${WORK_DIR}/linear.tif)
 endif()
 file(REMOVE_RECURSE ${WORK_DIR})

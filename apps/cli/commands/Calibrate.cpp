@@ -13,11 +13,11 @@
 
 #include "apps/TwinTrue/Calibration.h"
 #include "apps/cli/ChatterCapture.h"
-#include "apps/cli/FrameFile.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/LensCheck.h"
 #include "apps/cli/MachineCheck.h"
 #include "apps/cli/OutputFile.h"
+#include "apps/cli/PictureFiles.h"
 #include "apps/cli/Preset.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/Progress.h"
@@ -107,7 +107,7 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   const LensFacts lens = check_lens(arguments.lens);
   const SettingsSource source =
       arguments.preset ? SettingsSource(*find_preset(*arguments.preset)) : SettingsSource(arguments.params);
-  const Frame frame = read_frame_quietly(arguments.frame);
+  const Frame frame = read_frame(arguments.frame);
   check_frame_size(lens, arguments.lens, frame.width, frame.height);
 
   RunReport report;

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include "apps/TwinTrue/ImageFormatConverter.h"
-#include "apps/cli/FrameFile.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/LensCheck.h"
 #include "apps/cli/MachineCheck.h"
+#include "apps/cli/PictureFiles.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/commands/InspectOutput.h"
 #include "matching/MatchPipeline.h"
@@ -58,7 +58,7 @@ std::unique_ptr<FrameRun> open_frame_run(const RunArguments& arguments, Reach re
   const LensFacts lens = check_lens(arguments.lens);
   auto run = std::make_unique<FrameRun>();
   run->settings = std::make_unique<SettingsSource>(arguments.params);
-  const Frame picture = read_frame_quietly(arguments.frame);
+  const Frame picture = read_frame(arguments.frame);
   check_frame_size(lens, arguments.lens, picture.width, picture.height);
   require_stages(*run->settings, lens, reach);
   check_machine();

@@ -1,6 +1,5 @@
 #include "apps/cli/commands/InspectStage.h"
 
-#include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -13,8 +12,8 @@
 #include <vector>
 
 #include "apps/TwinTrue/RunDriver.h"
-#include "apps/cli/ChatterCapture.h"
 #include "apps/cli/OutputFile.h"
+#include "apps/cli/PictureFiles.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/commands/InspectOutput.h"
 #include "apps/cli/commands/InspectRun.h"
@@ -73,27 +72,6 @@ class OneImage final : public fpu::StageTap {
   std::string name_;
 };
 
-void write_picture(const OutputFile& file, const OneImage& image) {
-  std::string reason;
-  {
-    const ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
-    // By the format's name: the temporary file has another ending.
-    const std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create("tiff");
-    const OIIO::ImageSpec spec(image.cols, image.rows, 1, OIIO::TypeFloat);
-    if (!output) {
-      reason = OIIO::geterror();
-    } else if (!output->open(file.temporary().string(), spec) ||
-               !output->write_image(OIIO::TypeFloat, image.pixels.data()) || !output->close()) {
-      reason = output->geterror();
-    }
-    if (reason.empty()) return;
-  }
-  throw Failure(ExitCode::kOther,
-                Problem{fmt::format("-o: {}", file.target().string()),
-                        fmt::format("the picture could not be written: {}", reason),
-                        "room for it on the disk", "free some space or choose another folder"});
-}
-
 [[noreturn]] void fail_absent(const StageArguments& arguments, const fpu::FeatureFrame& frame) {
   const bool no_keypoints = arguments.stage == "smoothed" && frame.store.count == 0;
   if (no_keypoints) {
@@ -121,7 +99,7 @@ void inspect_stage(const StageArguments& arguments) {
     detector.setTap(nullptr);
   }
   if (image.pixels.empty()) fail_absent(arguments, frame);
-  write_picture(file, image);
+  write_float_picture(file, image.cols, image.rows, image.pixels);
   file.commit();
 }
 

@@ -1,11 +1,14 @@
-#include "apps/cli/FrameFile.h"
+#include "apps/cli/PictureFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <optional>
 
 #include "apps/cli/Problem.h"
+#include "apps/cli/pictures/CommonPictures.h"
 #include "cli/Fixtures.h"
 
 namespace twintrue::cli {
@@ -31,7 +34,7 @@ std::vector<float> samples_of(int channels) {
 
 std::uint8_t rounded(double unit) { return static_cast<std::uint8_t>(std::lround(unit * 255.0)); }
 
-TEST(FrameFile, KeepsBytesAndOrderOfPlainPictures) {
+TEST(PictureFiles, KeepsBytesAndOrderOfPlainPictures) {
   const testing_support::TempDir dir;
   std::vector<std::uint8_t> expected;
   for (const float sample : samples_of(3)) expected.push_back(rounded(sample));
@@ -45,7 +48,7 @@ TEST(FrameFile, KeepsBytesAndOrderOfPlainPictures) {
   }
 }
 
-TEST(FrameFile, ReadsTiledPictures) {
+TEST(PictureFiles, ReadsTiledPictures) {
   const testing_support::TempDir dir;
   const std::string path = dir.file("tiled.tif");
   const auto output = OIIO::ImageOutput::create(path);
@@ -61,7 +64,54 @@ TEST(FrameFile, ReadsTiledPictures) {
   EXPECT_THAT(read_frame(path).pixels, ElementsAreArray(expected));
 }
 
-TEST(FrameFile, RoundsSixteenBitsToEight) {
+// JPEG and PNG have a reader of their own, which must give what the reader of all other formats gives.
+TEST(PictureFiles, ReadsCommonPicturesAsTheModuleDoes) {
+  const testing_support::TempDir dir;
+  struct Row {
+    const char* name;
+    int channels;
+    OIIO::TypeDesc type;
+    bool common;
+  };
+  for (const Row& row :
+       {Row{"rgb.png", 3, OIIO::TypeUInt8, true}, Row{"rgba.png", 4, OIIO::TypeUInt8, true},
+        Row{"grey.png", 1, OIIO::TypeUInt8, true}, Row{"grey_alpha.png", 2, OIIO::TypeUInt8, true},
+        Row{"rgb.jpg", 3, OIIO::TypeUInt8, true}, Row{"grey.jpg", 1, OIIO::TypeUInt8, true},
+        Row{"deep.png", 3, OIIO::TypeUInt16, false}, Row{"rgb.tif", 3, OIIO::TypeUInt8, false}}) {
+    SCOPED_TRACE(row.name);
+    const std::string path = dir.file(row.name);
+    write_picture(path, kWidth, kHeight, row.channels, row.type, samples_of(row.channels));
+    const std::optional<Frame> frame = read_common_picture(path);
+    ASSERT_EQ(frame.has_value(), row.common);
+    if (!frame) continue;
+    std::vector<std::uint8_t> bytes(kPixels * static_cast<std::size_t>(row.channels));
+    OIIO::ImageSpec raw;
+    raw.attribute("oiio:UnassociatedAlpha", 1);
+    ASSERT_TRUE(
+        OIIO::ImageInput::open(path, &raw)->read_image(0, 0, 0, row.channels, OIIO::TypeUInt8, bytes.data()));
+    ASSERT_EQ(frame->pixels.size(), kPixels * 3);
+    for (std::size_t i = 0; i < kPixels * 3; ++i) {
+      const std::size_t channel = row.channels < 3 ? 0 : i % 3;
+      ASSERT_EQ(frame->pixels[i], bytes[i / 3 * static_cast<std::size_t>(row.channels) + channel]) << i;
+    }
+  }
+}
+
+TEST(PictureFiles, LeavesDamagedCommonPicturesToTheModule) {
+  const testing_support::TempDir dir;
+  for (const char* name : {"a.png", "a.jpg"}) {
+    SCOPED_TRACE(name);
+    write_picture(dir.file(name), kWidth, kHeight, 3, OIIO::TypeUInt8, samples_of(3));
+    ASSERT_TRUE(read_common_picture(dir.file(name)));
+    const auto size = std::filesystem::file_size(dir.file(name));
+    for (const auto kept : {size / 2, size - 1, std::uintmax_t{9}, std::uintmax_t{3}}) {
+      std::filesystem::resize_file(dir.file(name), kept);
+      EXPECT_FALSE(read_common_picture(dir.file(name))) << kept << " bytes";
+    }
+  }
+}
+
+TEST(PictureFiles, RoundsSixteenBitsToEight) {
   const testing_support::TempDir dir;
   // 0.3 of a byte's step above a byte, and 0.7.
   const std::vector<float> samples{100.3f / 255.0f, 100.7f / 255.0f, 1.0f};
@@ -69,7 +119,7 @@ TEST(FrameFile, RoundsSixteenBitsToEight) {
   EXPECT_THAT(read_frame(dir.file("a.png")).pixels, ElementsAre(100, 101, 255));
 }
 
-TEST(FrameFile, MakesThreeChannelsOfGrey) {
+TEST(PictureFiles, MakesThreeChannelsOfGrey) {
   const testing_support::TempDir dir;
   for (const int channels : {1, 2}) {  // alone, and with alpha
     SCOPED_TRACE(channels);
@@ -80,7 +130,7 @@ TEST(FrameFile, MakesThreeChannelsOfGrey) {
   }
 }
 
-TEST(FrameFile, DropsAlphaWithoutDarkeningTheColours) {
+TEST(PictureFiles, DropsAlphaWithoutDarkeningTheColours) {
   const testing_support::TempDir dir;
   const std::vector<float> samples{0.2f, 0.4f, 0.6f, 0.0f, 0.2f, 0.4f, 0.6f, 0.5f};
   for (const OIIO::TypeDesc& type : {OIIO::TypeUInt8, OIIO::TypeUInt16}) {
@@ -89,7 +139,7 @@ TEST(FrameFile, DropsAlphaWithoutDarkeningTheColours) {
   }
 }
 
-TEST(FrameFile, EncodesLinearLightAndClampsFloats) {
+TEST(PictureFiles, EncodesLinearLightAndClampsFloats) {
   const testing_support::TempDir dir;
   const float not_a_number = std::nanf("");
   const std::vector<float> samples{0.001f, 0.2f, 0.7f, -3.0f, 20.0f, not_a_number};
@@ -104,7 +154,7 @@ TEST(FrameFile, EncodesLinearLightAndClampsFloats) {
   EXPECT_THAT(read_frame(dir.file("encoded.tif")).pixels, ElementsAre(0, 51, 179, 0, 255, 0));
 }
 
-TEST(FrameFile, RefusesDamagedAndAbsurdPictures) {
+TEST(PictureFiles, RefusesDamagedAndAbsurdPictures) {
   const testing_support::TempDir dir;
   write_picture(dir.file("whole.png"), 300, 200, 3, OIIO::TypeUInt8, std::vector<float>(300 * 200 * 3, 0.5f));
   const std::string bytes = testing_support::read_file(dir.file("whole.png"));

@@ -1,28 +1,16 @@
-#include "apps/cli/FrameFile.h"
+#include "apps/cli/pictures/PictureModule.h"
 
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
-#include <filesystem>
+#include <cstddef>
 #include <memory>
-#include <utility>
-
-#include "apps/cli/ChatterCapture.h"
-#include "apps/cli/InputFile.h"
-#include "apps/cli/Problem.h"
 
 namespace twintrue::cli {
 namespace {
-
-constexpr int kLargestSide = 65536;  // of a lens file's frame, too
-constexpr std::int64_t kMostPixels = std::int64_t{1} << 28;
-
-[[noreturn]] void fail(const std::string& path, std::string found, std::string expected, std::string remedy) {
-  throw Failure(ExitCode::kInputUnreadable, Problem{fmt::format("FRAME: {}", path), std::move(found),
-                                                    std::move(expected), std::move(remedy)});
-}
 
 // OpenImageIO's messages may end in newlines.
 std::string trimmed(std::string text) {
@@ -47,23 +35,24 @@ std::uint8_t byte_from_unit(float v) {
   return static_cast<std::uint8_t>(std::lround(std::min(v, 1.0f) * 255.0f));
 }
 
-void check_size(const std::string& path, const OIIO::ImageSpec& spec) {
+std::optional<PictureProblem> size_problem(const OIIO::ImageSpec& spec) {
   if (spec.deep || spec.depth > 1) {
-    fail(path, "a picture with depth (deep or a volume)", "a flat picture",
-         "save the frame as PNG, TIFF or JPEG");
+    return PictureProblem{"a picture with depth (deep or a volume)", "a flat picture",
+                          "save the frame as PNG, TIFF or JPEG"};
   }
   if (spec.width < 1 || spec.height < 1 || spec.nchannels < 1) {
-    fail(path,
-         fmt::format("an empty picture of {} x {} pixels, {} channels", spec.width, spec.height,
-                     spec.nchannels),
-         "both fisheye pictures side by side", "check how the frame was saved");
+    return PictureProblem{fmt::format("an empty picture of {} x {} pixels, {} channels", spec.width,
+                                      spec.height, spec.nchannels),
+                          "both fisheye pictures side by side", "check how the frame was saved"};
   }
-  if (spec.width > kLargestSide || spec.height > kLargestSide ||
-      std::int64_t{spec.width} * spec.height > kMostPixels) {
-    fail(path, fmt::format("{} x {} pixels", spec.width, spec.height),
-         fmt::format("at most {} pixels a side and {} million in all", kLargestSide, kMostPixels / 1000000),
-         "give the frame as the lens captured it");
+  if (spec.width > kLargestPictureSide || spec.height > kLargestPictureSide ||
+      std::int64_t{spec.width} * spec.height > kMostPicturePixels) {
+    return PictureProblem{fmt::format("{} x {} pixels", spec.width, spec.height),
+                          fmt::format("at most {} pixels a side and {} million in all", kLargestPictureSide,
+                                      kMostPicturePixels / 1000000),
+                          "give the frame as the lens captured it"};
   }
+  return std::nullopt;
 }
 
 // The channels that hold red, green and blue: the first three that are not alpha, or the first one alone.
@@ -77,20 +66,17 @@ std::vector<int> colour_channels(const OIIO::ImageSpec& spec) {
   return channels;
 }
 
-}  // namespace
-
-Frame read_frame(const std::string& path) {
-  require_readable_file({"FRAME", path});
-
+std::optional<PictureProblem> read_frame(const std::string& path, Frame* frame) {
   OIIO::ImageSpec hints;
   hints.attribute("oiio:UnassociatedAlpha", 1);  // else colours come multiplied by alpha
   const std::unique_ptr<OIIO::ImageInput> input = OIIO::ImageInput::open(path, &hints);
   if (!input) {
-    fail(path, trimmed(OIIO::geterror()), "a picture that OpenImageIO reads: PNG, JPEG, TIFF, BMP, PPM, ...",
-         "check that the file is a picture, or convert it to PNG");
+    return PictureProblem{trimmed(OIIO::geterror()),
+                          "a picture that OpenImageIO reads: PNG, JPEG, TIFF, BMP, PPM, ...",
+                          "check that the file is a picture, or convert it to PNG"};
   }
   const OIIO::ImageSpec spec = input->spec();
-  check_size(path, spec);
+  if (auto problem = size_problem(spec)) return problem;
 
   const auto width = static_cast<std::size_t>(spec.width);
   const auto channel_count = static_cast<std::size_t>(spec.nchannels);
@@ -98,10 +84,9 @@ Frame read_frame(const std::string& path) {
   const bool plain_bytes = spec.format == OIIO::TypeUInt8;
   const bool encode = !plain_bytes && is_linear_light(spec);
 
-  Frame frame;
-  frame.width = static_cast<std::uint32_t>(spec.width);
-  frame.height = static_cast<std::uint32_t>(spec.height);
-  frame.pixels.resize(width * static_cast<std::size_t>(spec.height) * 3);
+  frame->width = static_cast<std::uint32_t>(spec.width);
+  frame->height = static_cast<std::uint32_t>(spec.height);
+  frame->pixels.resize(width * static_cast<std::size_t>(spec.height) * 3);
 
   // A band of rows at a time, so that a float picture of many channels is never held whole. Tiled files give
   // whole rows of tiles.
@@ -128,10 +113,10 @@ Frame read_frame(const std::string& path) {
                                          OIIO::TypeFloat, floats.data());
     }
     if (!good) {
-      fail(path, trimmed(input->geterror()), "a whole picture",
-           "the file is damaged or cut short: copy or capture it again");
+      return PictureProblem{trimmed(input->geterror()), "a whole picture",
+                            "the file is damaged or cut short: copy or capture it again"};
     }
-    std::uint8_t* out = frame.pixels.data() + width * static_cast<std::size_t>(row) * 3;
+    std::uint8_t* out = frame->pixels.data() + width * static_cast<std::size_t>(row) * 3;
     for (std::size_t pixel = 0; pixel < samples; pixel += channel_count) {
       for (const int channel : channels) {
         const std::size_t sample = pixel + static_cast<std::size_t>(channel);
@@ -143,12 +128,30 @@ Frame read_frame(const std::string& path) {
       }
     }
   }
-  return frame;
+  return std::nullopt;
 }
 
-Frame read_frame_quietly(const std::string& path) {
-  const ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
-  return read_frame(path);
+std::optional<PictureProblem> write_floats(const std::string& path, std::int32_t width, std::int32_t height,
+                                           const float* pixels) {
+  std::string reason;
+  // By the format's name: the path is of a temporary file that may have any ending.
+  const std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create("tiff");
+  const OIIO::ImageSpec spec(width, height, 1, OIIO::TypeFloat);
+  if (!output) {
+    reason = OIIO::geterror();
+  } else if (!output->open(path, spec) || !output->write_image(OIIO::TypeFloat, pixels) || !output->close()) {
+    reason = output->geterror();
+  } else {
+    return std::nullopt;
+  }
+  return PictureProblem{fmt::format("the picture could not be written: {}", trimmed(reason)),
+                        "room for it on the disk", "free some space or choose another folder"};
 }
 
+}  // namespace
 }  // namespace twintrue::cli
+
+// Found by the name that kPictureModuleSymbol holds.
+extern "C" __attribute__((visibility("default"))) const twintrue::cli::PictureModule twintrue_picture_module;
+const twintrue::cli::PictureModule twintrue_picture_module{&twintrue::cli::read_frame,
+                                                           &twintrue::cli::write_floats};
