@@ -360,16 +360,20 @@ TWINTRUE_INLINE void exp_of(double factor, std::size_t count, const double* __re
   }
 }
 
+// At most kSweepBlock pixels. Looking up the table stands between two loops that become vectors.
 template <std::uint32_t kKind>
-TWINTRUE_INLINE void rays_of(const RayEye& eye, std::size_t count, const double* __restrict px,
-                             const double* __restrict py, const RayArrays& rays) {
+TWINTRUE_INLINE void block_rays_of(const RayEye& eye, std::size_t count, const double* __restrict px,
+                                   const double* __restrict py, double* __restrict x_out,
+                                   double* __restrict y_out, double* __restrict z_out) {
   constexpr double kTiny = std::numeric_limits<double>::min();  // keeps the centre from 0 / 0
-  double* __restrict x_out = rays.x;
-  double* __restrict y_out = rays.y;
-  double* __restrict z_out = rays.z;
-  const double* const table = eye.table;
+  alignas(64) double us[kSweepBlock];
+  alignas(64) double vs[kSweepBlock];
+  alignas(64) double radii[kSweepBlock];
+  alignas(64) double weights[kSweepBlock];  // of the entry before the next
+  alignas(64) std::int32_t entries[kSweepBlock];
   const double per_v = 1.0 / eye.magnify_v;
   const double per_h = 1.0 / eye.magnify_h;
+  const double last = eye.last;
   for (std::size_t i = 0; i < count; ++i) {
     double u = (px[i] - eye.center_x - eye.offset_x) * eye.unit_per_px;
     double v = -(py[i] - eye.center_y + eye.offset_y) * eye.unit_per_px;
@@ -379,14 +383,28 @@ TWINTRUE_INLINE void rays_of(const RayEye& eye, std::size_t count, const double*
     }
     const double r = __builtin_sqrt(u * u + v * v);
     const double s = r * eye.table_scale;
-    const double below = __builtin_floor(s);
-    const double entry = below < eye.last ? below : eye.last;
-    const double t = (entry + 1.0) - s;
-    const auto index = static_cast<std::int32_t>(entry);
-    const double inverse = (1.0 - t) * table[index + 1] + t * table[index];
-    const double f = inverse / (r + kTiny);
-    u = u * f;
-    v = v * f;
+    const auto entry = static_cast<std::int32_t>(s < last ? s : last);
+    us[i] = u;
+    vs[i] = v;
+    radii[i] = r;
+    weights[i] = (static_cast<double>(entry) + 1.0) - s;
+    entries[i] = entry;
+  }
+  alignas(64) double inverses[kSweepBlock];
+  const double* const table = eye.table;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double* const entry = table + entries[i];
+    inverses[i] = (1.0 - weights[i]) * entry[1] + weights[i] * entry[0];
+  }
+  // Read before the loop: what is read where it may not be wanted keeps a loop from becoming vectors.
+  const double limit = eye.radius_limit;
+  const double shift_x = eye.shift_x;
+  const double shift_y = eye.shift_y;
+  const Point translate{eye.translate[0], eye.translate[1], eye.translate[2]};
+  for (std::size_t i = 0; i < count; ++i) {
+    const double f = inverses[i] / (radii[i] + kTiny);
+    double u = us[i] * f;
+    double v = vs[i] * f;
     if constexpr (kKind == 1) {
       u = u * per_v;
       v = v * per_h;
@@ -396,12 +414,23 @@ TWINTRUE_INLINE void rays_of(const RayEye& eye, std::size_t count, const double*
     double sine = 0.0;
     double cosine = 0.0;
     vector_math::sine_cosine(rho * kHalfPi, &sine, &cosine);
-    const double x = u * towards * sine;
-    const double y = v * towards * sine;
-    const bool seen = !(rho > eye.radius_limit);
-    x_out[i] = seen ? x + cosine * eye.shift_x + eye.translate[0] : 0.0;
-    y_out[i] = seen ? y + cosine * eye.shift_y + eye.translate[1] : 0.0;
-    z_out[i] = seen ? eye.translate[2] - cosine : 0.0;
+    const double x = u * towards * sine + cosine * shift_x + translate.x;
+    const double y = v * towards * sine + cosine * shift_y + translate.y;
+    const double z = translate.z - cosine;
+    const bool seen = !(rho > limit);
+    x_out[i] = seen ? x : 0.0;
+    y_out[i] = seen ? y : 0.0;
+    z_out[i] = seen ? z : 0.0;
+  }
+}
+
+template <std::uint32_t kKind>
+TWINTRUE_INLINE void rays_of(const RayEye& eye, std::size_t count, const double* px, const double* py,
+                             const RayArrays& rays) {
+  for (std::size_t at = 0; at < count; at += kSweepBlock) {
+    const std::size_t rest = count - at;
+    block_rays_of<kKind>(eye, rest < kSweepBlock ? rest : kSweepBlock, px + at, py + at, rays.x + at,
+                         rays.y + at, rays.z + at);
   }
 }
 

@@ -67,12 +67,14 @@ TWINTRUE_INLINE void sine_cosine(double x, double* sine, double* cosine) {
   c = c * z + 1.0 / 24.0;
   c = c * z - 0.5;
   c = c * z + 1.0;
+  // The choice and the signs by bits: as conditions they would keep the loop from becoming vectors.
   const std::uint64_t quarter = std::bit_cast<std::uint64_t>(rounded);
-  const bool odd = (quarter & 1) != 0;
-  const double one = odd ? c : s;
-  const double other = odd ? s : c;
-  *sine = (quarter & 2) != 0 ? -one : one;
-  *cosine = ((quarter + 1) & 2) != 0 ? -other : other;
+  const std::uint64_t odd = 0 - (quarter & 1);
+  const std::uint64_t sine_bits = std::bit_cast<std::uint64_t>(s);
+  const std::uint64_t changed = (sine_bits ^ std::bit_cast<std::uint64_t>(c)) & odd;
+  const std::uint64_t cosine_bits = std::bit_cast<std::uint64_t>(c) ^ changed;
+  *sine = std::bit_cast<double>((sine_bits ^ changed) ^ ((quarter & 2) << 62));
+  *cosine = std::bit_cast<double>(cosine_bits ^ (((quarter + 1) & 2) << 62));
 }
 
 }  // namespace twintrue::vector_math
