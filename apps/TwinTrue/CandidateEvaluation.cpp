@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <exception>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "apps/TwinTrue/SweepScorer.h"
+#include "apps/TwinTrue/ParallelEach.h"
 
 namespace twintrue {
 namespace {
@@ -21,23 +21,6 @@ namespace {
 constexpr std::size_t kBatch = 1 << 16;
 // Rays that a batch may keep ready.
 constexpr std::size_t kRayBytes = std::size_t{64} << 20;
-
-// Runs body(i) for i below `count` on all threads, one at a time; the first exception comes out.
-template <typename Body>
-void parallel_each(std::size_t count, const Body& body) {
-  std::exception_ptr failure;
-  const auto n = static_cast<std::int64_t>(count);
-#pragma omp parallel for schedule(dynamic, 1) if (n > 1)
-  for (std::int64_t i = 0; i < n; ++i) {
-    try {
-      body(static_cast<std::size_t>(i));
-    } catch (...) {
-#pragma omp critical(twintrue_level_failure)
-      failure = std::current_exception();
-    }
-  }
-  if (failure) std::rethrow_exception(failure);
-}
 
 // The best scores of a batch so far, and with them what a candidate must reach to be kept.
 class KeptScores {
@@ -70,48 +53,6 @@ std::size_t affordable(const std::vector<PoseCandidate>& batch, const SweepScore
     if (i > 0 && (left.size() + right.size()) * scorer.ray_bytes() > kRayBytes) return i;
   }
   return batch.size();
-}
-
-PoseCandidate plainly_scored(PoseCandidate candidate, const CalibContext& context, const ScorePass& pass,
-                             const RigState& rig, const std::vector<RayMatch>& matches) {
-  RigState posed = rig;
-  rig_apply_pose(posed, candidate);
-  candidate.sums = score_matches(context, pass, posed, matches);
-  candidate.score = candidate.sums.score_sum;
-  return candidate;
-}
-
-// Scores a batch and offers the list what it may keep. `alone`: the batch is the whole level.
-void offer_batch(const CalibContext& context, const ScorePass& pass, const RigState& rig,
-                 const std::vector<RayMatch>& matches, SweepScorer& scorer, std::int32_t kept, bool alone,
-                 std::vector<PoseCandidate>& batch, TopList& top_list) {
-  KeptScores best(kept, top_list.entry());
-  // The middle of the grid is where the best was before: with a good score known early, others are left
-  // early.
-  const std::size_t middle = batch.size() / 2;
-  scorer.prepare({batch[middle]});
-  scorer.put_least_first(batch[middle]);
-  scorer.prepare(batch);
-  batch[middle].score = scorer.score(batch[middle], best.least());
-  best.add(batch[middle].score);
-  parallel_each(batch.size(), [&](std::size_t i) {
-    if (i == middle) return;
-    batch[i].score = scorer.score(batch[i], best.least());
-    best.add(batch[i].score);
-  });
-
-  // What can't be kept is never offered. The few that are left are scored in the plain form, so that rounding
-  // decides neither which of them are kept nor in what order. One that is left alone has nothing to be
-  // decided.
-  const double least = best.least();
-  const double bound = std::isfinite(least) ? least - 2.0 * kSweepTolerance * std::abs(least) : least;
-  std::erase_if(batch, [&](const PoseCandidate& candidate) { return !(candidate.score >= bound); });
-  const bool is_decided = alone && batch.size() == 1;
-  if (!is_decided) {
-    parallel_each(batch.size(),
-                  [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });
-  }
-  for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
 }
 
 }  // namespace
@@ -188,19 +129,67 @@ void build_score_table(CalibContext& context, std::int32_t l, std::int32_t r) {
   }
 }
 
-std::int64_t evaluate_level(CalibContext& context, const RigState& rig, const std::vector<RayMatch>& matches,
-                            Seeds& seeds, std::int32_t seed_count, std::int32_t l, std::int32_t r) {
+LevelEvaluator::LevelEvaluator(CalibContext& context, const RigState& rig,
+                               const std::vector<RayMatch>& matches)
+    : context_(context), rig_(rig), matches_(matches), scorer_(context, rig, matches) {}
+
+PoseCandidate LevelEvaluator::plainly_scored(PoseCandidate candidate, const ScorePass& pass) const {
+  RigState posed = rig_;
+  rig_apply_pose(posed, candidate);
+  candidate.sums = score_matches(context_, pass, posed, matches_);
+  candidate.score = candidate.sums.score_sum;
+  return candidate;
+}
+
+void LevelEvaluator::offer_batch(const ScorePass& pass, bool alone, std::vector<PoseCandidate>& batch,
+                                 TopList& top_list) {
+  KeptScores best(top_list.kept(), top_list.entry());
+  // The middle of the grid is where the best was before. From there outwards: with a good score known early,
+  // others are left early, and the poses that are left soonest come last, where a thread that has no more
+  // waits for the other.
+  const std::size_t middle = batch.size() / 2;
+  scorer_.prepare({batch[middle]});
+  const std::optional<double> known = scorer_.put_least_first(batch[middle]);
+  scorer_.prepare(batch);
+  const auto take = [&](PoseCandidate& candidate, std::optional<double> score) {
+    candidate.score = score ? *score : scorer_.score(candidate, best.least());
+    best.add(candidate.score);
+  };
+  take(batch[middle], known);
+  parallel_each(batch.size() - 1, [&](std::size_t k) {
+    const std::size_t away = k / 2 + 1;
+    take(batch[k % 2 == 0 ? middle - away : middle + away], std::nullopt);
+  });
+
+  // What can't be kept is never offered. The few that are left are scored in the plain form, so that rounding
+  // decides neither which of them are kept nor in what order. One that is left alone has nothing to be
+  // decided, and neither has one that no match counts for: there may be many of those, and they are all
+  // alike.
+  const double least = best.least();
+  const double bound = std::isfinite(least) ? least - 2.0 * kSweepTolerance * std::abs(least) : least;
+  std::erase_if(batch, [&](const PoseCandidate& candidate) { return !(candidate.score >= bound); });
+  const bool is_decided = alone && batch.size() == 1;
+  if (!is_decided) {
+    parallel_each(batch.size(), [&](std::size_t i) {
+      if (batch[i].score == 0.0 && scorer_.counts_no_match(batch[i])) return;
+      batch[i] = plainly_scored(batch[i], pass);
+    });
+  }
+  for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
+}
+
+std::int64_t LevelEvaluator::evaluate(Seeds& seeds, std::int32_t seed_count, std::int32_t l, std::int32_t r) {
   const auto level = static_cast<std::size_t>(l);
   const auto retry = static_cast<std::size_t>(r);
-  const CandidateGrid list(context.right_table[retry][level], context.left_table[retry][level],
-                           context.limits[retry], seeds, seed_count);
+  const CandidateGrid list(context_.right_table[retry][level], context_.left_table[retry][level],
+                           context_.limits[retry], seeds, seed_count);
   TopList top_list(seed_count);
-  if (context.verbose) fmt::print("param candidate count[{}]:{}\n", l, list.size());
-  build_score_table(context, l, r);
+  if (context_.verbose) fmt::print("param candidate count[{}]:{}\n", l, list.size());
+  build_score_table(context_, l, r);
 
-  const ScorePass pass = level_pass(context, matches.size(), l, r);
-  SweepScorer scorer(context, pass, rig, matches);
-  const bool swept = SweepScorer::serves(context, pass);
+  const ScorePass pass = level_pass(context_, matches_.size(), l, r);
+  const bool swept = SweepScorer::serves(context_, pass);
+  if (swept) scorer_.begin(pass);
   CandidateGrid::Cursor cursor;
   std::vector<CandidateGrid::Cursor> places;
   std::vector<PoseCandidate> batch;
@@ -211,16 +200,15 @@ std::int64_t evaluate_level(CalibContext& context, const RigState& rig, const st
       batch[i].sigma = pass.sigma;
     }
     if (swept) {
-      const std::size_t affordable_count = affordable(batch, scorer);
+      const std::size_t affordable_count = affordable(batch, scorer_);
       if (affordable_count < batch.size()) {
         cursor = places[affordable_count];
         batch.resize(affordable_count);
       }
       const bool alone = static_cast<std::int64_t>(batch.size()) == list.size();
-      offer_batch(context, pass, rig, matches, scorer, seed_count, alone, batch, top_list);
+      offer_batch(pass, alone, batch, top_list);
     } else {
-      parallel_each(batch.size(),
-                    [&](std::size_t i) { batch[i] = plainly_scored(batch[i], context, pass, rig, matches); });
+      parallel_each(batch.size(), [&](std::size_t i) { batch[i] = plainly_scored(batch[i], pass); });
       for (const PoseCandidate& candidate : batch) top_list.offer(candidate);
     }
     places.clear();

@@ -10,6 +10,7 @@
 #include "apps/TwinTrue/MatchScore.h"
 #include "apps/TwinTrue/PoseCandidate.h"
 #include "apps/TwinTrue/RayMatch.h"
+#include "apps/TwinTrue/SweepScorer.h"
 #include "lens/RigModel.h"
 
 namespace twintrue {
@@ -25,6 +26,7 @@ class TopList {
 
   // Scores below this are not taken. Starts at 0, so a negative score never opens the list.
   double entry() const { return entry_; }
+  std::int32_t kept() const { return kept_; }
   const Seeds& slots() const { return slots_; }
 
  private:
@@ -35,13 +37,32 @@ class TopList {
   Seeds slots_;
 };
 
-// Evaluates level `l` of retry `r` around `seed_count` of the seeds and replaces all three by the best found;
-// slots that nothing filled are pose zero with score -1. Returns the number of candidates. Fills the
-// context's score table if the level's weight mode reads one. Aborts on an unknown weight mode.
-//
-// Candidates are scored in parallel; the result is the same for every number of threads.
-std::int64_t evaluate_level(CalibContext& context, const RigState& rig, const std::vector<RayMatch>& matches,
-                            Seeds& seeds, std::int32_t seed_count, std::int32_t l, std::int32_t r);
+// Evaluates the levels of one search.
+class LevelEvaluator {
+ public:
+  // The context, the rig and the matches must outlive the object; the context's score table is filled by the
+  // levels whose weight mode reads one.
+  LevelEvaluator(CalibContext& context, const RigState& rig, const std::vector<RayMatch>& matches);
+  // A rig that ends with the call would leave the object without one.
+  LevelEvaluator(CalibContext&, RigState&&, const std::vector<RayMatch>&) = delete;
+
+  // Evaluates level `l` of retry `r` around `seed_count` of the seeds and replaces all three by the best
+  // found; slots that nothing filled are pose zero with score -1. Returns the number of candidates. Aborts on
+  // an unknown weight mode.
+  //
+  // Candidates are scored in parallel; the result is the same for every number of threads.
+  std::int64_t evaluate(Seeds& seeds, std::int32_t seed_count, std::int32_t l, std::int32_t r);
+
+ private:
+  // Scores a batch and offers the list what it may keep. `alone`: the batch is the whole level.
+  void offer_batch(const ScorePass& pass, bool alone, std::vector<PoseCandidate>& batch, TopList& top_list);
+  PoseCandidate plainly_scored(PoseCandidate candidate, const ScorePass& pass) const;
+
+  CalibContext& context_;
+  const RigState& rig_;
+  const std::vector<RayMatch>& matches_;
+  SweepScorer scorer_;
+};
 
 // Settings of the passes of a level.
 ScorePass level_pass(const CalibContext& context, std::size_t match_count, std::int32_t l, std::int32_t r);

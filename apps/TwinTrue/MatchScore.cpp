@@ -1,8 +1,10 @@
 #include "apps/TwinTrue/MatchScore.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <exception>
+
+#include "apps/TwinTrue/ParallelEach.h"
 
 namespace twintrue {
 namespace {
@@ -278,21 +280,14 @@ MatchScoreSums score_matches_in_parallel(const CalibContext& context, const Scor
   const double sigma_squared = pass.sigma * pass.sigma;
   const std::int32_t fast_mode = pass.final ? 0 : context.fast_mode;
   std::vector<MatchValue> values(walked_count(context, pass, matches));
-  constexpr std::int64_t kWorthThreads = 256;
-  const auto count = static_cast<std::int64_t>(values.size());
-  std::exception_ptr failure;
-#pragma omp parallel for schedule(static) if (count >= kWorthThreads)
-  for (std::int64_t i = 0; i < count; ++i) {
-    const auto at = static_cast<std::size_t>(i);
-    try {
-      values[at] = score_one_match(context, static_cast<std::int32_t>(i), rig, matches[at], sigma_squared,
-                                   pass.weight_mode, fast_mode, pass.mid_point);
-    } catch (...) {
-#pragma omp critical(twintrue_score_failure)
-      failure = std::current_exception();
+  constexpr std::size_t kShare = 256;  // matches that are worth a thread
+  parallel_each((values.size() + kShare - 1) / kShare, [&](std::size_t share) {
+    const std::size_t end = std::min((share + 1) * kShare, values.size());
+    for (std::size_t i = share * kShare; i < end; ++i) {
+      values[i] = score_one_match(context, static_cast<std::int32_t>(i), rig, matches[i], sigma_squared,
+                                  pass.weight_mode, fast_mode, pass.mid_point);
     }
-  }
-  if (failure) std::rethrow_exception(failure);
+  });
   PassSums sums;
   for (const MatchValue& one : values) sums.add(one);
   return sums.finish(pass.div_mode);

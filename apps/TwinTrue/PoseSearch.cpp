@@ -47,6 +47,7 @@ void pose_search(CalibContext& context, const RigState& rig, const std::vector<R
   result.score = -1.0;
   result.sigma = 0.0;
 
+  LevelEvaluator levels(context, rig, matches);
   Seeds seeds;
   for (std::int32_t r = 0;; ++r) {
     const auto retry = static_cast<std::size_t>(r);
@@ -60,7 +61,7 @@ void pose_search(CalibContext& context, const RigState& rig, const std::vector<R
       std::int64_t candidates = 0;
       if (!skipped) {
         if (context.verbose) fmt::print("sigma:{} lv:{} retry:{}\n", context.sigma[retry][level], l, r);
-        candidates = evaluate_level(context, rig, matches, seeds, context.knn[level], l, r);
+        candidates = levels.evaluate(seeds, context.knn[level], l, r);
       }
       if (observer != nullptr) observer->on_level(r, l, skipped, candidates, seeds);
     }

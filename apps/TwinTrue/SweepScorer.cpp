@@ -2,12 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
 #include <limits>
 #include <set>
 
+#include "apps/TwinTrue/ParallelEach.h"
+
 namespace twintrue {
 namespace {
+
+// Matches that a thread takes at a time where one pose or one pair of offsets is shared out.
+constexpr std::size_t kChunk = 16 * kSweepBlock;
 
 // Factor of the exponential in the weight modes that are one, else 0.
 double exponent_factor(std::int32_t mode, double sigma_squared) {
@@ -87,37 +91,59 @@ bool SweepScorer::serves(const CalibContext& context, const ScorePass& pass) {
   return context.skip_num_using_feat_mode != 1 || pass.count_limit >= 1;
 }
 
-SweepScorer::SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
+SweepScorer::SweepScorer(const CalibContext& context, const RigState& rig,
                          const std::vector<RayMatch>& matches, cve::InstructionSet set)
-    : context_(context), pass_(pass), rig_(rig), exp_(sweep_exp(set)), rays_(sweep_rays(set)) {
-  const std::size_t walked = walked_count(context, pass, matches);
-  const std::int32_t fast_mode = pass.final ? 0 : context.fast_mode;
-  const bool one_eye = fast_mode == 1 || fast_mode == 2;
-  SweepVariant variant;
-  variant.kind = rig.current.left.distortion.kind;
-  variant.mid_point = pass.mid_point == 1;
-  variant.lean = is_lean(rig.current.left) && is_lean(rig.current.right);
+    : context_(context),
+      rig_(rig),
+      matches_(matches),
+      set_(set),
+      exp_(sweep_exp(set)),
+      rays_(sweep_rays(set)) {}
 
-  const auto lay_out = [&](SweepError error, auto&& wanted) {
-    variant.error = error;
-    const std::size_t begin = size_;
-    for (std::size_t i = 0; i < walked; ++i) {
-      if (wanted(matches[i], static_cast<std::int32_t>(i))) append(matches[i]);
-    }
-    if (size_ > begin) groups_.push_back({begin, size_, sweep_errors(set, variant)});
-  };
-  if (one_eye) {
-    lay_out(SweepError::kRightOnly,
-            [&](const RayMatch& m, std::int32_t i) { return is_right_side(fast_mode, m, i); });
-    lay_out(SweepError::kLeftOnly,
-            [&](const RayMatch& m, std::int32_t i) { return !is_right_side(fast_mode, m, i); });
-  } else {
-    lay_out(SweepError::kFull, [](const RayMatch&, std::int32_t) { return true; });
+void SweepScorer::begin(const ScorePass& pass) {
+  pass_ = pass;
+  const std::int32_t fast_mode = pass.final ? 0 : context_.fast_mode;
+  const bool one_eye = fast_mode == 1 || fast_mode == 2;
+  const std::size_t walked = walked_count(context_, pass, matches_);
+  if (walked != walked_) lay_out(walked, one_eye);
+  SweepVariant variant;
+  variant.kind = rig_.current.left.distortion.kind;
+  variant.mid_point = pass.mid_point == 1;
+  variant.lean = is_lean(rig_.current.left) && is_lean(rig_.current.right);
+  for (Group& group : groups_) {
+    variant.error = group.error;
+    group.errors = sweep_errors(set_, variant);
   }
   const double factor = exponent_factor(pass.weight_mode, pass.sigma * pass.sigma);
   // The kernel takes falling exponentials of errors that are not negative.
-  if (std::isfinite(factor) && !(one_eye && !(std::abs(context.dir_bias) <= 1.0))) exp_factor_ = factor;
-  bounded_ = terms_are_bounded(context, pass, one_eye);
+  const bool falls = std::isfinite(factor) && !(one_eye && !(std::abs(context_.dir_bias) <= 1.0));
+  exp_factor_ = falls ? factor : 0.0;
+  bounded_ = terms_are_bounded(context_, pass, one_eye);
+}
+
+void SweepScorer::lay_out(std::size_t walked, bool one_eye) {
+  for (AlignedDoubles* values : {&x_a_, &y_a_, &x_b_, &y_b_, &x_left_}) values->clear();
+  groups_.clear();
+  left_rays_.clear();
+  right_rays_.clear();
+  size_ = 0;
+  const auto add_group = [&](SweepError error, auto&& wanted) {
+    const std::size_t begin = size_;
+    for (std::size_t i = 0; i < walked; ++i) {
+      if (wanted(matches_[i], static_cast<std::int32_t>(i))) append(matches_[i]);
+    }
+    if (size_ > begin) groups_.push_back({begin, size_, error, nullptr});
+  };
+  if (one_eye) {
+    const std::int32_t fast_mode = context_.fast_mode;
+    add_group(SweepError::kRightOnly,
+              [&](const RayMatch& m, std::int32_t i) { return is_right_side(fast_mode, m, i); });
+    add_group(SweepError::kLeftOnly,
+              [&](const RayMatch& m, std::int32_t i) { return !is_right_side(fast_mode, m, i); });
+  } else {
+    add_group(SweepError::kFull, [](const RayMatch&, std::int32_t) { return true; });
+  }
+  walked_ = walked;
 }
 
 void SweepScorer::append(const RayMatch& match) {
@@ -129,7 +155,8 @@ void SweepScorer::append(const RayMatch& match) {
   ++size_;
 }
 
-SweepScorer::Rays SweepScorer::unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets) const {
+void SweepScorer::unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets, std::size_t begin,
+                                 std::size_t end, Rays& rays) const {
   const LensDistortion& distortion = eye.distortion;
   if (!distortion.table) throw LensModelError("distortionが未初期化");
   const RayEye from{distortion.kind,
@@ -147,13 +174,8 @@ SweepScorer::Rays SweepScorer::unrotated_rays(const EyeModel& eye, bool left, co
                     distortion.table->data(),
                     static_cast<double>(distortion.table_scale),
                     static_cast<double>(distortion.table_size - 2)};
-  Rays rays;
-  rays.x.resize(size_);
-  rays.y.resize(size_);
-  rays.z.resize(size_);
-  rays_(from, size_, left ? x_left_.data() : x_a_.data(), left ? y_b_.data() : y_a_.data(),
-        {rays.x.data(), rays.y.data(), rays.z.data()});
-  return rays;
+  rays_(from, end - begin, (left ? x_left_ : x_a_).data() + begin, (left ? y_b_ : y_a_).data() + begin,
+        {rays.x.data() + begin, rays.y.data() + begin, rays.z.data() + begin});
 }
 
 void SweepScorer::prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
@@ -169,19 +191,15 @@ void SweepScorer::prepare_eye(const EyeModel& eye, bool left, const std::vector<
     const auto [at, is_new] = cache.try_emplace(offsets);
     if (is_new) missing.push_back(at);
   }
-  std::exception_ptr failure;
-  const auto count = static_cast<std::int64_t>(missing.size());
-#pragma omp parallel for schedule(dynamic, 1) if (count > 1)
-  for (std::int64_t i = 0; i < count; ++i) {
-    try {
-      const auto& at = missing[static_cast<std::size_t>(i)];
-      at->second = unrotated_rays(eye, left, at->first);
-    } catch (...) {
-#pragma omp critical(twintrue_sweep_failure)
-      failure = std::current_exception();
-    }
+  for (const auto& at : missing) {
+    for (AlignedDoubles* values : {&at->second.x, &at->second.y, &at->second.z}) values->resize(size_);
   }
-  if (failure) std::rethrow_exception(failure);
+  const std::size_t chunks = (size_ + kChunk - 1) / kChunk;
+  parallel_each(missing.size() * chunks, [&](std::size_t i) {
+    const auto& at = missing[i / chunks];
+    const std::size_t begin = i % chunks * kChunk;
+    unrotated_rays(eye, left, at->first, begin, std::min(begin + kChunk, size_), at->second);
+  });
 }
 
 void SweepScorer::prepare(const std::vector<PoseCandidate>& poses) {
@@ -190,42 +208,45 @@ void SweepScorer::prepare(const std::vector<PoseCandidate>& poses) {
   prepare_eye(rig_.current.right, false, poses, right_rays_);
 }
 
-void SweepScorer::reorder(AlignedDoubles& values, const std::vector<std::uint32_t>& order) {
-  AlignedDoubles before(values.size());
-  before.swap(values);
-  for (std::size_t i = 0; i < order.size(); ++i) values[i] = before[order[i]];
-}
+std::optional<double> SweepScorer::put_least_first(const CalibResult& pose) {
+  if (!bounded_ || size_ <= kSweepBlock) return std::nullopt;
+  AlignedDoubles terms(size_);
+  parallel_each((size_ + kChunk - 1) / kChunk, [&](std::size_t chunk) {
+    std::size_t at = chunk * kChunk;
+    visit_errors(pose, at, std::min(at + kChunk, size_), [&](const double* errors, std::size_t count) {
+      terms_of(errors, count, &terms[at]);
+      at += count;
+      return true;
+    });
+  });
+  LaneSum sum;
+  sum.add(terms.data(), size_);
 
-void SweepScorer::put_least_first(const CalibResult& pose) {
-  if (!bounded_ || size_ <= kSweepBlock) return;
   // Terms in steps are enough, and sort in one pass.
   constexpr std::size_t kSteps = 64;
-  std::vector<std::uint8_t> step(size_);
-  alignas(64) std::array<double, kSweepBlock> terms;
-  std::size_t at = 0;
-  visit_errors(pose, [&](const double* errors, std::size_t count) {
-    terms_of(errors, count, terms.data());
-    for (std::size_t i = 0; i < count; ++i) {
-      step[at++] = static_cast<std::uint8_t>(std::clamp(terms[i], 0.0, 1.0) * (kSteps - 1));
-    }
-    return true;
-  });
+  const auto step = [&](std::size_t i) {
+    return static_cast<std::size_t>(std::clamp(terms[i], 0.0, 1.0) * (kSteps - 1));
+  };
   std::vector<std::uint32_t> order(size_);
   for (const Group& group : groups_) {
     std::array<std::size_t, kSteps + 1> place{};
-    for (std::size_t i = group.begin; i < group.end; ++i) ++place[step[i] + 1u];
+    for (std::size_t i = group.begin; i < group.end; ++i) ++place[step(i) + 1];
     place[0] = group.begin;
     for (std::size_t s = 1; s <= kSteps; ++s) place[s] += place[s - 1];
     for (std::size_t i = group.begin; i < group.end; ++i) {
-      order[place[step[i]]++] = static_cast<std::uint32_t>(i);
+      order[place[step(i)]++] = static_cast<std::uint32_t>(i);
     }
   }
-  for (AlignedDoubles* values : {&x_a_, &y_a_, &x_b_, &y_b_, &x_left_}) reorder(*values, order);
+  std::vector<AlignedDoubles*> laid_out{&x_a_, &y_a_, &x_b_, &y_b_, &x_left_};
   for (RayCache* cache : {&left_rays_, &right_rays_}) {
-    for (auto& [offsets, rays] : *cache) {
-      for (AlignedDoubles* values : {&rays.x, &rays.y, &rays.z}) reorder(*values, order);
-    }
+    for (auto& [offsets, rays] : *cache) laid_out.insert(laid_out.end(), {&rays.x, &rays.y, &rays.z});
   }
+  parallel_each(laid_out.size(), [&](std::size_t k) {
+    AlignedDoubles& values = *laid_out[k];
+    const AlignedDoubles before = values;
+    for (std::size_t i = 0; i < order.size(); ++i) values[i] = before[order[i]];
+  });
+  return divide_score(sum.total(), 0.0, pass_.div_mode);
 }
 
 SweepPose SweepScorer::pose_for_kernel(const CalibResult& pose) const {
@@ -256,14 +277,17 @@ SweepPose SweepScorer::pose_for_kernel(const CalibResult& pose) const {
 }
 
 template <typename Visit>
-void SweepScorer::visit_errors(const CalibResult& pose, Visit&& visit) const {
+void SweepScorer::visit_errors(const CalibResult& pose, std::size_t begin, std::size_t end,
+                               Visit&& visit) const {
   const SweepPose posed = pose_for_kernel(pose);
   const Rays& left = left_rays_.at({pose.left_offset_x, pose.left_offset_y});
   const Rays& right = right_rays_.at({pose.right_offset_x, pose.right_offset_y});
   alignas(64) std::array<double, kSweepBlock> errors;
   for (const Group& group : groups_) {
-    for (std::size_t at = group.begin; at < group.end; at += kSweepBlock) {
-      const std::size_t count = std::min(kSweepBlock, group.end - at);
+    const std::size_t last = std::min(group.end, end);
+    std::size_t count = 0;
+    for (std::size_t at = std::max(group.begin, begin); at < last; at += count) {
+      count = std::min(kSweepBlock, last - at);
       const MatchBlock block{{&left.x[at], &left.y[at], &left.z[at]},
                              {&right.x[at], &right.y[at], &right.z[at]},
                              &x_a_[at],
@@ -303,7 +327,7 @@ double SweepScorer::score(const CalibResult& pose, double least) const {
   std::size_t remaining = size_;
   bool left_early = false;
   alignas(64) std::array<double, kSweepBlock> terms;
-  visit_errors(pose, [&](const double* errors, std::size_t count) {
+  visit_errors(pose, 0, size_, [&](const double* errors, std::size_t count) {
     weights += terms_of(errors, count, terms.data());
     sum.add(terms.data(), count);
     remaining -= count;
@@ -312,6 +336,15 @@ double SweepScorer::score(const CalibResult& pose, double least) const {
   });
   if (left_early) return -std::numeric_limits<double>::infinity();
   return divide_score(sum.total(), weights, pass_.div_mode);
+}
+
+bool SweepScorer::counts_no_match(const CalibResult& pose) const {
+  bool none = true;
+  visit_errors(pose, 0, size_, [&](const double* errors, std::size_t count) {
+    none = std::all_of(errors, errors + count, [](double error) { return std::isinf(error); });
+    return none;
+  });
+  return none;
 }
 
 }  // namespace twintrue

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -43,27 +44,33 @@ struct VectorAligned {
 };
 using AlignedDoubles = std::vector<double, VectorAligned<double>>;
 
+// One object serves all levels of a search: where the next level walks the same matches, it finds them laid
+// out, and the rays of the pose that it starts from as well.
 class SweepScorer {
  public:
-  // The rig, the matches and the context (its score table for this pass already filled) must outlive the
-  // object. Only the matches that the pass's limits let through are laid out.
-  SweepScorer(const CalibContext& context, const ScorePass& pass, const RigState& rig,
-              const std::vector<RayMatch>& matches, cve::InstructionSet set = cve::best_instruction_set());
+  // The context, the rig and the matches must outlive the object.
+  SweepScorer(const CalibContext& context, const RigState& rig, const std::vector<RayMatch>& matches,
+              cve::InstructionSet set = cve::best_instruction_set());
   // A rig that ends with the call would leave the object without one.
-  SweepScorer(const CalibContext&, const ScorePass&, RigState&&, const std::vector<RayMatch>&,
+  SweepScorer(const CalibContext&, RigState&&, const std::vector<RayMatch>&,
               cve::InstructionSet = cve::best_instruction_set()) = delete;
 
   // False for passes that end at the first valid match: they need the matches in their order.
   static bool serves(const CalibContext& context, const ScorePass& pass);
 
+  // Turns to a pass, whose score table the context must hold already. Only the matches that the pass's limits
+  // let through are laid out.
+  void begin(const ScorePass& pass);
+
   // Readies the rays for poses with these offsets; a pose may be scored only then. Drops the rays that no
   // pose of the batch needs. Works in parallel.
   void prepare(const std::vector<PoseCandidate>& poses);
 
-  // Lays the matches out anew, those first that add least under a pose that was prepared. What a good pose
-  // loses it then loses early, mostly to wrong matches that fit no pose, and a worse one is left as soon as
-  // it loses a little more. Only for sums in which a match can be told hopeless; else nothing is done.
-  void put_least_first(const CalibResult& pose);
+  // Scores a pose that was prepared, and lays the matches out anew, those first that add least under it. What
+  // a good pose loses it then loses early, mostly to wrong matches that fit no pose, and a worse one is left
+  // as soon as it loses a little more. Only for sums in which a match can be told hopeless; else nothing is
+  // done and nothing returned. Works in parallel.
+  std::optional<double> put_least_first(const CalibResult& pose);
 
   // Bytes of rays that one more pair of offsets takes.
   std::size_t ray_bytes() const { return 3 * sizeof(double) * size_; }
@@ -72,6 +79,9 @@ class SweepScorer {
   // unknown weight mode as soon as a match has an error. Thread-safe.
   double score(const CalibResult& pose, double least) const;
 
+  // Whether no match has an error under the pose. Thread-safe.
+  bool counts_no_match(const CalibResult& pose) const;
+
   std::size_t match_count() const { return size_; }
 
  private:
@@ -79,6 +89,7 @@ class SweepScorer {
   struct Group {
     std::size_t begin;
     std::size_t end;
+    SweepError error;
     SweepErrorsFn errors;
   };
   struct Rays {
@@ -87,22 +98,27 @@ class SweepScorer {
   using Offsets = std::pair<double, double>;
   using RayCache = std::map<Offsets, Rays>;
 
+  void lay_out(std::size_t walked, bool one_eye);
   void append(const RayMatch& match);
   // Terms of matches with these errors, 0 for one that adds nothing. The sum of the weights, where the
   // divider asks for it.
   double terms_of(const double* errors, std::size_t count, double* terms) const;
-  static void reorder(AlignedDoubles& values, const std::vector<std::uint32_t>& order);
-  Rays unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets) const;
+  void unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets, std::size_t begin,
+                      std::size_t end, Rays& rays) const;
   void prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
                    RayCache& cache) const;
   SweepPose pose_for_kernel(const CalibResult& pose) const;
-  // Calls visit(errors, count) block by block until it returns false.
+  // Calls visit(errors, count) block by block, over the matches from `begin` to before `end`, until it
+  // returns false.
   template <typename Visit>
-  void visit_errors(const CalibResult& pose, Visit&& visit) const;
+  void visit_errors(const CalibResult& pose, std::size_t begin, std::size_t end, Visit&& visit) const;
 
   const CalibContext& context_;
-  ScorePass pass_;
   const RigState& rig_;
+  const std::vector<RayMatch>& matches_;
+  cve::InstructionSet set_;
+  ScorePass pass_;
+  std::optional<std::size_t> walked_;  // of the list, when it was laid out
   std::size_t size_ = 0;
   AlignedDoubles x_a_, y_a_, x_b_, y_b_;
   AlignedDoubles x_left_;  // of the left eye's keypoint in the frame

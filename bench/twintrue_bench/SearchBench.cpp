@@ -55,8 +55,8 @@ void ScorePlain(benchmark::State& state) {
 void ScoreFast(benchmark::State& state) {
   const BenchRun& run = BenchRun::of_width(kWidth);
   const auto matches = matches_of(run, static_cast<std::size_t>(state.range(0)));
-  SweepScorer scorer(*run.context, pass_of(matches.size()), run.rig, matches,
-                     static_cast<cve::InstructionSet>(state.range(1)));
+  SweepScorer scorer(*run.context, run.rig, matches, static_cast<cve::InstructionSet>(state.range(1)));
+  scorer.begin(pass_of(matches.size()));
   const std::vector<PoseCandidate> pose(1);
   scorer.prepare(pose);
   for (auto _ : state) benchmark::DoNotOptimize(scorer.score(pose[0], 0.0));
@@ -118,7 +118,8 @@ void Level(benchmark::State& state) {
   const std::int64_t candidates = state.range(0) * state.range(0) * state.range(0);
   for (auto _ : state) {
     Seeds seeds;
-    evaluate_level(context, run.rig, matches, seeds, static_cast<std::int32_t>(state.range(1)), 0, 0);
+    LevelEvaluator(context, run.rig, matches)
+        .evaluate(seeds, static_cast<std::int32_t>(state.range(1)), 0, 0);
     benchmark::DoNotOptimize(seeds);
   }
   state.SetItemsProcessed(state.iterations() * candidates * 2000);

@@ -2,8 +2,10 @@
 
 #include <omp.h>
 
+#include <array>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -84,7 +86,8 @@ TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) 
             const ScorePass pass = level_pass(context, matches.size(), 0, 0);
             std::vector<double> portable;
             for (cve::InstructionSet set : cve::supported_instruction_sets()) {
-              SweepScorer scorer(context, pass, rig, matches, set);
+              SweepScorer scorer(context, rig, matches, set);
+              scorer.begin(pass);
               scorer.prepare(poses);
               for (std::size_t i = 0; i < poses.size(); ++i) {
                 RigState posed = rig;
@@ -125,12 +128,54 @@ TEST(SweepScorer, AwkwardListLengths) {
   for (std::size_t count : {0u, 1u, 2u, 7u, 8u, 9u, 127u, 128u, 129u, 255u, 256u, 257u, 400u}) {
     const std::vector<RayMatch> matches(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count));
     const ScorePass pass = level_pass(context, count, 0, 0);
-    SweepScorer scorer(context, pass, rig, matches);
+    SweepScorer scorer(context, rig, matches);
+    scorer.begin(pass);
     scorer.prepare(poses);
     RigState posed = rig;
     rig_apply_pose(posed, poses[0]);
     const double plain = score_matches(context, pass, posed, matches).score_sum;
     EXPECT_NEAR(scorer.score(poses[0], -1.0), plain, kSweepTolerance * plain) << count;
+  }
+}
+
+// A search keeps one scorer for all its levels: what a level laid out and made ready must not show in the
+// next.
+TEST(SweepScorer, ServesPassAfterPass) {
+  const auto poses = some_poses(6);
+  const auto matches = make_matches(poses[0], {.count = 5000, .noise_px = 0.6, .outliers = 0.2});
+  const RigState rig = nominal_rig();
+  for (std::int32_t fast_mode : {0, 1}) {
+    CalibContext context;
+    context.fast_mode = fast_mode;
+    context.score_tbl_coeff = 8.0f;
+    SweepScorer scorer(context, rig, matches);
+    for (std::int32_t level = 0; level < 10; ++level) {
+      const auto l = static_cast<std::size_t>(level);
+      context.sigma[0][l] = 3.0 - 0.2 * level;
+      context.score_weight_mode[0][l] = std::array{1, 5, 1, 6, 0}[l % 5];
+      context.use_mid_point[0][l] = level / 5;
+      context.rank[l] = 100;
+      // Now the same matches as before, now more, now fewer.
+      context.num_of_using_feat[0][l] = std::array{2500, 2500, 5001, 300, 5001}[l % 5];
+      build_score_table(context, level, 0);
+      const ScorePass pass = level_pass(context, matches.size(), level, 0);
+      scorer.begin(pass);
+      // Poses come and go, and with them their rays; the last one stays from level to level.
+      const std::vector<PoseCandidate> batch{poses[l % 5], poses[5]};
+      scorer.prepare({batch[1]});
+      const std::optional<double> put = scorer.put_least_first(batch[1]);
+      EXPECT_EQ(put.has_value(), pass.weight_mode != 6) << "the sums of mode 6 have no bound";
+      scorer.prepare(batch);
+      for (const PoseCandidate& pose : batch) {
+        RigState posed = rig;
+        rig_apply_pose(posed, pose);
+        const double plain = score_matches(context, pass, posed, matches).score_sum;
+        EXPECT_NEAR(scorer.score(pose, -1.0), plain, kSweepTolerance * plain) << fast_mode << ' ' << level;
+        if (put && &pose == &batch[1]) {
+          EXPECT_NEAR(*put, plain, kSweepTolerance * plain);
+        }
+      }
+    }
   }
 }
 
@@ -144,7 +189,8 @@ TEST(SweepScorer, LeavesOnlyHopelessPosesEarly) {
   context.num_of_using_feat[0][0] = 5000;
   const ScorePass pass = level_pass(context, matches.size(), 0, 0);
   const RigState rig = nominal_rig();
-  SweepScorer scorer(context, pass, rig, matches);
+  SweepScorer scorer(context, rig, matches);
+  scorer.begin(pass);
   scorer.prepare(poses);
   int left = 0;
   for (const PoseCandidate& pose : poses) {
@@ -185,7 +231,7 @@ Seeds plain_level(CalibContext& context, const RigState& rig, const std::vector<
   return top.slots();
 }
 
-TEST(EvaluateLevel, KeepsTheCandidatesThatThePlainFormKeeps) {
+TEST(LevelEvaluator, KeepsTheCandidatesThatThePlainFormKeeps) {
   const RigState rig = bent_rig(1, Bend::kDistorted);
   const auto matches = make_matches(some_poses(1)[0], {.count = 150, .noise_px = 0.7, .outliers = 0.3});
   const int before = omp_get_max_threads();
@@ -213,7 +259,7 @@ TEST(EvaluateLevel, KeepsTheCandidatesThatThePlainFormKeeps) {
           for (int threads : {1, 2, 7}) {
             omp_set_num_threads(threads);
             Seeds found = seeds;
-            evaluate_level(*context, rig, matches, found, kept, 0, 0);
+            LevelEvaluator(*context, rig, matches).evaluate(found, kept, 0, 0);
             for (std::size_t slot = 0; slot < found.size(); ++slot) {
               for (double CalibResult::*field : kPoseFields) {
                 ASSERT_EQ(found[slot].*field, expected[slot].*field)
@@ -231,7 +277,7 @@ TEST(EvaluateLevel, KeepsTheCandidatesThatThePlainFormKeeps) {
   omp_set_num_threads(before);
 }
 
-TEST(EvaluateLevel, KeepsWhatThePlainFormKeepsUnderAnySettings) {
+TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsUnderAnySettings) {
   std::mt19937_64 engine(99);
   const auto unit = [&] { return std::uniform_real_distribution<double>(0.0, 1.0)(engine); };
   const auto below = [&](std::uint64_t n) { return static_cast<std::int32_t>(engine() % n); };
@@ -280,7 +326,7 @@ TEST(EvaluateLevel, KeepsWhatThePlainFormKeepsUnderAnySettings) {
     const std::int32_t kept = 1 + below(3);
     const Seeds expected = plain_level(*context, rig, matches, seeds, kept);
     Seeds found = seeds;
-    evaluate_level(*context, rig, matches, found, kept, 0, 0);
+    LevelEvaluator(*context, rig, matches).evaluate(found, kept, 0, 0);
     for (std::size_t slot = 0; slot < found.size(); ++slot) {
       for (double CalibResult::*field : kPoseFields) {
         ASSERT_EQ(found[slot].*field, expected[slot].*field) << trial << " slot " << slot;
@@ -302,7 +348,7 @@ TEST(EvaluateLevel, KeepsWhatThePlainFormKeepsUnderAnySettings) {
 
 // Turning both eyes alike about the baseline changes no match, so the grid below holds chains of poses that
 // differ by rounding alone, and more than one batch of them: the seeds of the next level hang on that order.
-TEST(EvaluateLevel, RoundingOfTheFastFormDecidesNothing) {
+TEST(LevelEvaluator, RoundingOfTheFastFormDecidesNothing) {
   const RigState rig = nominal_rig();
   const auto matches = make_matches(PoseCandidate(), {.count = 12, .noise_px = 0.5});
   auto context = std::make_unique<CalibContext>();
@@ -317,7 +363,7 @@ TEST(EvaluateLevel, RoundingOfTheFastFormDecidesNothing) {
     const Seeds seeds;
     const Seeds expected = plain_level(*context, rig, matches, seeds, kept);
     Seeds found = seeds;
-    ASSERT_GT(evaluate_level(*context, rig, matches, found, kept, 0, 0), 1 << 16);
+    ASSERT_GT(LevelEvaluator(*context, rig, matches).evaluate(found, kept, 0, 0), 1 << 16);
     ASSERT_NEAR(expected[0].right_tilt, expected[0].left_tilt, 0.002);
     for (std::size_t slot = 0; slot < found.size(); ++slot) {
       EXPECT_EQ(found[slot].right_tilt, expected[slot].right_tilt) << kept << " slot " << slot;
@@ -327,7 +373,33 @@ TEST(EvaluateLevel, RoundingOfTheFastFormDecidesNothing) {
   }
 }
 
-TEST(EvaluateLevel, AnUnknownWeightModeMattersOnlyToAMatchWithAnError) {
+// All candidates are alike then, and the last of the list stays.
+TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsWhereNoMatchCounts) {
+  const RigState rig = nominal_rig();
+  auto matches = make_matches(PoseCandidate(), {.count = 200});
+  for (RayMatch& match : matches) match.x_a = -5000.0f;  // beyond the angular limit
+  for (std::int32_t div_mode : {1, 2, 3}) {
+    auto context = std::make_unique<CalibContext>();
+    context->sigma[0][0] = 3.0;
+    context->score_weight_mode[0][0] = 1;
+    context->score_div_mode_last = div_mode;
+    context->rank[0] = 100;
+    context->num_of_using_feat[0][0] = 500;
+    context->limits[0] = {1, 1, 0, 5, 5};
+    context->right_table[0][0].tilt = {-0.02, 0.02, 5, 0};
+    for (std::int32_t kept : {1, 3}) {
+      const Seeds expected = plain_level(*context, rig, matches, Seeds(), kept);
+      Seeds found;
+      LevelEvaluator(*context, rig, matches).evaluate(found, kept, 0, 0);
+      for (std::size_t slot = 0; slot < found.size(); ++slot) {
+        EXPECT_EQ(found[slot].right_tilt, expected[slot].right_tilt) << div_mode << " slot " << slot;
+        EXPECT_EQ(found[slot].score, expected[slot].score) << div_mode << " slot " << slot;
+      }
+    }
+  }
+}
+
+TEST(LevelEvaluator, AnUnknownWeightModeMattersOnlyToAMatchWithAnError) {
   const RigState rig = nominal_rig();
   auto matches = make_matches(PoseCandidate(), {.count = 20});
   auto context = std::make_unique<CalibContext>();
@@ -336,10 +408,10 @@ TEST(EvaluateLevel, AnUnknownWeightModeMattersOnlyToAMatchWithAnError) {
   context->rank[0] = 100;
   context->num_of_using_feat[0][0] = 100;
   Seeds seeds;
-  EXPECT_DEATH(evaluate_level(*context, rig, matches, seeds, 1, 0, 0), "");
-  EXPECT_EQ(evaluate_level(*context, rig, matches, seeds, 0, 0, 0), 0) << "no candidates";
+  EXPECT_DEATH(LevelEvaluator(*context, rig, matches).evaluate(seeds, 1, 0, 0), "");
+  EXPECT_EQ(LevelEvaluator(*context, rig, matches).evaluate(seeds, 0, 0, 0), 0) << "no candidates";
   for (RayMatch& match : matches) match.x_a = -5000.0f;  // beyond the angular limit
-  EXPECT_EQ(evaluate_level(*context, rig, matches, seeds, 1, 0, 0), 1);
+  EXPECT_EQ(LevelEvaluator(*context, rig, matches).evaluate(seeds, 1, 0, 0), 1);
 }
 
 }  // namespace
