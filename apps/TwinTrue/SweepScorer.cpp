@@ -4,14 +4,12 @@
 #include <cmath>
 #include <limits>
 #include <set>
+#include <utility>
 
 #include "apps/TwinTrue/ParallelEach.h"
 
 namespace twintrue {
 namespace {
-
-// Matches that a thread takes at a time where one pose or one pair of offsets is shared out.
-constexpr std::size_t kChunk = 16 * kSweepBlock;
 
 // Factor of the exponential in the weight modes that are one, else 0.
 double exponent_factor(std::int32_t mode, double sigma_squared) {
@@ -101,11 +99,13 @@ SweepScorer::SweepScorer(const CalibContext& context, const RigState& rig,
       rays_(sweep_rays(set)) {}
 
 void SweepScorer::begin(const ScorePass& pass) {
-  pass_ = pass;
   const std::int32_t fast_mode = pass.final ? 0 : context_.fast_mode;
   const bool one_eye = fast_mode == 1 || fast_mode == 2;
-  const std::size_t walked = walked_count(context_, pass, matches_);
-  if (walked != walked_) lay_out(walked, one_eye);
+  if (!walked_ || pass.count_limit != pass_.count_limit || pass.rank_limit != pass_.rank_limit) {
+    const std::size_t walked = walked_count(context_, pass, matches_);
+    if (walked != walked_) lay_out(walked, one_eye);
+  }
+  pass_ = pass;
   SweepVariant variant;
   variant.kind = rig_.current.left.distortion.kind;
   variant.mid_point = pass.mid_point == 1;
@@ -126,6 +126,7 @@ void SweepScorer::lay_out(std::size_t walked, bool one_eye) {
   groups_.clear();
   left_rays_.clear();
   right_rays_.clear();
+  spare_rays_.clear();
   size_ = 0;
   const auto add_group = [&](SweepError error, auto&& wanted) {
     const std::size_t begin = size_;
@@ -179,22 +180,34 @@ void SweepScorer::unrotated_rays(const EyeModel& eye, bool left, const Offsets& 
 }
 
 void SweepScorer::prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
-                              RayCache& cache) const {
+                              RayCache& cache) {
   std::set<Offsets> wanted;
   for (const PoseCandidate& pose : poses) {
     wanted.insert(left ? Offsets{pose.left_offset_x, pose.left_offset_y}
                        : Offsets{pose.right_offset_x, pose.right_offset_y});
   }
-  std::erase_if(cache, [&](const auto& entry) { return !wanted.contains(entry.first); });
+  for (auto at = cache.begin(); at != cache.end();) {
+    if (wanted.contains(at->first)) {
+      ++at;
+    } else {
+      spare_rays_.push_back(std::move(at->second));
+      at = cache.erase(at);
+    }
+  }
   std::vector<RayCache::iterator> missing;
   for (const Offsets& offsets : wanted) {
     const auto [at, is_new] = cache.try_emplace(offsets);
-    if (is_new) missing.push_back(at);
+    if (!is_new) continue;
+    missing.push_back(at);
+    if (spare_rays_.empty()) continue;
+    at->second = std::move(spare_rays_.back());
+    spare_rays_.pop_back();
   }
-  for (const auto& at : missing) {
-    for (AlignedDoubles* values : {&at->second.x, &at->second.y, &at->second.z}) values->resize(size_);
-  }
-  const std::size_t chunks = (size_ + kChunk - 1) / kChunk;
+  parallel_each(missing.size(), [&](std::size_t i) {
+    Rays& rays = missing[i]->second;
+    for (AlignedDoubles* values : {&rays.x, &rays.y, &rays.z}) values->resize(size_);
+  });
+  const std::size_t chunks = chunk_count();
   parallel_each(missing.size() * chunks, [&](std::size_t i) {
     const auto& at = missing[i / chunks];
     const std::size_t begin = i % chunks * kChunk;
@@ -210,42 +223,55 @@ void SweepScorer::prepare(const std::vector<PoseCandidate>& poses) {
 
 std::optional<double> SweepScorer::put_least_first(const CalibResult& pose) {
   if (!bounded_ || size_ <= kSweepBlock) return std::nullopt;
-  AlignedDoubles terms(size_);
-  parallel_each((size_ + kChunk - 1) / kChunk, [&](std::size_t chunk) {
-    std::size_t at = chunk * kChunk;
-    visit_errors(pose, at, std::min(at + kChunk, size_), [&](const double* errors, std::size_t count) {
-      terms_of(errors, count, &terms[at]);
+  // Matches go by their group and within it by their term, of which steps are enough: chunk by chunk they are
+  // counted, given their places and put there, and those of a step stay in their order.
+  constexpr std::size_t kSteps = 64;
+  constexpr std::size_t kMostGroups = 2;
+  const std::size_t chunks = chunk_count();
+  terms_.resize(size_);
+  steps_.resize(size_);
+  order_.resize(size_);
+  std::vector<std::array<std::uint32_t, kMostGroups * kSteps>> places(chunks);
+  parallel_each(chunks, [&](std::size_t chunk) {
+    const std::size_t begin = chunk * kChunk;
+    const std::size_t end = std::min(begin + kChunk, size_);
+    std::size_t at = begin;
+    visit_errors(pose, begin, end, [&](const double* errors, std::size_t count) {
+      terms_of(errors, count, &terms_[at]);
       at += count;
       return true;
     });
-  });
-  LaneSum sum;
-  sum.add(terms.data(), size_);
-
-  // Terms in steps are enough, and sort in one pass.
-  constexpr std::size_t kSteps = 64;
-  const auto step = [&](std::size_t i) {
-    return static_cast<std::size_t>(std::clamp(terms[i], 0.0, 1.0) * (kSteps - 1));
-  };
-  std::vector<std::uint32_t> order(size_);
-  for (const Group& group : groups_) {
-    std::array<std::size_t, kSteps + 1> place{};
-    for (std::size_t i = group.begin; i < group.end; ++i) ++place[step(i) + 1];
-    place[0] = group.begin;
-    for (std::size_t s = 1; s <= kSteps; ++s) place[s] += place[s - 1];
-    for (std::size_t i = group.begin; i < group.end; ++i) {
-      order[place[step(i)]++] = static_cast<std::uint32_t>(i);
+    for (std::size_t i = begin; i < end; ++i) {
+      const double share = terms_[i] > 0.0 ? std::min(terms_[i], 1.0) : 0.0;
+      const std::size_t group = i < groups_.front().end ? 0 : kSteps;
+      steps_[i] = static_cast<std::uint8_t>(group + static_cast<std::size_t>(share * (kSteps - 1)));
+      ++places[chunk][steps_[i]];
     }
+  });
+  std::uint32_t next = 0;
+  for (std::size_t step = 0; step < kMostGroups * kSteps; ++step) {
+    for (auto& place : places) next += std::exchange(place[step], next);
   }
+  parallel_each(chunks, [&](std::size_t chunk) {
+    const std::size_t end = std::min((chunk + 1) * kChunk, size_);
+    for (std::size_t i = chunk * kChunk; i < end; ++i) {
+      order_[places[chunk][steps_[i]]++] = static_cast<std::uint32_t>(i);
+    }
+  });
+
   std::vector<AlignedDoubles*> laid_out{&x_a_, &y_a_, &x_b_, &y_b_, &x_left_};
   for (RayCache* cache : {&left_rays_, &right_rays_}) {
     for (auto& [offsets, rays] : *cache) laid_out.insert(laid_out.end(), {&rays.x, &rays.y, &rays.z});
   }
+  reordered_.resize(std::max(reordered_.size(), laid_out.size()));
   parallel_each(laid_out.size(), [&](std::size_t k) {
     AlignedDoubles& values = *laid_out[k];
-    const AlignedDoubles before = values;
-    for (std::size_t i = 0; i < order.size(); ++i) values[i] = before[order[i]];
+    reordered_[k].resize(size_);
+    for (std::size_t i = 0; i < size_; ++i) reordered_[k][i] = values[order_[i]];
+    values.swap(reordered_[k]);
   });
+  LaneSum sum;
+  sum.add(terms_.data(), size_);
   return divide_score(sum.total(), 0.0, pass_.div_mode);
 }
 

@@ -98,6 +98,10 @@ class SweepScorer {
   using Offsets = std::pair<double, double>;
   using RayCache = std::map<Offsets, Rays>;
 
+  // Matches that a thread takes at a time where one pose or one pair of offsets is shared out.
+  static constexpr std::size_t kChunk = 16 * kSweepBlock;
+  std::size_t chunk_count() const { return (size_ + kChunk - 1) / kChunk; }
+
   void lay_out(std::size_t walked, bool one_eye);
   void append(const RayMatch& match);
   // Terms of matches with these errors, 0 for one that adds nothing. The sum of the weights, where the
@@ -105,8 +109,7 @@ class SweepScorer {
   double terms_of(const double* errors, std::size_t count, double* terms) const;
   void unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets, std::size_t begin,
                       std::size_t end, Rays& rays) const;
-  void prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses,
-                   RayCache& cache) const;
+  void prepare_eye(const EyeModel& eye, bool left, const std::vector<PoseCandidate>& poses, RayCache& cache);
   SweepPose pose_for_kernel(const CalibResult& pose) const;
   // Calls visit(errors, count) block by block, over the matches from `begin` to before `end`, until it
   // returns false.
@@ -124,6 +127,12 @@ class SweepScorer {
   AlignedDoubles x_left_;  // of the left eye's keypoint in the frame
   std::vector<Group> groups_;
   RayCache left_rays_, right_rays_;
+  // Kept from level to level, since fresh memory costs more than what is done in it.
+  std::vector<Rays> spare_rays_;
+  std::vector<AlignedDoubles> reordered_;
+  AlignedDoubles terms_;
+  std::vector<std::uint8_t> steps_;
+  std::vector<std::uint32_t> order_;
   SweepExpFn exp_;
   SweepRaysFn rays_;
   double exp_factor_ = 0.0;  // of the weight modes that are an exponential; 0: another mode
