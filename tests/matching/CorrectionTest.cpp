@@ -70,22 +70,44 @@ std::int32_t reference_vote(std::int32_t mode, std::int32_t s, const MatchVector
       return fixed(1.5);
     case 12:
       return fixed(2.0);
+    case 13:
+      return fixed(1.25);
     default:
       return r;
   }
 }
 
-std::int32_t reference_score(std::int32_t mode, const CorrectionSettings& s, std::int32_t n, std::int32_t sum,
-                             const MatchVector& v, std::int32_t p, std::int32_t place) {
-  std::int32_t base = sum >> s.dist_ratio_shift;
+TEST(VoteKernelTest, EveryModeByItsFormula) {
+  std::mt19937 random(21);
+  CorrectionSettings s;
+  for (std::int32_t mode = 0; mode <= 13; ++mode) {
+    for (s.dist_ratio_shift = 0; s.dist_ratio_shift <= 6; ++s.dist_ratio_shift) {
+      for (int i = 0; i < 200; ++i) {
+        MatchVector w;
+        w.dist_ratio = uniform_int(random, 0, 255);
+        w.cost = uniform_int(random, 0, 12);
+        w.other_cost = uniform_int(random, 0, 12);
+        w.candidate = uniform_int(random, 0, 1);
+        for (const bool near : {false, true}) {
+          EXPECT_EQ(vote_kernel(mode, s, w, near), reference_vote(mode, s.dist_ratio_shift, w, near))
+              << "mode " << mode << ", shift " << s.dist_ratio_shift << ", ratio " << w.dist_ratio;
+        }
+      }
+    }
+  }
+}
+
+std::int64_t reference_score(std::int32_t mode, const CorrectionSettings& s, std::int64_t n, std::int64_t sum,
+                             const MatchVector& v, std::int64_t p, std::int32_t place) {
+  std::int64_t base = sum >> s.dist_ratio_shift;
   if (mode == 0) base = sum;
   if (mode == 2) base += v.dist_ratio;
   if (mode == 6) base = sum >> s.count_rshift;
   if (mode == 8 || mode == 10) base = (sum / 16) >> s.count_rshift;
-  if (mode != 5 && mode != 6 && mode != 8 && mode != 10) base = std::min(base, 255);
-  const std::int32_t value = s.normalizing_mode == 0 ? base * s.normalizing_coeff / n
-                                                     : (base * ((s.normalizing_coeff << 8) / n)) >> 8;
-  std::map<std::int32_t, std::int32_t> raised{{1, 2 * value},
+  if (mode != 5 && mode != 6 && mode != 8 && mode != 10) base = std::min<std::int64_t>(base, 255);
+  const std::int64_t value = s.normalizing_mode == 0 ? base * s.normalizing_coeff / n
+                                                     : (base * (s.normalizing_coeff * 256 / n)) >> 8;
+  std::map<std::int32_t, std::int64_t> raised{{1, 2 * value},
                                               {2, 3 * value / 2},
                                               {3, std::min(3 * value, value + p / 2)},
                                               {4, std::min(3 * value, value + p)},
@@ -97,142 +119,42 @@ std::int32_t reference_score(std::int32_t mode, const CorrectionSettings& s, std
                                               {10, 3 * value},
                                               {11, place < 2 ? 2 * value : value}};
   const bool agrees = v.prev_state == 2 && raised.count(s.ref_prev_frame_data_mode) != 0;
-  return std::min(s.max_score, agrees ? raised[s.ref_prev_frame_data_mode] : value);
+  return std::min<std::int64_t>(s.max_score, agrees ? raised[s.ref_prev_frame_data_mode] : value);
 }
 
-// The scores that every vector of the set is to get, by keypoint of frame A and candidate: every vector
-// against every other, with no regard to how they are stored.
-std::map<std::pair<std::int32_t, std::int32_t>, std::array<std::int32_t, 4>> reference_scores(
-    const CorrectionSettings& s, const Scene& scene, const MatchSet& set) {
-  const std::int32_t columns = set.grid->numHorzCells();
-  const std::int32_t cells = set.grid->numCells();
-  const std::pair<int, int> offsets[] = {{-1, 0},  {1, 0},  {0, -1}, {0, 1},
-                                         {-1, -1}, {1, -1}, {1, 1},  {-1, 1}};
-  const int offered = s.neighbour_mode <= 0 ? 0 : s.neighbour_mode == 1 ? 2 : s.neighbour_mode == 2 ? 4 : 8;
-  std::map<std::pair<std::int32_t, std::int32_t>, std::array<std::int32_t, 4>> scores;
-  for (std::int32_t cell = 0; cell < cells; ++cell) {
-    std::vector<const MatchVector*> voters;
-    const std::int32_t own = std::min(set.count(cell), 128);
-    for (std::int32_t i = 0; i < own; ++i) voters.push_back(set.cell(cell) + i);
-    std::int32_t around = 0;
-    for (int i = 0; i < offered; ++i) {
-      const std::int32_t column = cell % columns + offsets[i].first;
-      const std::int32_t row = cell / columns + offsets[i].second;
-      if (column < 0 || column >= columns || row < 0 || row >= cells / columns) continue;
-      ++around;
-      const std::int32_t other = row * columns + column;
-      for (std::int32_t j = 0; j < set.count(other); ++j) voters.push_back(set.cell(other) + j);
-    }
-    std::int32_t n = static_cast<std::int32_t>(voters.size());
-    if (s.normalizing == 0) n = 1;
-    if (s.normalizing >= 2 && s.normalizing <= 4) n = around * s.max_num_data_in_cell;
-    if (s.normalizing == 3) n *= s.candidates;
-    if (s.normalizing == 4 && s.candidates != 1) n = n * 3 / 2;
-    for (std::int32_t i = 0; i < own; ++i) {
-      const MatchVector& v = set.cell(cell)[i];
-      const auto eighths = [](float c) { return static_cast<std::int32_t>(std::lround(8.0 * c)); };
-      const auto place = [&](const MatchVector& w) {
-        const KeyPointRecord& a = keypoint_a(*scene.a, w);
-        const KeyPointRecord& b = keypoint_b(*scene.b, w);
-        return std::array{eighths(b.x) - eighths(a.x), eighths(b.y) - eighths(a.y),
-                          static_cast<std::int32_t>(std::lround(a.x)),
-                          static_cast<std::int32_t>(std::lround(a.y))};
-      };
-      const auto p = place(v);
-      std::array<std::int32_t, 4> sums{};
-      for (const MatchVector* w : voters) {
-        const auto q = place(*w);
-        const std::int32_t dd = (p[0] - q[0]) * (p[0] - q[0]) + (p[1] - q[1]) * (p[1] - q[1]);
-        const std::int32_t pp = (p[2] - q[2]) * (p[2] - q[2]) + (p[3] - q[3]) * (p[3] - q[3]);
-        const std::int32_t near2 = s.diff_pt_th * s.diff_pt_th;
-        for (std::size_t k = 0; k < 4; ++k) {
-          const auto r = static_cast<std::int32_t>(std::lround(8.0 * s.th[k]));
-          const bool near = k == 1 ? pp < near2 : pp <= near2;
-          if (dd <= r * r) sums[k] += reference_vote(s.score_mode[k], s.dist_ratio_shift, *w, near);
-        }
-      }
-      const std::int32_t link = keypoint_a(*scene.a, v).link;
-      for (std::size_t k = 0; k < 4; ++k) {
-        std::int32_t prev = 0;
-        if (link >= 0 && static_cast<std::size_t>(link) < set.records.size()) {
-          const MatchRecord& r = set.records[static_cast<std::size_t>(link)];
-          prev = std::array{r.score1, r.score2, r.score3, r.score4}[k];
-        }
-        scores[{v.id_a, v.candidate}][k] = reference_score(s.score_mode[k], s, n, sums[k], v, prev, i);
-      }
-    }
-  }
-  return scores;
-}
-
-TEST(CorrectCellsTest, ScoresAgreeWithEveryVectorAgainstEveryOther) {
-  std::mt19937 random(21);
-  const Raster rasters[] = {{}, {2, 3, 60, 50, 200}, {1, 4, 30, 30, 20}, {7, 7, 12, 9, 3}};
-  for (int round = 0; round < 130; ++round) {
-    Scene scene(rasters[round % 4]);
-    CorrectionSettings& s = scene.unit.mvcSettings;
-    for (auto& mode : s.score_mode) mode = uniform_int(random, 0, 12);
-    s.score_mode[static_cast<std::size_t>(round % 4)] = round % 13;
-    for (auto& th : s.th) th = static_cast<float>(uniform_int(random, 0, 24)) * 0.25f;
-    s.diff_pt_th = uniform_int(random, 0, 8);
+TEST(FinishScoreTest, EveryModeByItsFormula) {
+  std::mt19937 random(22);
+  for (int round = 0; round < 50000; ++round) {
+    CorrectionSettings s;
     s.dist_ratio_shift = uniform_int(random, 2, 6);
     s.count_rshift = uniform_int(random, 0, 2);
     s.normalizing_coeff = uniform_int(random, -50, 200);
     s.normalizing_mode = uniform_int(random, 0, 1);
-    s.candidates = uniform_int(random, 1, 2);
-    s.neighbour_mode = uniform_int(random, 1, 4);
     s.normalizing = uniform_int(random, -1, 5);
-    if (s.normalizing < 2 || s.normalizing > 4) s.neighbour_mode = uniform_int(random, -1, 3);
-    // A raster of one column has no neighbours in mode 1, and so nothing to divide by.
-    if (round % 4 == 2) s.neighbour_mode = std::max(s.neighbour_mode, 2);
+    s.candidates = uniform_int(random, 1, 2);
+    s.max_num_data_in_cell = uniform_int(random, 1, 60);
     s.ref_prev_frame_data_mode = uniform_int(random, 0, 12);
     s.max_score = uniform_int(random, 0, 1) == 0 ? 255 : 100000;
-    s.sort_mode = 0;
-    s.num_matching_in_cell_out = 1000;
+    const std::int32_t voters = uniform_int(random, 1, 300);
+    const std::int32_t around = uniform_int(random, 0, 8);
+    std::int64_t n = voters;
+    if (s.normalizing == 0) n = 1;
+    if (s.normalizing >= 2 && s.normalizing <= 4) n = around * s.max_num_data_in_cell;
+    if (s.normalizing == 3) n *= s.candidates;
+    if (s.normalizing == 4 && s.candidates != 1) n = n * 3 / 2;
+    if (n == 0) n = 1;  // nothing to divide by
 
-    MatchSet set(scene.unit, 2);
-    for (int i = 0; i < 5; ++i) {
-      MatchRecord record;
-      record.score1 = uniform_int(random, -5, 300);
-      record.score2 = uniform_int(random, -5, 300);
-      record.score3 = uniform_int(random, -5, 300);
-      record.score4 = uniform_int(random, -5, 300);
-      set.records.push_back(record);
-    }
-    const GridIF& grid = scene.unit.grid;
-    for (int attempt = round % 4 == 1 ? 1500 : 150; attempt > 0; --attempt) {
-      const auto x =
-          static_cast<float>(uniform_int(random, 4 * kMargin, 4 * (kMargin + grid.areaWidth()) - 1));
-      const auto y =
-          static_cast<float>(uniform_int(random, 4 * kMargin, 4 * (kMargin + grid.areaHeight()) - 1));
-      const auto dx = static_cast<float>(uniform_int(random, -8, 8));
-      const auto dy = static_cast<float>(uniform_int(random, -8, 8));
-      MatchVector* v =
-          join(scene, set, x / 4, y / 4, (x + dx) / 4, (y + dy) / 4, uniform_int(random, 0, 255));
-      if (v == nullptr) continue;
-      v->cost = uniform_int(random, 0, 12);
-      v->other_cost = uniform_int(random, 0, 12);
-      v->candidate = uniform_int(random, 0, 1);
-      v->prev_state = uniform_int(random, 0, 2);
-      scene.a->store.records[static_cast<std::size_t>(v->cell_a * scene.a->store.capacityPerCell + v->slot_a)]
-          .link = uniform_int(random, -1, 6);
-    }
-
-    const auto expected = reference_scores(s, scene, set);
-    correct_cells(s, *scene.a, *scene.b, set);
-    ASSERT_EQ(static_cast<std::size_t>(set.total), expected.size());
-    for (std::int32_t cell = 0; cell < grid.numCells(); ++cell) {
-      EXPECT_LE(set.count(cell), 128);
-      for (std::int32_t i = 0; i < set.count(cell); ++i) {
-        const MatchVector& v = set.cell(cell)[i];
-        const auto found = expected.find({v.id_a, v.candidate});
-        ASSERT_NE(found, expected.end());
-        EXPECT_EQ((std::array{v.score1, v.score2, v.score3, v.score4}), found->second)
-            << "round " << round << ", cell " << cell << ", vector " << i << ", modes " << s.score_mode[0]
-            << ' ' << s.score_mode[1] << ' ' << s.score_mode[2] << ' ' << s.score_mode[3];
-        EXPECT_EQ(v.rank, i);
-      }
-    }
+    MatchVector v;
+    v.dist_ratio = uniform_int(random, 0, 255);
+    v.prev_state = uniform_int(random, 0, 2);
+    const std::int32_t mode = uniform_int(random, 0, 12);
+    const std::int32_t sum = uniform_int(random, 0, 1 << uniform_int(random, 0, 14));
+    const std::int32_t prev = uniform_int(random, -5, 300);
+    const std::int32_t place = uniform_int(random, 0, 3);
+    ASSERT_EQ(finish_score(mode, s, ScoreScale(s, voters, around), sum, v, prev, place),
+              reference_score(mode, s, n, sum, v, prev, place))
+        << "mode " << mode << ", normalizing " << s.normalizing << ", raised by "
+        << s.ref_prev_frame_data_mode;
   }
 }
 
@@ -363,19 +285,6 @@ TEST(CorrectCellsTest, SettingsAtTheEndsOfTheirRangesAreDefined) {
         EXPECT_EQ(set.cell(0)[0].rank, 0);
       }
     }
-  }
-}
-
-TEST(VoteKernelTest, BoundsAreFractionsOfTheFixedPointOne) {
-  CorrectionSettings s;
-  MatchVector w;
-  w.dist_ratio = 255;
-  for (const std::int32_t shift : {0, 1, 2, 4, 6}) {
-    s.dist_ratio_shift = shift;
-    const double one = std::ldexp(1.0, shift);
-    EXPECT_EQ(vote_kernel(11, s, w, false), static_cast<std::int32_t>(1.5 * one)) << shift;
-    EXPECT_EQ(vote_kernel(12, s, w, false), static_cast<std::int32_t>(2.0 * one)) << shift;
-    EXPECT_EQ(vote_kernel(13, s, w, false), static_cast<std::int32_t>(1.25 * one)) << shift;
   }
 }
 

@@ -2,7 +2,11 @@
 
 // Two frames of hand-made keypoints over a small grid, without a parameter file or a picture.
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -132,6 +136,19 @@ inline void fill_randomly(fpu::FeatureFrame& frame, std::mt19937& random, int at
     }
   }
   set_descriptors(frame, rows);
+}
+
+// Every field of every vector. A vector has no gaps, so its words are its fields.
+inline void expect_equal(const fpu::MatchSet& found, const fpu::MatchSet& expected) {
+  using Words = std::array<std::int32_t, sizeof(fpu::MatchVector) / sizeof(std::int32_t)>;
+  ASSERT_EQ(found.total, expected.total);
+  for (std::int32_t c = 0; c < found.grid->numCells(); ++c) {
+    ASSERT_EQ(found.count(c), expected.count(c)) << "cell " << c;
+    for (std::int32_t i = 0; i < found.count(c); ++i) {
+      ASSERT_EQ(std::bit_cast<Words>(found.cell(c)[i]), std::bit_cast<Words>(expected.cell(c)[i]))
+          << "cell " << c << ", vector " << i;
+    }
+  }
 }
 
 }  // namespace matching_tests

@@ -20,27 +20,10 @@ namespace {
 
 using namespace matching_tests;
 
-void expect_equal(const MatchSet& found, const MatchSet& expected) {
-  ASSERT_EQ(found.total, expected.total);
-  for (std::int32_t c = 0; c < found.grid->numCells(); ++c) {
-    ASSERT_EQ(found.count(c), expected.count(c)) << "cell " << c;
-    for (std::int32_t i = 0; i < found.count(c); ++i) {
-      const MatchVector& f = found.cell(c)[i];
-      const MatchVector& e = expected.cell(c)[i];
-      ASSERT_EQ(f.id_a, e.id_a) << "cell " << c;
-      ASSERT_EQ(f.score1, e.score1) << "cell " << c << ", keypoint " << f.id_a;
-      ASSERT_EQ(f.score2, e.score2) << "cell " << c << ", keypoint " << f.id_a;
-      ASSERT_EQ(f.score3, e.score3) << "cell " << c << ", keypoint " << f.id_a;
-      ASSERT_EQ(f.score4, e.score4) << "cell " << c << ", keypoint " << f.id_a;
-      ASSERT_EQ(f.rank, e.rank);
-    }
-  }
-}
-
 TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
   std::mt19937 random(17);
   // The second raster has cells of more vectors than are scored.
-  const Raster rasters[] = {{}, {2, 1, 120, 160, 300}, {9, 7, 17, 23, 6}, {3, 3, 90, 50, 40}};
+  const Raster rasters[] = {{}, {2, 1, 120, 160, 300}, {9, 7, 17, 23, 6}, {1, 4, 90, 50, 40}};
   for (int round = 0; round < 80; ++round) {
     Scene scene(rasters[round % 4]);
     fill_randomly(*scene.a, random, uniform_int(random, 3, 500), 32);
@@ -50,6 +33,18 @@ TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
     matching.max_vector_h = matching.max_vector_v = uniform_int(random, 5, 60);
     MatchSet matched(scene.unit, 1);
     match_cells(matching, *scene.a, *scene.b, matched);
+    // What votes and scores look at besides places: the second candidate, and the previous pair.
+    for (MatchVector& v : matched.vectors) {
+      v.candidate = uniform_int(random, 0, 1);
+      v.prev_state = uniform_int(random, 0, 2);
+    }
+    for (KeyPointRecord& a : scene.a->store.records) a.link = uniform_int(random, -1, 6);
+    matched.records.resize(5);
+    for (MatchRecord& record : matched.records) {
+      for (auto* score : {&record.score1, &record.score2, &record.score3, &record.score4}) {
+        *score = uniform_int(random, -5, 300);
+      }
+    }
 
     CorrectionSettings settings = scene.unit.mvcSettings;
     // Radii and limits beyond 32 bits when squared, and votes that could add up to more, included.
@@ -63,6 +58,7 @@ TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
     settings.normalizing = uniform_int(random, 0, 4);
     settings.sort_mode = uniform_int(random, 1, 12);
     settings.max_score = 1000000;
+    settings.ref_prev_frame_data_mode = uniform_int(random, 0, 12);
     CorrectionSettings plain_settings = settings;
     MatchSet expected = matched;
     plain_matching::correct_cells(plain_settings, *scene.a, *scene.b, expected);

@@ -78,10 +78,14 @@ void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, co
     const ScoreScale scale(settings, static_cast<std::int64_t>(voters.size()), cells_around);
     MatchVector* const vectors = set.cell(cell);
     for (std::int32_t j = 0; j < own; ++j) {
+      const std::int32_t link = keypoint_a(frame_a, vectors[j]).link;
+      const bool linked = link >= 0 && static_cast<std::size_t>(link) < set.records.size();
+      const MatchRecord prev = linked ? set.records[static_cast<std::size_t>(link)] : MatchRecord{};
+      const std::array previous{prev.score1, prev.score2, prev.score3, prev.score4};
       std::array<std::int32_t, 4> scores;
       for (std::size_t i = 0; i < scores.size(); ++i) {
         const std::int64_t sum = votes_for(settings, i, voters[static_cast<std::size_t>(j)], voters);
-        scores[i] = finish_score(settings.score_mode[i], settings, scale, sum, vectors[j], 0, j);
+        scores[i] = finish_score(settings.score_mode[i], settings, scale, sum, vectors[j], previous[i], j);
       }
       vectors[j].score1 = scores[0];
       vectors[j].score2 = scores[1];

@@ -9,7 +9,7 @@
 
 namespace plain_matching {
 
-// As fpu::correct_cells, for vectors that all have a partner and no link.
+// As fpu::correct_cells, for vectors that all have a partner.
 void correct_cells(fpu::CorrectionSettings& settings, const fpu::FeatureFrame& frame_a,
                    const fpu::FeatureFrame& frame_b, fpu::MatchSet& set);
 

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "matching/Matching.h"
-#include "matching/Rounding.h"
 
 namespace plain_matching {
 namespace {
@@ -68,6 +67,8 @@ class PlainMatcher {
     return frame.store.records[static_cast<std::size_t>(cell * frame.store.capacityPerCell + slot)];
   }
 
+  static std::int64_t rounded(float v) { return static_cast<std::int64_t>(v >= 0 ? v + 0.5f : v - 0.5f); }
+
   void search(const std::vector<std::int32_t>& area, std::int32_t cell, std::int32_t slot) {
     const KeyPointRecord& a = keypoint(a_, cell, slot);
     Candidate best{2147483645};
@@ -76,8 +77,8 @@ class PlainMatcher {
       const std::int32_t live = b_.store.cellCounts[static_cast<std::size_t>(cell_b)];
       for (std::int32_t slot_b = 0; slot_b < live; ++slot_b) {
         const KeyPointRecord& b = keypoint(b_, cell_b, slot_b);
-        const std::int64_t dx = std::abs(round_coordinate(b.x) - round_coordinate(a.x));
-        const std::int64_t dy = std::abs(round_coordinate(b.y) - round_coordinate(a.y));
+        const std::int64_t dx = std::abs(rounded(b.x) - rounded(a.x));
+        const std::int64_t dy = std::abs(rounded(b.y) - rounded(a.y));
         const std::int64_t penalty = penalty_of(a, b, dx, dy);
         if ((s_.penalty_mode == 2 ? penalty : dx) > s_.max_vector_h || dy > s_.max_vector_v) continue;
         if (a.octave != b.octave) continue;
