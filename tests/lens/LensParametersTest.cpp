@@ -179,17 +179,19 @@ class PlainLens {
   bool first_ = false;
 };
 
-// Rays all round the sphere, in both eyes, agree with the second way to 1e-5 pixels.
-void expect_projection_of(const Loaded& loaded, const std::string& text) {
+// Rays all round the sphere, of several lengths and in both eyes, agree with the second way to 1e-5 pixels.
+void expect_projection_of(const RigState& state, const std::string& text) {
   const PlainLens plain(text);
   int seen = 0;
   for (int i = 1; i < 500; ++i) {
     const double z = -1.0 + i / 250.0;
     const double azimuth = 2.4 * i;
     const double r = std::sqrt(1.0 - z * z);
-    const std::array<double, 3> ray = {r * std::cos(azimuth), r * std::sin(azimuth), z};
+    const double length = 1 + i % 3;
+    const std::array<double, 3> ray = {length * r * std::cos(azimuth), length * r * std::sin(azimuth),
+                                       length * z};
     for (const std::string side : {"left", "right"}) {
-      const EyeModel& eye = side == "left" ? loaded.state.current.left : loaded.state.current.right;
+      const EyeModel& eye = side == "left" ? state.current.left : state.current.right;
       double px = 0, py = 0, plain_px = 0, plain_py = 0;
       const bool inside = eye_ray_to_image(eye, &px, &py, ray[0], ray[1], ray[2]);
       ASSERT_EQ(inside, plain.pixel(side, ray, plain_px, plain_py)) << side << " " << i;
@@ -208,7 +210,7 @@ TEST(LensParameters, BothFormatsProjectAsTheirUnitsSay) {
     EXPECT_EQ(loaded.output, text == kFormat1 ? "format_version: 1.0\n" : "hard_compatible is ignored.\n");
     EXPECT_EQ(loaded.errors, "");
     EXPECT_TRUE(rig_is_usable(loaded.state));
-    expect_projection_of(loaded, text);
+    expect_projection_of(loaded.state, text);
   }
 }
 
@@ -224,7 +226,7 @@ TEST(LensParameters, FramesOfTheSharedFolder) {
     const Loaded loaded = load_path(entry.path());
     EXPECT_EQ(loaded.result, 1);
     EXPECT_TRUE(rig_is_usable(loaded.state));
-    expect_projection_of(loaded, read_file(entry.path()));
+    expect_projection_of(loaded.state, read_file(entry.path()));
     ++files;
   }
   EXPECT_GT(files, 0);
@@ -436,21 +438,11 @@ TEST_P(WrittenFile, ReadsBackAsTheSameRig) {
   EXPECT_EQ(back.result, 1);
   EXPECT_EQ(back.errors, "");
   EXPECT_EQ(back.output, GetParam() == kFormat1 ? "format_version: 1.0\n" : "");
+  const std::string text = read_file(dir.file("out.lens"));
+  expect_projection_of(state, text);
+  expect_projection_of(back.state, text);
   const RigModel& before = state.current;
   const RigModel& after = back.state.current;
-  for (const auto& [a, b] : {std::pair{&before.left, &after.left}, std::pair{&before.right, &after.right}}) {
-    for (double EyeModel::*field : {&EyeModel::lambda, &EyeModel::psi, &EyeModel::roll, &EyeModel::shift_x,
-                                    &EyeModel::shift_y, &EyeModel::magnify_v, &EyeModel::magnify_h}) {
-      EXPECT_NEAR(a->*field, b->*field, 1e-10);
-    }
-    for (double EyeModel::*field : {&EyeModel::scale, &EyeModel::center_x, &EyeModel::center_y,
-                                    &EyeModel::offset_x, &EyeModel::offset_y, &EyeModel::fov_degrees}) {
-      EXPECT_NEAR(a->*field, b->*field, 1e-6);
-    }
-    EXPECT_EQ(a->distortion.coeff, b->distortion.coeff);
-    EXPECT_EQ(a->distortion.kind, b->distortion.kind);
-    EXPECT_EQ(a->translate, b->translate);
-  }
   EXPECT_NEAR(before.sensor_pitch, after.sensor_pitch, 1e-10);
   EXPECT_NEAR(before.circle_distance, after.circle_distance, 1e-10);
   EXPECT_NEAR(before.circle_radius, after.circle_radius, 1e-9);

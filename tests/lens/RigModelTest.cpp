@@ -79,26 +79,6 @@ double bisect(const LensDistortion& distortion, double y) {
 class BothKinds : public testing::TestWithParam<std::uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(Kinds, BothKinds, testing::Values(1u, 2u));
 
-TEST_P(BothKinds, RaysOfAPlainEyeAreEquidistant) {
-  const EyeModel eye = plain_eye(GetParam());
-  for (const double degrees : {0.0, 1.0, 45.0, 90.0, 94.0}) {
-    for (const double azimuth : {0.0, 1.0, 2.5, -2.0}) {
-      const double theta = degrees * kPi / 180.0;
-      const double radius_px = 500.0 * degrees / 90.0;
-      const double px = 512.0 + radius_px * std::cos(azimuth);
-      const double py = 512.0 - radius_px * std::sin(azimuth);
-      double x = 0, y = 0, z = 0, px_back = 0, py_back = 0;
-      ASSERT_TRUE(eye_image_to_ray(eye, &x, &y, &z, px, py));
-      EXPECT_NEAR(x, std::sin(theta) * std::cos(azimuth), 1e-12);
-      EXPECT_NEAR(y, std::sin(theta) * std::sin(azimuth), 1e-12);
-      EXPECT_NEAR(z, -std::cos(theta), 1e-12);
-      ASSERT_TRUE(eye_ray_to_image(eye, &px_back, &py_back, 3 * x, 3 * y, 3 * z));
-      EXPECT_NEAR(px_back, px, kPixelTolerance);
-      EXPECT_NEAR(py_back, py, kPixelTolerance);
-    }
-  }
-}
-
 TEST_P(BothKinds, PixelsComeBackFromTheirRays) {
   const EyeModel eye = bent_eye(GetParam());
   int seen = 0;
@@ -113,46 +93,6 @@ TEST_P(BothKinds, PixelsComeBackFromTheirRays) {
     }
   }
   EXPECT_GT(seen, 700);
-}
-
-TEST_P(BothKinds, RotationIsTheProductInTheOrderOfTheKind) {
-  EyeModel eye = bent_eye(GetParam());
-  // Turns a vector about y, x or z.
-  const auto turn = [](char axis, double angle, std::array<double, 3> v) -> std::array<double, 3> {
-    const double c = std::cos(angle), s = std::sin(angle);
-    if (axis == 'y') return {c * v[0] + s * v[2], v[1], -s * v[0] + c * v[2]};
-    if (axis == 'x') return {v[0], c * v[1] - s * v[2], s * v[1] + c * v[2]};
-    return {c * v[0] - s * v[1], s * v[0] + c * v[1], v[2]};
-  };
-  for (std::size_t col = 0; col < 3; ++col) {
-    std::array<double, 3> v{};
-    v[col] = 1.0;
-    v = GetParam() == 1 ? turn('y', eye.lambda, turn('x', eye.psi, turn('z', eye.roll, v)))
-                        : turn('z', eye.roll, turn('x', eye.psi, turn('y', eye.lambda, v)));
-    for (std::size_t row = 0; row < 3; ++row) {
-      EXPECT_NEAR(eye.rotation[3 * row + col], v[row], 1e-15);
-      EXPECT_EQ(eye.rotation_t[3 * col + row], eye.rotation[3 * row + col]);
-    }
-  }
-}
-
-// Kind 1 magnifies the angle, kind 2 the distorted radius; magnify_v acts on x and magnify_h on y.
-TEST_P(BothKinds, PlaceOfMagnification) {
-  EyeModel eye = plain_eye(GetParam());
-  eye.distortion.coeff = {5.0, 0, 0, 0, 0, 0};
-  distortion_build_table(eye.distortion);
-  eye.magnify_v = 1.2;
-  eye.magnify_h = 0.8;
-  const double t = 0.5;  // 45 degrees
-  const double s = std::sqrt(0.5);
-  double px = 0, py = 0;
-  const auto forward = [&](double r) {
-    return GetParam() == 1 ? r / (1.0 - 0.05 * r) : r * (1.0 + 0.05 * r);
-  };
-  ASSERT_TRUE(eye_ray_to_image(eye, &px, &py, s, 0.0, -s));
-  EXPECT_NEAR(px, 512.0 + 500.0 * (GetParam() == 1 ? forward(1.2 * t) : 1.2 * forward(t)), 1e-9);
-  ASSERT_TRUE(eye_ray_to_image(eye, &px, &py, 0.0, s, -s));
-  EXPECT_NEAR(py, 512.0 - 500.0 * (GetParam() == 1 ? forward(0.8 * t) : 0.8 * forward(t)), 1e-9);
 }
 
 TEST_P(BothKinds, AngularLimitAndColumns) {
