@@ -158,22 +158,6 @@ TEST(FinishScoreTest, EveryModeByItsFormula) {
   }
 }
 
-TEST(CorrectCellsTest, ACrowdedCellIsCutButVotesInFullElsewhere) {
-  Scene scene({2, 1, 100, 100, 200});
-  CorrectionSettings& s = scene.unit.mvcSettings;
-  s.score_mode = {6, 6, 6, 6};
-  s.normalizing_coeff = 1;
-  s.max_score = 1000;
-  MatchSet set(scene.unit, 1);
-  for (int i = 0; i < 150; ++i) join(scene, set, 30, 50, 35, 50, 16);
-  join(scene, set, 170, 50, 175, 50, 16);
-  correct_cells(s, *scene.a, *scene.b, set);
-  EXPECT_EQ(set.count(0), 128);
-  EXPECT_EQ(set.cell(0)->score1, 128 + 1);
-  EXPECT_EQ(set.cell(1)->score1, 150 + 1);
-  EXPECT_EQ(set.total, 129);
-}
-
 // Whoever lacks a partner neither votes, nor counts as a voter, nor stays.
 TEST(CorrectCellsTest, VectorsWithoutAPartnerTakeNoPart) {
   Scene scene({2, 1, 100, 100, 20});
@@ -196,20 +180,6 @@ TEST(CorrectCellsTest, VectorsWithoutAPartnerTakeNoPart) {
   // Three of the cell and two beside it, all alike.
   EXPECT_EQ(set.cell(0)[0].score1, 100);
   EXPECT_EQ(set.cell(1)[1].score1, 100);
-}
-
-TEST(CorrectCellsTest, AVectorIsNearItselfExceptInTheSecondScore) {
-  Scene scene;
-  CorrectionSettings& s = scene.unit.mvcSettings;
-  s.score_mode = {8, 8, 8, 8};
-  s.diff_pt_th = 0;
-  s.normalizing_coeff = 32;
-  MatchSet set(scene.unit, 1);
-  for (int i = 0; i < 4; ++i) join(scene, set, 30, 30, 35, 30, 16);
-  correct_cells(s, *scene.a, *scene.b, set);
-  const MatchVector& v = *set.cell(0);
-  // Four votes of 4 make one, four votes of 16 make four.
-  EXPECT_EQ((std::array{v.score1, v.score2, v.score3, v.score4}), (std::array{32, 128, 32, 32}));
 }
 
 TEST(CorrectCellsTest, GmvIsThePlantedDisplacement) {

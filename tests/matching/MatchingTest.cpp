@@ -124,24 +124,6 @@ struct Pair {
   Scene scene;
 };
 
-TEST(MatchCellsTest, NeedsAsManyCandidatesAsWanted) {
-  EXPECT_TRUE(Pair({{105, 80}}, 2, 1).match().empty());
-  EXPECT_EQ(Pair({{105, 80}, {106, 80}}, 2, 1).match().size(), 1u);
-  EXPECT_TRUE(Pair({{160, 80}, {161, 80}}, 1, 1).match().empty());
-  for (const std::int32_t mode : {0, 1, 2, 3}) {
-    const auto alone = Pair({{105, 80}}, 1, mode).match();
-    ASSERT_EQ(alone.size(), 1u);
-    EXPECT_EQ(alone[0].other_cost, mode == 0 || mode == 2 ? 8388607 : 32767);
-    EXPECT_EQ(alone[0].dist_ratio, 255);
-  }
-}
-
-TEST(MatchCellsTest, EqualDescriptorsGoByThePenalty) {
-  const std::vector<std::pair<float, float>> far_first{{110, 80}, {105, 80}};
-  EXPECT_EQ(Pair(far_first, 2, 0).match().at(0).id_b, 0);
-  EXPECT_EQ(Pair(far_first, 2, 1).match().at(0).id_b, 1);
-}
-
 TEST(MatchCellsTest, AnOctagonBoundsTheLengthInModeTwo) {
   for (const auto& [dx, dy] : std::vector<std::pair<int, int>>{
            {0, 0}, {100, 0}, {0, 100}, {960, 60}, {960, 59}, {961, 60}, {700, 700}, {333, 901}}) {
