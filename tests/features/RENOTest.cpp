@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "FeatureTestSupport.h"
 #include "features/RENO_Impl.h"
@@ -19,11 +20,13 @@ using testing_support::store_for;
 constexpr std::int32_t kCols = 120;
 constexpr std::int32_t kRows = 100;
 
-void configure(fpu::RENO_Impl& detector, const std::string& keys) {
+std::unique_ptr<fpu::RENO_Impl> detector_of(const std::string& keys) {
+  auto detector = std::make_unique<fpu::RENO_Impl>();
   auto document = testing_support::document_of("RENO:\n  det_type: 6\n  filter_type: 14\n" + keys);
   testing::internal::CaptureStdout();
-  detector.read(twintrue::param_root_child(document, "RENO"));
+  detector->read(twintrue::param_root_child(document, "RENO"));
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n");
+  return detector;
 }
 
 fpu::Grid test_grid() { return grid_of(16, 15, 17, 23, 5, 3, 12); }
@@ -61,23 +64,22 @@ TEST(RENOTest, LookingOnChangesNothing) {
           "  filter_mode: 1\n  filter_type: 9\n  gamma_mode: 1\n",
           "  desc_gaus_size: 205\n  filter_mode: 9\n"}) {
       SCOPED_TRACE(keys);
-      fpu::RENO_Impl detector;
-      configure(detector, keys);
-      ASSERT_TRUE(detector.usable(kCols, kRows));
+      const auto detector = detector_of(keys);
+      ASSERT_TRUE(detector->usable(kCols, kRows));
       const testing_support::ScopedThreads alone(1);
-      const Outcome outcome = run(detector, image, grid);
+      const Outcome outcome = run(*detector, image, grid);
       // Describing once more doesn't smooth once more.
       fpu::KeyPointStore again = outcome.store;
       cve::XMat_<unsigned char> twice;
-      detector.compute(1, again, twice);
+      detector->compute(1, again, twice);
       EXPECT_EQ(pixels_of(outcome.descriptors), pixels_of(twice));
-      detector.detect(1, image, again);
+      detector->detect(1, image, again);
       fpu::LevelImages levels;
-      detector.levelImages(levels);
+      detector->levelImages(levels);
       Onlooker onlooker;
-      detector.setTap(&onlooker);
+      detector->setTap(&onlooker);
       const testing_support::ScopedThreads shared(7);
-      const Outcome watched = run(detector, image, grid);
+      const Outcome watched = run(*detector, image, grid);
       EXPECT_TRUE(same_records(outcome.store, watched.store));
       EXPECT_EQ(pixels_of(outcome.descriptors), pixels_of(watched.descriptors));
       EXPECT_EQ(pixels_of(levels.levelImage(0)), onlooker.working);
@@ -90,9 +92,8 @@ TEST(RENOTest, RefiningMovesKeepsOrDrops) {
   const fpu::Grid grid = test_grid();
   const cve::XMat_<float> image = testing_support::random_light(kCols, kRows, 1);
   const auto found = [&](const char* keys) {
-    fpu::RENO_Impl detector;
-    configure(detector, keys);
-    return run(detector, image, grid);
+    const auto detector = detector_of(keys);
+    return run(*detector, image, grid);
   };
   const Outcome whole = found("  refining: 0\n");
   const Outcome kept = found("  refining: 3\n");
@@ -131,13 +132,12 @@ TEST(RENOTest, RefiningMovesKeepsOrDrops) {
 // The chain of the settings on the unsmoothed working image, looked up point by point.
 TEST(RENOTest, DescribesTheWorkingImage) {
   const fpu::Grid grid = test_grid();
-  fpu::RENO_Impl detector;
-  configure(detector, "  desc_gaus_size: 0\n  desc_bits: 72\n  refining: 2\n");
-  const Outcome outcome = run(detector, testing_support::random_light(kCols, kRows, 1), grid);
+  const auto detector = detector_of("  desc_gaus_size: 0\n  desc_bits: 72\n  refining: 2\n");
+  const Outcome outcome = run(*detector, testing_support::random_light(kCols, kRows, 1), grid);
   ASSERT_EQ(outcome.descriptors.cols, 9);
-  const auto chain = fpu::selectPattern(detector.candidates(), detector.settings());
+  const auto chain = fpu::selectPattern(detector->candidates(), detector->settings());
   fpu::LevelImages levels;
-  detector.levelImages(levels);
+  detector->levelImages(levels);
   const cve::XMat_<unsigned char> working = levels.levelImage(0);
   for (const auto& record : live_records(outcome.store)) {
     for (int bit = 0; bit < 72; ++bit) {
@@ -161,63 +161,57 @@ TEST(RENOTest, BytesAndTheirLightGiveTheSameKeypoints) {
       light.at(y, x) = std::pow(static_cast<float>(bytes.at(y, x)) * 0.003921569f, 2.2f);
     }
   }
-  fpu::RENO_Impl detector;
-  configure(detector, "  refining: 0\n");
-  const Outcome from_bytes = run(detector, bytes, grid);
-  const Outcome from_light = run(detector, light, grid);
+  const auto detector = detector_of("  refining: 0\n");
+  const Outcome from_bytes = run(*detector, bytes, grid);
+  const Outcome from_light = run(*detector, light, grid);
   EXPECT_GT(from_light.store.count, 20);
   EXPECT_TRUE(same_records(from_bytes.store, from_light.store));
   EXPECT_EQ(pixels_of(from_bytes.descriptors), pixels_of(from_light.descriptors));
 
   // The 12-bit path works on bytes alone and pads by the larger of edgeThreshold and the (turned) patch.
-  fpu::RENO_Impl pyramid;
-  configure(pyramid, "  refining: 0\n  lpf_bit: 12\n  filter_type: -1\n  patchSize: 25\n  rotating: 1\n");
-  const Outcome filtered = run(pyramid, bytes, grid);
+  const auto pyramid =
+      detector_of("  refining: 0\n  lpf_bit: 12\n  filter_type: -1\n  patchSize: 25\n  rotating: 1\n");
+  const Outcome filtered = run(*pyramid, bytes, grid);
   EXPECT_EQ(live_records(filtered.store).size(), static_cast<std::size_t>(filtered.store.count));
   fpu::LevelImages levels;
-  pyramid.levelImages(levels);
+  pyramid->levelImages(levels);
   EXPECT_TRUE(levels.external);
   // Described from a smoothed copy; the padded level itself is ceil(12 * sqrt(2)) + 1 wide on each side.
   fpu::KeyPointStore store = store_for(grid);
-  pyramid.detect(0, bytes, store);
-  pyramid.levelImages(levels);
+  pyramid->detect(0, bytes, store);
+  pyramid->levelImages(levels);
   EXPECT_EQ(levels.images[0].stride, kCols + 2 * 18);
-  fpu::RENO_Impl wide;
-  configure(wide, "  lpf_bit: 12\n  filter_type: -1\n  patchSize: 25\n  edgeThreshold: 20\n");
-  wide.detect(0, bytes, store);
-  wide.levelImages(levels);
+  const auto wide = detector_of("  lpf_bit: 12\n  filter_type: -1\n  patchSize: 25\n  edgeThreshold: 20\n");
+  wide->detect(0, bytes, store);
+  wide->levelImages(levels);
   EXPECT_EQ(levels.images[0].stride, kCols + 2 * 21);
 }
 
 TEST(RENOTest, WithoutKeypointsOrPixelsNothingIsMade) {
   const fpu::Grid grid = test_grid();
   const cve::XMat_<float> image = testing_support::random_light(kCols, kRows, 1);
-  fpu::RENO_Impl detector;
-  configure(detector, "");
-  Outcome outcome = run(detector, image, grid);
+  const auto detector = detector_of("");
+  Outcome outcome = run(*detector, image, grid);
   const Outcome before = outcome;
-  detector.detect(1, cve::XMat(), outcome.store);
+  detector->detect(1, cve::XMat(), outcome.store);
   EXPECT_TRUE(same_records(before.store, outcome.store));
 
-  fpu::RENO_Impl idle;
-  configure(idle, "  det_type: 0\n");
-  idle.detect(1, image, outcome.store);
+  const auto idle = detector_of("  det_type: 0\n");
+  idle->detect(1, image, outcome.store);
   EXPECT_TRUE(same_records(before.store, outcome.store));
 
-  fpu::RENO_Impl picky;
-  configure(picky, "  res_th: 1e9\n");
+  const auto picky = detector_of("  res_th: 1e9\n");
   outcome.descriptors.create(3, 3);
-  picky.detect(1, image, outcome.store);
+  picky->detect(1, image, outcome.store);
   EXPECT_EQ(outcome.store.count, 0);
-  picky.compute(1, outcome.store, outcome.descriptors);
+  picky->compute(1, outcome.store, outcome.descriptors);
   EXPECT_EQ(outcome.descriptors.data, nullptr);
 
   // A threshold below 0 doesn't make keypoints of pixels without a response.
-  fpu::RENO_Impl eager;
-  configure(eager, "  res_th: -5\n");
+  const auto eager = detector_of("  res_th: -5\n");
   cve::XMat_<float> dark;
   dark.create(kRows, kCols);
-  eager.detect(1, dark, outcome.store);
+  eager->detect(1, dark, outcome.store);
   EXPECT_EQ(outcome.store.count, 0);
 }
 
@@ -229,15 +223,14 @@ TEST(RENOTest, DroppedKeypointsLeaveEmptyRowsAndTheHistogram) {
   std::filesystem::create_directory("histgram");
   const fpu::Grid grid = test_grid();
   for (const bool chain : {false, true}) {
-    fpu::RENO_Impl detector;
-    configure(detector, chain ? "" : "  wta_k: 2\n");
+    const auto detector = detector_of(chain ? "" : "  wta_k: 2\n");
     fpu::KeyPointStore store = store_for(grid);
-    detector.detect(1, testing_support::random_light(kCols, kRows, 1), store);
+    detector->detect(1, testing_support::random_light(kCols, kRows, 1), store);
     const std::int32_t count = store.count;
     ASSERT_GT(count, 20);
     std::fill(store.cellCounts.begin(), store.cellCounts.end(), 0);
     cve::XMat_<unsigned char> descriptors;
-    detector.compute(1, store, descriptors);
+    detector->compute(1, store, descriptors);
     EXPECT_EQ(pixels_of(descriptors), std::vector<unsigned char>(static_cast<std::size_t>(8 * count)));
     EXPECT_EQ(std::filesystem::exists("histgram/hist_0.csv"), chain);
   }
@@ -249,52 +242,32 @@ TEST(RENOTest, AGridAtTheRimFindsNothing) {
   for (const fpu::Grid& grid :
        {grid_of(2, 10, 10, 10, 2, 2, 5), grid_of(10, 10, 50, 10, 1, 1, 5), grid_of(10, 10, 10, 10, 2, 5, 5),
         grid_of(10, 10, 10, 10, 0, 0, 5), grid_of(-4, 10, 20, 20, 1, 1, 5)}) {
-    fpu::RENO_Impl detector;
-    configure(detector, "");
-    EXPECT_EQ(run(detector, image, grid).store.count, 0);
+    const auto detector = detector_of("");
+    EXPECT_EQ(run(*detector, image, grid).store.count, 0);
   }
 }
 
-TEST(RENODeathTest, SettingsThatCantBeCarriedOutAbort) {
+TEST(RENODeathTest, WhatCantBeCarriedOutEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const fpu::Grid grid = test_grid();
   const cve::XMat_<float> light = testing_support::random_light(kCols, kRows, 1);
-  for (const char* keys :
-       {"  det_type: 8\n", "  lpf_bit: 1\n", "  wta_k: 2\n", "  wta_k: 3\n", "  desc_image_mode: 1\n"}) {
-    SCOPED_TRACE(keys);
-    EXPECT_EXIT(
-        {
-          fpu::RENO_Impl detector;
-          configure(detector, keys);
-          run(detector, light, grid);
-        },
-        testing::KilledBySignal(SIGABRT), "");
+  cve::XMat_<double> other;
+  other.create(kRows, kCols);
+  struct Case {
+    const char* keys;
+    const cve::XMat& image;
+  };
+  for (const Case& c :
+       {Case{"  det_type: 8\n", light}, Case{"  lpf_bit: 1\n", light}, Case{"  wta_k: 2\n", light},
+        Case{"  wta_k: 3\n", light}, Case{"  desc_image_mode: 1\n", light}, Case{"", other}}) {
+    EXPECT_EXIT(run(*detector_of(c.keys), c.image, grid), testing::KilledBySignal(SIGABRT), "") << c.keys;
   }
   for (const std::int32_t slot : {-1, 2}) {
-    EXPECT_EXIT(
-        {
-          fpu::RENO_Impl detector;
-          fpu::KeyPointStore store = store_for(grid);
-          detector.detect(slot, light, store);
-        },
-        testing::KilledBySignal(SIGABRT), "");
+    fpu::KeyPointStore store = store_for(grid);
+    EXPECT_EXIT(detector_of("")->detect(slot, light, store), testing::KilledBySignal(SIGABRT), "") << slot;
   }
-  EXPECT_EXIT(
-      {
-        fpu::RENO_Impl detector;
-        configure(detector, "");
-        cve::XMat_<double> other;
-        other.create(kRows, kCols);
-        run(detector, other, grid);
-      },
-      testing::KilledBySignal(SIGABRT), "");
-  EXPECT_EXIT(
-      {
-        fpu::RENO_Impl detector;
-        configure(detector, "  rnd_mode: 7\n");
-        run(detector, light, grid);
-      },
-      testing::ExitedWithCode(1), "mode number 7 is invalid!\n");
+  EXPECT_EXIT(run(*detector_of("  rnd_mode: 7\n"), light, grid), testing::ExitedWithCode(1),
+              "mode number 7 is invalid!\n");
 }
 
 }  // namespace
