@@ -83,6 +83,31 @@ std::unique_ptr<Scene> make_scene(const std::string& text, const Raster& raster 
   return scene;
 }
 
+// The preset's scene with planted matches, and a set for it.
+struct Planted {
+  explicit Planted(std::uint32_t seed, const Truth& truth = {}, const std::string& more = "")
+      : scene(make_scene(kSettings + "vdet:\n" + kChecks + more)),
+        partner(plant(*scene, truth, seed)),
+        set(scene->unit, 1) {}
+
+  std::int32_t match() { return match_frames(*scene->a, *scene->b, &set, false); }
+
+  std::unique_ptr<Scene> scene;
+  std::vector<std::int32_t> partner;
+  MatchSet set;
+};
+
+// Records carry no indices, but walk the cells with the vectors. Each is visited with its vector and the
+// place in the cell.
+template <class Visit>
+void for_each_record(const MatchSet& set, Visit&& visit) {
+  auto record = set.records.begin();
+  for (std::int32_t cell = 0; cell < set.grid->numCells(); ++cell) {
+    for (std::int32_t i = 0; i < set.count(cell); ++i, ++record) visit(*record, set.cell(cell)[i], i);
+  }
+  EXPECT_EQ(record, set.records.end());
+}
+
 std::vector<unsigned char> bytes_of(const MatchSet& set) {
   std::vector<unsigned char> bytes(set.records.size() * sizeof(MatchRecord));
   if (!bytes.empty()) std::memcpy(bytes.data(), set.records.data(), bytes.size());
@@ -101,24 +126,18 @@ TEST(MatchFramesTest, FindsThePlantedMatches) {
   short_descriptors.outliers = 0;
   short_descriptors.missing = 0;
   for (const Case& c : {Case{noisy, 0.91, 0.99}, Case{short_descriptors, 0.995, 0.99}}) {
-    auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-    const auto partner = plant(*scene, c.truth, 41);
-    MatchSet set(scene->unit, 1);
-    const std::int32_t records = match_frames(*scene->a, *scene->b, &set, false);
+    Planted planted(41, c.truth);
+    const auto& [scene, partner, set] = planted;
+    const std::int32_t records = planted.match();
     ASSERT_EQ(static_cast<std::size_t>(records), set.records.size());
     for (const auto& keypoint : scene->b->store.records) EXPECT_LE(keypoint.link, 0);  // none is written
-    // Records carry no indices, but walk the cells with the vectors.
     double right = 0;
     double accepted = 0;
-    auto record = set.records.begin();
-    for (std::int32_t cell = 0; cell < set.grid->numCells(); ++cell) {
-      for (std::int32_t i = 0; i < set.count(cell); ++i, ++record) {
-        const MatchVector& v = set.cell(cell)[i];
-        if (record->accepted == 0) continue;
-        ++accepted;
-        if (partner[static_cast<std::size_t>(v.id_a)] == v.id_b) ++right;
-      }
-    }
+    for_each_record(set, [&](const MatchRecord& record, const MatchVector& v, std::int32_t) {
+      if (record.accepted == 0) return;
+      ++accepted;
+      if (planted.partner[static_cast<std::size_t>(v.id_a)] == v.id_b) ++right;
+    });
     const auto present =
         static_cast<double>(std::count_if(partner.begin(), partner.end(), [](auto b) { return b >= 0; }));
     EXPECT_EQ(scene->unit.relMatchCount, static_cast<std::int32_t>(accepted));
@@ -128,32 +147,24 @@ TEST(MatchFramesTest, FindsThePlantedMatches) {
 }
 
 TEST(MatchFramesTest, RecordsTellTheirVectorAndKeypoints) {
-  auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-  plant(*scene, {}, 42);
-  MatchSet set(scene->unit, 1);
-  ASSERT_GT(match_frames(*scene->a, *scene->b, &set, false), 100);
-  auto record = set.records.begin();
-  for (std::int32_t cell = 0; cell < set.grid->numCells(); ++cell) {
-    for (std::int32_t i = 0; i < set.count(cell); ++i, ++record) {
-      const MatchVector& v = set.cell(cell)[i];
-      const KeyPointRecord& a = keypoint_a(*scene->a, v);
-      const KeyPointRecord& b = keypoint_b(*scene->b, v);
-      EXPECT_EQ(a.index, v.id_a);
-      EXPECT_EQ(b.index, v.id_b);
-      EXPECT_EQ((std::array{record->x_a, record->y_a, record->x_b, record->y_b}),
-                (std::array{a.x, a.y, b.x, b.y}));
-      EXPECT_EQ(
-          (std::array{record->cell, record->rank, record->score1, record->score2, record->score3,
-                      record->score4, record->cost, record->other_cost, record->dist_ratio}),
-          (std::array{cell, i, v.score1, v.score2, v.score3, v.score4, v.cost, v.other_cost, v.dist_ratio}));
-      EXPECT_EQ((std::array{record->prev_dx, record->prev_dy, record->response_a, record->response_b}),
-                (std::array{10000.0f, 10000.0f, 3000.0f, 3000.0f}));
-      EXPECT_EQ((std::array{record->octave_a, record->octave_b, record->prev_state, record->reserved27,
-                            record->reserved32}),
-                (std::array{0, 0, 0, -1, -1}));
-    }
-  }
-  EXPECT_EQ(record, set.records.end());
+  Planted planted(42);
+  const Scene& scene = *planted.scene;
+  ASSERT_GT(planted.match(), 100);
+  for_each_record(planted.set, [&](const MatchRecord& r, const MatchVector& v, std::int32_t i) {
+    const KeyPointRecord& a = keypoint_a(*scene.a, v);
+    const KeyPointRecord& b = keypoint_b(*scene.b, v);
+    EXPECT_EQ(a.index, v.id_a);
+    EXPECT_EQ(b.index, v.id_b);
+    EXPECT_EQ((std::array{r.x_a, r.y_a, r.x_b, r.y_b}), (std::array{a.x, a.y, b.x, b.y}));
+    EXPECT_EQ(
+        (std::array{r.cell, r.rank, r.score1, r.score2, r.score3, r.score4, r.cost, r.other_cost,
+                    r.dist_ratio}),
+        (std::array{a.cell, i, v.score1, v.score2, v.score3, v.score4, v.cost, v.other_cost, v.dist_ratio}));
+    EXPECT_EQ((std::array{r.prev_dx, r.prev_dy, r.response_a, r.response_b}),
+              (std::array{10000.0f, 10000.0f, 3000.0f, 3000.0f}));
+    EXPECT_EQ((std::array{r.octave_a, r.octave_b, r.prev_state, r.reserved27, r.reserved32}),
+              (std::array{0, 0, 0, -1, -1}));
+  });
 }
 
 TEST(MatchFramesTest, ResultsAreTheSameForEveryNumberOfThreads) {
@@ -161,15 +172,14 @@ TEST(MatchFramesTest, ResultsAreTheSameForEveryNumberOfThreads) {
   for (const int mode : {1, 7}) {
     std::vector<std::vector<unsigned char>> results;
     for (const int threads : {1, 2, 7}) {
-      auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-      plant(*scene, {}, 43);
-      scene->unit.matchingSettings.penalty_mode = mode;
-      MatchSet set(scene->unit, 1);
+      Planted planted(43);
+      FeatureUnit& unit = planted.scene->unit;
+      unit.matchingSettings.penalty_mode = mode;
       omp_set_num_threads(threads);
-      match_frames(*scene->a, *scene->b, &set, false);
+      planted.match();
       EXPECT_EQ(omp_get_max_threads(), threads);
-      results.push_back(bytes_of(set));
-      results.back().push_back(static_cast<unsigned char>(scene->unit.mvcSettings.gmv_x));
+      results.push_back(bytes_of(planted.set));
+      results.back().push_back(static_cast<unsigned char>(unit.mvcSettings.gmv_x));
     }
     EXPECT_GT(results[0].size(), 1000u);
     EXPECT_EQ(results[0], results[1]);
@@ -215,24 +225,20 @@ TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {
   ASSERT_GT(match_frames(*frames[1], *frames[2], &set, true), 100);
   std::int32_t agreeing = 0;
   std::int32_t raised = 0;
-  auto record = set.records.begin();
-  for (std::int32_t cell = 0; cell < set.grid->numCells(); ++cell) {
-    for (std::int32_t i = 0; i < set.count(cell); ++i, ++record) {
-      const std::int32_t link = keypoint_a(*frames[1], set.cell(cell)[i]).link;
-      if (link < 0 || link >= first_count) {
-        EXPECT_EQ(record->prev_dx, 10000.0f);
-        EXPECT_EQ(record->prev_state, 0);
-        continue;
-      }
-      const MatchRecord& previous = first[static_cast<std::size_t>(link)];
-      EXPECT_EQ(record->prev_dx, previous.x_b - previous.x_a);
-      EXPECT_EQ(record->prev_dy, previous.y_b - previous.y_a);
-      EXPECT_EQ(
-          (std::array{record->prev_score1, record->prev_score2, record->prev_score3, record->prev_score4}),
-          (std::array{previous.score1, previous.score2, previous.score3, previous.score4}));
-      agreeing += record->prev_state == 2 ? 1 : 0;
+  for_each_record(set, [&](const MatchRecord& r, const MatchVector& v, std::int32_t) {
+    const std::int32_t link = keypoint_a(*frames[1], v).link;
+    if (link < 0 || link >= first_count) {
+      EXPECT_EQ(r.prev_dx, 10000.0f);
+      EXPECT_EQ(r.prev_state, 0);
+      return;
     }
-  }
+    const MatchRecord& previous = first[static_cast<std::size_t>(link)];
+    EXPECT_EQ(r.prev_dx, previous.x_b - previous.x_a);
+    EXPECT_EQ(r.prev_dy, previous.y_b - previous.y_a);
+    EXPECT_EQ((std::array{r.prev_score1, r.prev_score2, r.prev_score3, r.prev_score4}),
+              (std::array{previous.score1, previous.score2, previous.score3, previous.score4}));
+    agreeing += r.prev_state == 2 ? 1 : 0;
+  });
   EXPECT_GT(agreeing, 50);
 
   // Without links the same pair has the plain scores; agreement doubles them.
@@ -249,18 +255,17 @@ TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {
 }
 
 TEST(MatchFramesTest, NumberedSectionsAreLoadedWhenTheSetAsksForThem) {
-  auto scene = make_scene(kSettings + "vdet:\n" + kChecks +
-                          "matching3:\n  max_vector_ratio_h: 0\nmatching5:\n  penalty_rshift: 99\n  k: 7\n"
-                          "mvc3:\n  sort_mode: 2\nvdet3:\n  enabled: 0\nvdet5:\n  rank_th: 1\n");
-  plant(*scene, {}, 46);
-  FeatureUnit& unit = scene->unit;
-  MatchSet set(unit, 1);
-  const std::int32_t matched = match_frames(*scene->a, *scene->b, &set, false);
+  Planted planted(46, {},
+                  "matching3:\n  max_vector_ratio_h: 0\nmatching5:\n  penalty_rshift: 99\n  k: 7\n"
+                  "mvc3:\n  sort_mode: 2\nvdet3:\n  enabled: 0\nvdet5:\n  rank_th: 1\n");
+  FeatureUnit& unit = planted.scene->unit;
+  MatchSet& set = planted.set;
+  const std::int32_t matched = planted.match();
   const std::int32_t accepted = unit.relMatchCount;
   ASSERT_GT(accepted, 100);
 
   set.section_index = 3;
-  EXPECT_LT(match_frames(*scene->a, *scene->b, &set, false), matched);
+  EXPECT_LT(planted.match(), matched);
   EXPECT_EQ(unit.matchingSettings.index, 3);
   EXPECT_EQ(unit.mvcSettings.sort_mode, 2);
   EXPECT_EQ(unit.relMatchCount, 0);
@@ -268,7 +273,7 @@ TEST(MatchFramesTest, NumberedSectionsAreLoadedWhenTheSetAsksForThem) {
 
   // A section that is refused, and one that is missing, leave the settings as they are.
   set.section_index = 5;
-  match_frames(*scene->a, *scene->b, &set, false);
+  planted.match();
   EXPECT_EQ(unit.matchingSettings.index, 3);
   EXPECT_EQ(unit.matchingSettings.k, 2);
   EXPECT_EQ(unit.mvcSettings.index, 5);
@@ -276,20 +281,19 @@ TEST(MatchFramesTest, NumberedSectionsAreLoadedWhenTheSetAsksForThem) {
   EXPECT_EQ(unit.vdetSettings.section, "vdet5");
 
   set.section_index = 0;
-  EXPECT_EQ(match_frames(*scene->a, *scene->b, &set, false), matched);
+  EXPECT_EQ(planted.match(), matched);
   EXPECT_EQ(unit.vdetSettings.section, "vdet");
 }
 
 TEST(MatchFramesTest, MessagesFollowTheStepsAndSwitchedOffChecksAcceptNothing) {
   for (const bool checks : {true, false}) {
-    auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-    plant(*scene, {}, 47);
+    Planted planted(47);
+    const auto& [scene, partner, set] = planted;
     scene->unit.timer.printEnabled = true;
     scene->unit.vdetSettings.enabled = checks;
-    MatchSet set(scene->unit, 1);
     EXPECT_EQ(scene->unit.relMatchCount, -1);
     testing::internal::CaptureStdout();
-    EXPECT_GT(match_frames(*scene->a, *scene->b, &set, false), 100);
+    EXPECT_GT(planted.match(), 100);
     const std::string line = " time: [0-9.]+ ms\n";
     const std::string lines = "matching" + line + "correction" + line + (checks ? "flagging" + line : "");
     EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::MatchesRegex(lines));
@@ -315,13 +319,12 @@ TEST(MatchFramesTest, FramesThatDoNotPairLeaveNothing) {
 }
 
 TEST(ExportMatchesTest, CopiesLeadingWords) {
-  auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-  plant(*scene, {}, 48);
-  MatchSet set(scene->unit, 1);
+  Planted planted(48);
+  auto& [scene, partner, set] = planted;
   EXPECT_EQ(match_frames(*scene->a, *scene->b, nullptr, false), -7);
   EXPECT_EQ(export_matches(nullptr, nullptr, 1, 96), -7);
   EXPECT_EQ(export_matches(&set, nullptr, 1, 96), 0);
-  const std::int32_t count = match_frames(*scene->a, *scene->b, &set, false);
+  const std::int32_t count = planted.match();
   ASSERT_EQ(export_matches(&set, nullptr, 0, 0), count);
 
   struct Words {

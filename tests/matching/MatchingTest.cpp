@@ -202,6 +202,7 @@ TEST(MatchCellsTest, ComparesWithThePreviousPair) {
     std::int32_t score3, score4;
     float previous_dx;  // of the linked record; the vector of this pair is (10, 0)
     std::int32_t state;
+    float acc_th = MatchingSettings{}.acc_th;
   };
   for (const Case& c : std::vector<Case>{
            {0, true, 15, 0, 16.0f, 2},
@@ -212,11 +213,16 @@ TEST(MatchCellsTest, ComparesWithThePreviousPair) {
            {-1, true, 15, 15, 16.0f, 0},
            {1, true, 15, 15, 16.0f, 0},
            {0, true, 15, 15, 100.0f, 1},
+           // Of long vectors a fifth of the longer one is tolerated: 10 against 12.5 and just more.
+           {0, true, 15, 0, 12.5f, 2, 0.0f},
+           {0, true, 15, 0, 12.51f, 1, 0.0f},
        }) {
     Pair pair({{110, 80}, {115, 80}}, 2, 1);
     pair.scene.a->store.records[static_cast<std::size_t>((6 + 2) * 12)].link = c.link;
-    pair.scene.unit.matchingSettings.keep_links = c.keep_links;
-    pair.scene.unit.matchingSettings.out_mode = 0;
+    MatchingSettings& s = pair.scene.unit.matchingSettings;
+    s.keep_links = c.keep_links;
+    s.acc_th = c.acc_th;
+    s.out_mode = 0;
     MatchSet set(pair.scene.unit, 2);
     MatchRecord previous;
     previous.x_a = 50;
@@ -224,24 +230,10 @@ TEST(MatchCellsTest, ComparesWithThePreviousPair) {
     previous.score3 = c.score3;
     previous.score4 = c.score4;
     set.records = {previous};
-    match_cells(pair.scene.unit.matchingSettings, *pair.scene.a, *pair.scene.b, set);
+    match_cells(s, *pair.scene.a, *pair.scene.b, set);
     ASSERT_EQ(set.count(8), 2);
     EXPECT_EQ(set.cell(8)[0].prev_state, c.state) << c.previous_dx;
     EXPECT_EQ(set.cell(8)[1].prev_state, c.state) << c.previous_dx;
-  }
-  // Of long vectors a fifth of the longer one is tolerated: 10 against 12.5 and just more, acc_th being 0.
-  for (const float previous_dx : {12.5f, 12.51f}) {
-    Pair pair({{110, 80}, {115, 80}}, 2, 1);
-    pair.scene.a->store.records[static_cast<std::size_t>((6 + 2) * 12)].link = 0;
-    pair.scene.unit.matchingSettings.keep_links = true;
-    pair.scene.unit.matchingSettings.acc_th = 0.0f;
-    MatchSet set(pair.scene.unit, 1);
-    MatchRecord previous;
-    previous.x_b = previous_dx;
-    previous.score3 = 15;
-    set.records = {previous};
-    match_cells(pair.scene.unit.matchingSettings, *pair.scene.a, *pair.scene.b, set);
-    EXPECT_EQ(set.cell(8)[0].prev_state, previous_dx == 12.5f ? 2 : 1);
   }
 }
 
