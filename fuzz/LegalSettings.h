@@ -5,10 +5,11 @@
 #include <cstdint>
 #include <string>
 
+#include "../tests/support/SmallSettings.h"
+
 namespace fuzzing {
 
-// A complete parameter file for small frames.
-std::string small_settings();
+using testing_support::small_settings;
 
 // The text with lines behind it that give those keys legal values which would end the process.
 std::string legal_settings(const std::string& text);
