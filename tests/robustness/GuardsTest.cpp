@@ -31,6 +31,7 @@ constexpr std::int32_t kDone = TWINTRUE_CALIBRATED;
 constexpr std::int32_t kRefused = TWINTRUE_FAILED;
 constexpr std::int32_t kNoLens = TWINTRUE_LENS_UNREADABLE;
 
+// Of what the loaders refuse, a line for each section: their own tests have them all.
 TEST(Guards, OfSettings) {
   const struct {
     std::string lines;  // behind a file that is complete
@@ -38,60 +39,36 @@ TEST(Guards, OfSettings) {
   } cases[] = {
       // Tables of the search.
       {"calib:\n  retry_count: 19\n", kRefused},  // sections missing
-      {"calib:\n  retry_count: 20\n", kRefused},
-      {"calib:\n  retry_count: 2147483647\n", kRefused},
       {"calib:\n  retry_count: -2147483648\n", kDone},
       {"calib:\n  num_levels: 20\n", kDone},
-      {"calib:\n  num_levels: 21\n", kRefused},
       {"calib:\n  num_levels: -2147483648\n", kDone},  // runs no level
       {"calib:\n  knn: 3\n", kDone},
-      {"calib:\n  knn: 4\n", kRefused},
       {"calib:\n  knn: [0, -5]\n", kDone},
       {"calib:\n  rank_last: 9\n", kDone},
-      {"calib:\n  rank_last: 10\n", kRefused},
-      {"calib:\n  rank_last: -1\n", kRefused},
       {"calib:\n  score_tbl_size: 0\n  score_weight_mode: 5\n", kDone},
       {"calib:\n  score_tbl_size: 16777216\n  score_weight_mode: 7\n", kDone},
-      {"calib:\n  score_tbl_size: 16777217\n", kRefused},
       {"calib:\n  score_tbl_size: 64\n  score_tbl_coeff: nan\n  score_weight_mode: 11\n", kDone},
-      {"calib:\n  right:\n    roll:\n      div: 100000001\n", kRefused},
       {"calib:\n  right:\n    roll:\n      div: 2147483646\n    pan:\n      div: 2147483646\n", kRefused},
       {"calib:\n  right:\n    roll:\n      div: -2147483648\n", kDone},
       {"calib:\n  num_using_feat_last: -2147483648\n  num_of_using_feat: [-1, -2147483648]\n", kDone},
       {"calib:\n  sigma: 0\n  sigma_org_last: 0\n", kDone},
       {"calib:\n  sigma: nan\n", kDone},
       // Rasters.
-      {"grid:\n  horz_cell_size: 0\n", kRefused},
-      {"grid:\n  vert_cell_size: -16\n", kRefused},
       {"grid:\n  horz_cell_count: 2147483647\n", kRefused},
-      {"grid:\n  horz_margin: 2147483647\n", kRefused},
       {"grid:\n  vert_margin: -2147483648\n", kDone},  // so many percent wrap round to nothing
-      {"grid:\n  num_kps_in_cell: 2147483647\n", kRefused},
       {"grid:\n  num_kps_in_cell: 100000\n", kRefused},
       {"grid:\n  num_kps_in_cell: 20000\n", kDone},
       // Patterns.
       {"RENO:\n  nlevels: 0\n", kRefused},
-      {"RENO:\n  nlevels: 21\n", kRefused},
-      {"RENO:\n  patchSize: 0\n", kRefused},
-      {"RENO:\n  patchSize: 129\n", kRefused},
       {"RENO:\n  patchSize: 2147483647\n", kRefused},
-      {"RENO:\n  desc_bits: 7\n", kRefused},
-      {"RENO:\n  desc_bits: 520\n", kRefused},
-      {"RENO:\n  desc_bits: 256\n", kRefused},  // 169 places for 257 points
-      {"RENO:\n  desc_bits: 256\n  weightDist: 1\n  patchSize: 25\n", kRefused},
       {"RENO:\n  rnd_mode: 1\n  rSigma: 0.1\n", kRefused},
       {"RENO:\n  rnd_mode: 1\n  rSigma: nan\n", kRefused},
       {"RENO:\n  posLimit: 7\n  desc_bits: 128\n", kDone},
-      {"RENO:\n  filter_type: 24\n", kRefused},
       {"RENO:\n  filter_type: -2147483648\n", kDone},
-      {"RENO:\n  rndSeedMake: x\n", kRefused},
       {"RENO:\n  res_th: nan\n", kDone},
       // Matches.
       {"mvc:\n  bin_width: 0\n", kRefused},
-      {"mvc:\n  sshift: 32\n", kRefused},
-      {"mvc:\n  normalizing: 2\n  neighbour_mode: 0\n", kRefused},
       {"mvc:\n  th: 1e38\n  th2: nan\n  normalizing_coeff: -2147483648\n", kDone},
-      {"matching:\n  dist_ratio_shift: -1\n", kRefused},
       {"matching:\n  dist_ratio_offset: -2147483648\n", kDone},
       {"matching:\n  max_vector_ratio_h: 1e300\n", kDone},
       // Texts.
