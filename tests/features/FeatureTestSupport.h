@@ -96,11 +96,12 @@ inline bool same_records(const fpu::KeyPointStore& a, const fpu::KeyPointStore& 
           std::memcmp(left.data(), right.data(), left.size() * sizeof(fpu::KeyPointRecord)) == 0);
 }
 
+// With that many pixels around the image.
 template <typename T>
-std::vector<T> pixels_of(const cve::XMat_<T>& image) {
+std::vector<T> pixels_of(const cve::XMat_<T>& image, std::int32_t margin = 0) {
   std::vector<T> pixels;
-  for (std::int32_t y = 0; y < image.rows; ++y) {
-    pixels.insert(pixels.end(), image.row(y), image.row(y) + image.cols);
+  for (std::int32_t y = -margin; y < image.rows + margin; ++y) {
+    pixels.insert(pixels.end(), image.row(y) - margin, image.row(y) + image.cols + margin);
   }
   return pixels;
 }

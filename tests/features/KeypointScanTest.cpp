@@ -9,13 +9,11 @@ namespace {
 
 using fpu::Region;
 using testing_support::grid_of;
+using testing_support::pixels_of;
+using testing_support::same_bits;
 using testing_support::store_for;
 
 Region area_of(const fpu::Grid& grid) { return {grid.left, grid.top, grid.areaWidth(), grid.areaHeight()}; }
-
-std::vector<float> with_margin(const cve::XMat_<float>& image) {
-  return testing_support::pixels_of(image.view(-1, -1, image.cols + 2, image.rows + 2));
-}
 
 // The image keeps its first rows dark, so that there are cells without candidates.
 TEST(KeypointScanTest, EqualsResponseThenSelection) {
@@ -40,7 +38,7 @@ TEST(KeypointScanTest, EqualsResponseThenSelection) {
           fpu::KeyPointStore again = store_for(grid);
           fpu::scanKeypoints(image, area, threshold, &det, again, set);
           EXPECT_TRUE(testing_support::same_records(again, expected));
-          EXPECT_TRUE(testing_support::same_bits(with_margin(det), with_margin(steps.det)));
+          EXPECT_TRUE(same_bits(pixels_of(det, 1), pixels_of(steps.det, 1)));
           if (threads > 2 && threshold > 0.0f) break;
         }
       }
@@ -56,10 +54,10 @@ TEST(KeypointScanTest, LeavesADeterminantImageThatSomebodyHolds) {
   cve::XMat_<float> det;
   fpu::scanKeypoints(image, area_of(grid), 0.0f, &det, store, cve::best_instruction_set());
   const cve::XMat_<float> held = det;
-  const auto before = with_margin(held);
+  const auto before = pixels_of(held, 1);
   fpu::scanKeypoints(other, area_of(grid), 0.0f, &det, store, cve::best_instruction_set());
-  EXPECT_TRUE(testing_support::same_bits(with_margin(held), before));
-  EXPECT_FALSE(testing_support::same_bits(with_margin(det), before));
+  EXPECT_TRUE(same_bits(pixels_of(held, 1), before));
+  EXPECT_FALSE(same_bits(pixels_of(det, 1), before));
 }
 
 TEST(KeypointScanTest, ARasterWithoutCellsHasNoKeypoints) {

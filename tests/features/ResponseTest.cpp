@@ -15,20 +15,14 @@
 namespace {
 
 using fpu::Region;
-
-std::vector<float> all_pixels(const cve::XMat_<float>& image, int margin) {
-  std::vector<float> pixels;
-  for (int y = -margin; y < image.rows + margin; ++y) {
-    pixels.insert(pixels.end(), image.row(y) - margin, image.row(y) + image.cols + margin);
-  }
-  return pixels;
-}
+using testing_support::pixels_of;
+using testing_support::same_bits;
 
 class Recorder final : public fpu::StageTap {
  public:
   void image(std::string_view name, const cve::XMat& image, std::int32_t x, std::int32_t y) override {
     EXPECT_EQ(image.type(), cve::kFloat32);
-    seen[std::string(name)] = testing_support::pixels_of(dynamic_cast<const cve::XMat_<float>&>(image));
+    seen[std::string(name)] = pixels_of(dynamic_cast<const cve::XMat_<float>&>(image));
     at = {x, y};
   }
   std::map<std::string, std::vector<float>> seen;
@@ -47,8 +41,8 @@ TEST(ResponseTest, EqualsItsDefinitionBitForBit) {
       const fpu::ResponseImages images = fpu::computeResponse(image, area, tap);
       ASSERT_EQ(images.response.cols, area.width);
       ASSERT_EQ(images.response.rows, area.height);
-      EXPECT_TRUE(testing_support::same_bits(all_pixels(images.response, 0), all_pixels(steps.response, 0)));
-      EXPECT_TRUE(testing_support::same_bits(all_pixels(images.det, 1), all_pixels(steps.det, 1)));
+      EXPECT_TRUE(same_bits(pixels_of(images.response), pixels_of(steps.response)));
+      EXPECT_TRUE(same_bits(pixels_of(images.det, 1), pixels_of(steps.det, 1)));
     }
     EXPECT_EQ(recorder.at, std::pair(area.x, area.y));
     const std::map<std::string, const cve::XMat_<float>*> expected = {
@@ -56,7 +50,7 @@ TEST(ResponseTest, EqualsItsDefinitionBitForBit) {
         {"lyy", &steps.lyy}, {"det", &steps.det}, {"response", &steps.response}};
     EXPECT_EQ(recorder.seen.size(), expected.size());
     for (const auto& [name, pixels] : expected) {
-      EXPECT_TRUE(testing_support::same_bits(recorder.seen[name], all_pixels(*pixels, 0))) << name;
+      EXPECT_TRUE(same_bits(recorder.seen[name], pixels_of(*pixels))) << name;
     }
     EXPECT_GT(*std::max_element(recorder.seen["response"].begin(), recorder.seen["response"].end()), 100.0f);
   }
@@ -100,10 +94,10 @@ TEST(ResponseTest, RowsEqualTheImage) {
             std::vector<float> found(length, -1.0f);
             std::vector<float> found_det(length);
             rows.make_row(y, least, found.data(), found_det.data());
-            EXPECT_TRUE(testing_support::same_bits(found_det, det));
+            EXPECT_TRUE(same_bits(found_det, det));
             std::vector<float> again(length, -1.0f);
             rows.make_row(y, least, again.data(), nullptr);
-            EXPECT_TRUE(testing_support::same_bits(found, again));
+            EXPECT_TRUE(same_bits(found, again));
             for (std::size_t x = 0; x < length; ++x) {
               if (expected[x] < least && found[x] == 0.0f) continue;
               ASSERT_EQ(found[x], expected[x]) << x;

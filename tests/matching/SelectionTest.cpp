@@ -59,30 +59,31 @@ std::vector<std::int32_t> ids_of(const std::vector<MatchVector>& vectors) {
 }
 
 TEST(SelectCellTest, StrictModesSortLikeAStableSortByTheirKey) {
-  using Key = std::function<std::vector<std::int64_t>(const MatchVector&)>;
+  using Values = std::vector<std::int64_t>;  // compared one after the other
+  using Key = std::function<Values(const MatchVector&)>;
   constexpr int kShift = 5;
+  const Key none = [](auto&) -> Values { return {}; };
+  const Key fifth = [](auto& v) -> Values { return {v.score5}; };
+  const Key first = [](auto& v) -> Values { return {v.score1}; };
   const std::map<std::int32_t, Key> keys{
-      {0, [](auto&) { return std::vector<std::int64_t>{}; }},
-      {1, [](auto& v) { return std::vector<std::int64_t>{v.score5}; }},
-      {2, [](auto& v) { return std::vector<std::int64_t>{v.score1}; }},
-      {3, [](auto& v) { return std::vector<std::int64_t>{v.score5}; }},
-      {4, [](auto& v) { return std::vector<std::int64_t>{v.score1}; }},
+      {0, none},
+      {1, fifth},
+      {2, first},
+      {3, fifth},
+      {4, first},
       {7,
-       [](auto& v) {
-         return std::vector<std::int64_t>{v.dist_ratio, v.score5};
+       [](auto& v) -> Values {
+         return {v.dist_ratio, v.score5};
        }},
       {8,
-       [](auto& v) {
-         return std::vector<std::int64_t>{v.dist_ratio, v.score1};
+       [](auto& v) -> Values {
+         return {v.dist_ratio, v.score1};
        }},
-      {9, [](auto& v) { return std::vector<std::int64_t>{v.score1 * (1 << kShift) + v.score2}; }},
-      {10, [](auto& v) { return std::vector<std::int64_t>{v.score2 * (1 << kShift) + v.score1}; }},
-      {11, [](auto& v) { return std::vector<std::int64_t>{v.score2 * 65536 + v.score1 * 256 + v.score3}; }},
-      {12,
-       [](auto& v) {
-         return std::vector<std::int64_t>{(v.score2 * 256 + v.score1) * (v.prev_state != 0 ? 2 : 1)};
-       }},
-      {13, [](auto&) { return std::vector<std::int64_t>{}; }},
+      {9, [](auto& v) -> Values { return {v.score1 * (1 << kShift) + v.score2}; }},
+      {10, [](auto& v) -> Values { return {v.score2 * (1 << kShift) + v.score1}; }},
+      {11, [](auto& v) -> Values { return {v.score2 * 65536 + v.score1 * 256 + v.score3}; }},
+      {12, [](auto& v) -> Values { return {(v.score2 * 256 + v.score1) * (v.prev_state != 0 ? 2 : 1)}; }},
+      {13, none},
   };
   std::mt19937 random(11);
   for (const auto& [mode, key] : keys) {
