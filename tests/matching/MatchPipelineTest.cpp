@@ -197,6 +197,9 @@ TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {
   FeatureFrame* const frames[] = {scene->a.get(), scene->b.get(), &third};
   std::mt19937 random(44);
   std::vector<Descriptor> rows[3];
+  // One more in the second frame, so that a keypoint's number is not its partner's.
+  add_keypoint(*frames[1], kMargin + 1, kMargin + 1, 100);
+  rows[1].push_back(random_descriptor(random, 16));
   for (int i = 0; i < 300; ++i) {
     const float x = uniform(random, kMargin + 10, 700);
     const float y = uniform(random, kMargin + 10, 600);

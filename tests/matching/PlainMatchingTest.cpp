@@ -32,7 +32,7 @@ void choose_settings(MatchingSettings& s, std::mt19937& random, std::int32_t pen
   const std::int32_t weights[] = {0, 0, 1, 3, 40000, -1};
   s.weightDist = weights[uniform_int(random, 0, 5)];
   s.patchSize = uniform_int(random, 0, 40);
-  s.max_vector_h = uniform_int(random, -1, 250);
+  s.max_vector_h = uniform_int(random, -45, 250);
   s.max_vector_v = uniform_int(random, 0, 160);
 }
 
