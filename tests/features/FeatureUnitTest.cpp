@@ -91,8 +91,6 @@ TEST(FeatureUnitTest, RefusesWhatItCantCarryOut) {
       {"no matching", kGrid + kDetector + "vdet:\n  ch_bg: 1\n", true},
       {"no text", "", false},
       {"no levels", kGrid + kDetector + "  nlevels: 0\n" + kRest, false},
-      {"patch beyond the frame", kGrid + kDetector + "  patchSize: 101\n" + kRest, false},
-      {"unknown kernel", kGrid + "RENO:\n  filter_type: 24\n" + kRest, false},
       {"no capacity",
        "grid:\n  horz_cell_size: 20\n" + kDetector + "  num_min_kps_in_cell_of_octave: [0]\n" + kRest, false},
       {"cells of no width", "grid:\n  horz_cell_size: 0\n" + kDetector + kRest, false},
@@ -123,7 +121,8 @@ TEST(FeatureUnitTest, ExceptionsOfTheLoadEndInItsMessage) {
     const char* message;
   } cases[] = {
       {kGrid + kDetector + "  rndSeedMake: none\n" + kRest, "invalid stoull argument\n"},
-      {kGrid + kDetector + "  rndSeedSelect: 99999999999999999999\n" + kRest,
+      {kGrid + kDetector + "  rndSeedSelect: \"-\"\n" + kRest, "invalid stoull argument\n"},
+      {kGrid + kDetector + "  rndSeedSelect: 18446744073709551616\n" + kRest,
        "stoull argument out of range\n"},
       {"grid: \"a\" \"b\"\n", "Invalid quote. Line 1: \"a\" \"b\"\n"},
   };

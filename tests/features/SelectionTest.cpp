@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -48,25 +47,6 @@ TEST(SelectionTest, KeepsTheBestOfEachCell) {
       EXPECT_EQ(store.count > 0, threshold < 16.0f);
     }
   }
-}
-
-TEST(SelectionTest, ComparesTheWholePartAndClipsTheScore) {
-  const fpu::Grid grid = grid_of(10, 10, 8, 1, 1, 1, 8);
-  cve::XMat_<float> response;
-  response.create(1, 8);
-  const float values[] = {0.0f, 0.0099f, 0.01f, 0.5f, 655.35f, 655.36f, 4000.0f, 8000.0f};
-  std::copy(std::begin(values), std::end(values), response.row(0));
-  const auto scores = [&](float threshold) {
-    fpu::KeyPointStore store = store_for(grid);
-    select(response, threshold, store);
-    std::vector<int> found;
-    for (const auto& record : testing_support::live_records(store)) found.push_back(record.score);
-    return found;
-  };
-  const auto whole = [](float value) { return static_cast<int>(value * 100.0f); };
-  EXPECT_EQ(scores(0.0f), (std::vector<int>{whole(0.01f), 50, whole(655.35f), 65535, 65535, 65535}));
-  EXPECT_EQ(scores(50.0f), (std::vector<int>{whole(655.35f), 65535, 65535, 65535}));
-  EXPECT_EQ(scores(300000.0f), (std::vector<int>{65535, 65535}));
 }
 
 TEST(SelectionDeathTest, LackOfScratchEndsTheProcessWithALineOnStandardOutput) {
