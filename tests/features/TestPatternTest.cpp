@@ -231,8 +231,9 @@ TEST(TestPatternTest, CountsTheCandidatesBeforehand) {
     ASSERT_EQ(fpu::chain_can_be_completed(candidates, rules), test.ends);
     if (test.ends) expect_reference_chain(candidates, rules);
   }
-  // A small patch keeps the quota small: 1 point inside, so 29 bits need 29 outside.
-  EXPECT_TRUE(fpu::chain_can_be_completed(candidates, {29, 3, 1, 0, 5}));
+  // A small patch keeps the quota small: 1 point inside, so as many outside as bits. There are 49.
+  EXPECT_TRUE(fpu::chain_can_be_completed(candidates, {49, 3, 1, 0, 5}));
+  EXPECT_FALSE(fpu::chain_can_be_completed(candidates, {50, 3, 1, 0, 5}));
 }
 
 TEST(TestPatternTest, LeavesTheStepsOfTheChainInAFile) {
