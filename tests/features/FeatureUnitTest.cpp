@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <string_view>
 
 #include "FeatureTestSupport.h"

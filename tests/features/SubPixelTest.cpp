@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "FeatureTestSupport.h"
 #include "PlainDetection.h"
 

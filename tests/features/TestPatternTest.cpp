@@ -6,7 +6,6 @@
 #include <cmath>
 #include <filesystem>
 #include <sstream>
-#include <utility>
 
 #include "FeatureTestSupport.h"
 #include "features/RandomDraws.h"

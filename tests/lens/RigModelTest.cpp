@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdint>
 #include <limits>
 #include <map>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "matching/DisplacementHistogram.h"

@@ -1,14 +1,12 @@
 #include "matching/Matching.h"
 
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cmath>
 #include <csignal>
 #include <cstdint>
 #include <limits>
 #include <random>
-#include <tuple>
 #include <vector>
 
 #include "matching/MatchScene.h"

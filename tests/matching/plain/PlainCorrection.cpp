@@ -23,11 +23,13 @@ struct Voter {
   std::int64_t x, y;    // pixels
 };
 
+std::int64_t rounded(float value) { return std::llround(value); }
+
 Voter voter_of(const FeatureFrame& frame_a, const FeatureFrame& frame_b, const MatchVector& vector) {
   const KeyPointRecord& a = keypoint_a(frame_a, vector);
   const KeyPointRecord& b = keypoint_b(frame_b, vector);
-  return {&vector, to_eighths(b.x) - to_eighths(a.x), to_eighths(b.y) - to_eighths(a.y),
-          round_coordinate(a.x), round_coordinate(a.y)};
+  return {&vector, rounded(8.0f * b.x) - rounded(8.0f * a.x), rounded(8.0f * b.y) - rounded(8.0f * a.y),
+          rounded(a.x), rounded(a.y)};
 }
 
 std::int64_t votes_for(const CorrectionSettings& settings, std::size_t score, const Voter& a,
