@@ -27,6 +27,13 @@ std::string nested_sections(int levels) {
   return text + std::string(static_cast<std::size_t>(levels), ' ') + "1\n";
 }
 
+// A search that may be repeated so many times, each with its section.
+std::string retries(int count) {
+  std::string text = "calib:\n  retry_count: " + std::to_string(count) + "\n";
+  for (int r = 1; r <= count; ++r) text += "calib" + std::to_string(r) + ":\n  command: 1\n";
+  return text;
+}
+
 constexpr std::int32_t kDone = TWINTRUE_CALIBRATED;
 constexpr std::int32_t kRefused = TWINTRUE_FAILED;
 constexpr std::int32_t kNoLens = TWINTRUE_LENS_UNREADABLE;
@@ -39,6 +46,8 @@ TEST(Guards, OfSettings) {
   } cases[] = {
       // Tables of the search.
       {"calib:\n  retry_count: 19\n", kRefused},  // sections missing
+      {retries(19), kDone},
+      {retries(20), kRefused},
       {"calib:\n  retry_count: -2147483648\n", kDone},
       {"calib:\n  num_levels: 20\n", kDone},
       {"calib:\n  num_levels: -2147483648\n", kDone},  // runs no level
