@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "../tests/support/SmallSettings.h"
+#include "support/SmallSettings.h"
 
 namespace fuzzing {
 
