@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
+#include <numeric>
 #include <set>
 #include <utility>
 
@@ -122,38 +124,46 @@ void SweepScorer::begin(const ScorePass& pass) {
 }
 
 void SweepScorer::lay_out(std::size_t walked, bool one_eye) {
-  for (AlignedDoubles* values : {&x_a_, &y_a_, &x_b_, &y_b_, &x_left_}) values->clear();
+  std::vector<std::uint32_t> order(walked);
+  std::iota(order.begin(), order.end(), 0u);
+  std::size_t right_count = 0;
+  if (one_eye) {
+    const auto right_end = std::stable_partition(order.begin(), order.end(), [&](std::uint32_t i) {
+      return is_right_side(context_.fast_mode, matches_[i], static_cast<std::int32_t>(i));
+    });
+    right_count = static_cast<std::size_t>(right_end - order.begin());
+  }
   groups_.clear();
+  const auto add_group = [&](SweepError error, std::size_t begin, std::size_t end) {
+    if (begin < end) groups_.push_back({begin, end, error, nullptr});
+  };
+  add_group(SweepError::kRightOnly, 0, right_count);
+  add_group(one_eye ? SweepError::kLeftOnly : SweepError::kFull, right_count, walked);
+
+  const struct {
+    AlignedDoubles& values;
+    float RayMatch::*field;
+    float begin;  // of the field's picture in the frame
+  } columns[] = {{x_a_, &RayMatch::x_a, 0.0f},
+                 {y_a_, &RayMatch::y_a, 0.0f},
+                 {x_b_, &RayMatch::x_b, 0.0f},
+                 {y_b_, &RayMatch::y_b, 0.0f},
+                 {x_left_, &RayMatch::x_b, static_cast<float>(rig_.half_width)}};
+  const auto fill = [&](std::size_t k) {
+    const auto& [values, field, begin] = columns[k];
+    values.resize(walked);
+    for (std::size_t i = 0; i < walked; ++i) values[i] = begin + matches_[order[i]].*field;
+  };
+  if (walked > kChunk) {
+    parallel_each(std::size(columns), fill);
+  } else {
+    for (std::size_t k = 0; k < std::size(columns); ++k) fill(k);
+  }
+  size_ = walked;
   left_rays_.clear();
   right_rays_.clear();
   spare_rays_.clear();
-  size_ = 0;
-  const auto add_group = [&](SweepError error, auto&& wanted) {
-    const std::size_t begin = size_;
-    for (std::size_t i = 0; i < walked; ++i) {
-      if (wanted(matches_[i], static_cast<std::int32_t>(i))) append(matches_[i]);
-    }
-    if (size_ > begin) groups_.push_back({begin, size_, error, nullptr});
-  };
-  if (one_eye) {
-    const std::int32_t fast_mode = context_.fast_mode;
-    add_group(SweepError::kRightOnly,
-              [&](const RayMatch& m, std::int32_t i) { return is_right_side(fast_mode, m, i); });
-    add_group(SweepError::kLeftOnly,
-              [&](const RayMatch& m, std::int32_t i) { return !is_right_side(fast_mode, m, i); });
-  } else {
-    add_group(SweepError::kFull, [](const RayMatch&, std::int32_t) { return true; });
-  }
   walked_ = walked;
-}
-
-void SweepScorer::append(const RayMatch& match) {
-  x_a_.push_back(match.x_a);
-  y_a_.push_back(match.y_a);
-  x_b_.push_back(match.x_b);
-  y_b_.push_back(match.y_b);
-  x_left_.push_back(static_cast<float>(rig_.half_width) + match.x_b);
-  ++size_;
 }
 
 void SweepScorer::unrotated_rays(const EyeModel& eye, bool left, const Offsets& offsets, std::size_t begin,

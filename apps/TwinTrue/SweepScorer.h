@@ -103,7 +103,6 @@ class SweepScorer {
   std::size_t chunk_count() const { return (size_ + kChunk - 1) / kChunk; }
 
   void lay_out(std::size_t walked, bool one_eye);
-  void append(const RayMatch& match);
   // Terms of matches with these errors, 0 for one that adds nothing. The sum of the weights, where the
   // divider asks for it.
   double terms_of(const double* errors, std::size_t count, double* terms) const;

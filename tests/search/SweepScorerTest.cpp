@@ -408,6 +408,8 @@ TEST(LevelEvaluator, AnUnknownWeightModeMattersOnlyToAMatchWithAnError) {
   context->rank[0] = 100;
   context->num_of_using_feat[0][0] = 100;
   Seeds seeds;
+  // A process that is forked off has none of the threads that other tests have started.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(LevelEvaluator(*context, rig, matches).evaluate(seeds, 1, 0, 0), "");
   EXPECT_EQ(LevelEvaluator(*context, rig, matches).evaluate(seeds, 0, 0, 0), 0) << "no candidates";
   for (RayMatch& match : matches) match.x_a = -5000.0f;  // beyond the angular limit
