@@ -82,8 +82,6 @@ class SweepScorer {
   // Whether no match has an error under the pose. Thread-safe.
   bool counts_no_match(const CalibResult& pose) const;
 
-  std::size_t match_count() const { return size_; }
-
  private:
   // Matches that share a form of the error, as a range of the laid-out list.
   struct Group {

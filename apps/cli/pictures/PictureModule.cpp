@@ -96,22 +96,15 @@ std::optional<PictureProblem> read_frame(const std::string& path, Frame* frame) 
   for (int row = 0; row < spec.height; row += band) {
     const int end = std::min(row + band, spec.height);
     const std::size_t samples = width * static_cast<std::size_t>(end - row) * channel_count;
-    bool good = false;
-    if (plain_bytes) {
-      bytes.resize(samples);
-      good = spec.tile_width > 0
+    const auto read_rows = [&](OIIO::TypeDesc type, auto& values) {
+      values.resize(samples);
+      return spec.tile_width > 0
                  ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, spec.y + row, spec.y + end, spec.z,
-                                     spec.z + 1, 0, spec.nchannels, OIIO::TypeUInt8, bytes.data())
-                 : input->read_scanlines(0, 0, spec.y + row, spec.y + end, spec.z, 0, spec.nchannels,
-                                         OIIO::TypeUInt8, bytes.data());
-    } else {
-      floats.resize(samples);
-      good = spec.tile_width > 0
-                 ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, spec.y + row, spec.y + end, spec.z,
-                                     spec.z + 1, 0, spec.nchannels, OIIO::TypeFloat, floats.data())
-                 : input->read_scanlines(0, 0, spec.y + row, spec.y + end, spec.z, 0, spec.nchannels,
-                                         OIIO::TypeFloat, floats.data());
-    }
+                                     spec.z + 1, 0, spec.nchannels, type, values.data())
+                 : input->read_scanlines(0, 0, spec.y + row, spec.y + end, spec.z, 0, spec.nchannels, type,
+                                         values.data());
+    };
+    const bool good = plain_bytes ? read_rows(OIIO::TypeUInt8, bytes) : read_rows(OIIO::TypeFloat, floats);
     if (!good) {
       return PictureProblem{trimmed(input->geterror()), "a whole picture",
                             "the file is damaged or cut short: copy or capture it again"};

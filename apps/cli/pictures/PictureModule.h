@@ -1,8 +1,8 @@
 #pragma once
 
 // What the program and its picture module agree on. The module alone is linked to OpenImageIO, whose start
-// with all the libraries under it takes longer than most commands: it is loaded when the first picture is
-// read or written (apps/cli/PictureFiles.h).
+// with all the libraries under it takes longer than most commands: it is loaded with the first picture that
+// has no reader of its own (apps/cli/PictureFiles.h).
 
 #include <cstdint>
 #include <optional>
