@@ -70,7 +70,7 @@ unsigned char byte_of_linear(float value, std::int32_t tone) {
 }
 
 cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& image,
-                                               std::int32_t desc_gaus_size, cve::InstructionSet set) {
+                                               std::int32_t desc_gaus_size, twintrue::InstructionSet set) {
   const std::int32_t tone = desc_gaus_size / 100;
   const std::int32_t kernel = kKernels[static_cast<std::size_t>(std::min((desc_gaus_size % 100) / 2, 5))];
 

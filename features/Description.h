@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/InstructionSet.h"
 #include "features/FeatureFrame.h"
 #include "features/TestPattern.h"
-#include "imaging/InstructionSet.h"
 #include "imaging/XMat.h"
 
 namespace fpu {
@@ -18,9 +18,9 @@ namespace fpu {
 // (1: power 2.2, 2: sRGB, other: the bytes as they are), half of the rest one of six kernels. Images with a
 // side below 32 aren't filtered. Bands of rows in parallel; the result depends neither on the number of
 // threads nor on the set.
-cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& image,
-                                               std::int32_t desc_gaus_size,
-                                               cve::InstructionSet set = cve::best_instruction_set());
+cve::XMat_<unsigned char> smoothForDescription(
+    const cve::XMat_<unsigned char>& image, std::int32_t desc_gaus_size,
+    twintrue::InstructionSet set = twintrue::best_instruction_set());
 
 // Light of a byte, by the hundreds of desc_gaus_size, and the way back, cut to whole numbers and to 0 to 255.
 float linear_of_byte(unsigned char value, std::int32_t tone);

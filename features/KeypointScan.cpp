@@ -27,7 +27,7 @@ void provide_det(const Region& area, cve::XMat_<float>& det) {
 }  // namespace
 
 void scanKeypoints(const cve::XMat_<unsigned char>& working, const Region& area, float threshold,
-                   cve::XMat_<float>* det, KeyPointStore& store, cve::InstructionSet set) {
+                   cve::XMat_<float>* det, KeyPointStore& store, twintrue::InstructionSet set) {
   const GridIF& grid = *store.grid;
   const std::int32_t height = grid.cellHeight();
   const std::int32_t cell_rows = grid.numHorzCells() > 0 ? grid.numVertCells() : 0;

@@ -3,9 +3,9 @@
 // Keypoints straight from a working image: response and selection of the same cells, one after the other, so
 // that the response is never stored.
 
+#include "base/InstructionSet.h"
 #include "features/FeatureFrame.h"
 #include "features/Region.h"
-#include "imaging/InstructionSet.h"
 #include "imaging/XMat.h"
 
 namespace fpu {
@@ -16,6 +16,6 @@ namespace fpu {
 // Cell rows run in parallel; the result depends neither on the number of threads nor on the set. Ends the
 // process with exit code -1 and a line on standard output where scratch memory is short.
 void scanKeypoints(const cve::XMat_<unsigned char>& working, const Region& area, float threshold,
-                   cve::XMat_<float>* det, KeyPointStore& store, cve::InstructionSet set);
+                   cve::XMat_<float>* det, KeyPointStore& store, twintrue::InstructionSet set);
 
 }  // namespace fpu

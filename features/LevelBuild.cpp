@@ -114,7 +114,7 @@ LevelImages buildFloatLevels(cve::XMat_<float> linear, const DetectorSettings& s
 }
 
 cve::XMat_<unsigned char> buildWorkingImage(const cve::XMat_<float>& linear, const DetectorSettings& settings,
-                                            const Region& region, cve::InstructionSet set) {
+                                            const Region& region, twintrue::InstructionSet set) {
   const std::int32_t number = settings.filter_type[0];
   const std::int32_t radius = cve::kernel_radius(number);
   const Region view = filterView(settings.filter_mode, region, radius, linear.cols, linear.rows);

@@ -4,11 +4,11 @@
 
 #include <cstdint>
 
+#include "base/InstructionSet.h"
 #include "features/DetectorSettings.h"
 #include "features/LevelImages.h"
 #include "features/Region.h"
 #include "features/StageTap.h"
-#include "imaging/InstructionSet.h"
 #include "imaging/XMat.h"
 
 namespace fpu {
@@ -26,7 +26,7 @@ LevelImages buildFloatLevels(cve::XMat_<float> linear, const DetectorSettings& s
 // of threads nor on the set.
 cve::XMat_<unsigned char> buildWorkingImage(const cve::XMat_<float>& linear, const DetectorSettings& settings,
                                             const Region& region,
-                                            cve::InstructionSet set = cve::best_instruction_set());
+                                            twintrue::InstructionSet set = twintrue::best_instruction_set());
 
 // View of the detection filter in a frame of that size, by filter_mode; `radius` is the filter kernel's.
 // Empty for an unknown mode.

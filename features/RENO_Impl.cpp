@@ -150,7 +150,7 @@ void RENO_Impl::find_keypoints(std::int32_t slot, const cve::XMat& image, KeyPoi
   cve::XMat_<float>& det = slots_[static_cast<std::size_t>(slot)].floats.front();
   if (!refines) det = {};
   const float threshold = std::max(settings_.threshold[0], 0.0f);
-  scanKeypoints(working, area, threshold, refines ? &det : nullptr, store, cve::best_instruction_set());
+  scanKeypoints(working, area, threshold, refines ? &det : nullptr, store, twintrue::best_instruction_set());
   if (refines) refineKeypoints(det, settings_.refining == 1, store);
 }
 

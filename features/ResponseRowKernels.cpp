@@ -158,10 +158,10 @@ TWINTRUE_TARGET_AVX512 std::int32_t reach_avx512(const float* response, std::int
 
 }  // namespace
 
-ResponseRowKernels response_row_kernels(cve::InstructionSet set) {
-  return cve::for_set<ResponseRowKernels>(set, {along_portable, down_portable, reach_portable},
-                                          {along_avx2, down_avx2, reach_avx2},
-                                          {along_avx512, down_avx512, reach_avx512});
+ResponseRowKernels response_row_kernels(twintrue::InstructionSet set) {
+  return twintrue::for_set<ResponseRowKernels>(set, {along_portable, down_portable, reach_portable},
+                                               {along_avx2, down_avx2, reach_avx2},
+                                               {along_avx512, down_avx512, reach_avx512});
 }
 
 }  // namespace fpu

@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 
 namespace fpu {
 
@@ -40,6 +40,6 @@ struct ResponseRowKernels {
 };
 
 // The kernels for a set that the machine has.
-ResponseRowKernels response_row_kernels(cve::InstructionSet set);
+ResponseRowKernels response_row_kernels(twintrue::InstructionSet set);
 
 }  // namespace fpu

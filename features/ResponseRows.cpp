@@ -13,7 +13,7 @@ constexpr std::size_t kSparePixels = 64;
 }  // namespace
 
 ResponseRows::ResponseRows(const cve::XMat_<unsigned char>& working, const Region& area,
-                           cve::InstructionSet set)
+                           twintrue::InstructionSet set)
     : working_(working),
       area_(area),
       kernels_(response_row_kernels(set)),

@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/InstructionSet.h"
 #include "features/Region.h"
 #include "features/ResponseRowKernels.h"
-#include "imaging/InstructionSet.h"
 #include "imaging/XMat.h"
 
 namespace fpu {
@@ -18,7 +18,7 @@ namespace fpu {
 class ResponseRows {
  public:
   // `area` must lie at least kResponseReach pixels inside the image, which must live as long as this.
-  ResponseRows(const cve::XMat_<unsigned char>& working, const Region& area, cve::InstructionSet set);
+  ResponseRows(const cve::XMat_<unsigned char>& working, const Region& area, twintrue::InstructionSet set);
 
   // Row y of the area, `area.width` values. Where the response is at least `least` it is what computeResponse
   // makes of it, elsewhere that or 0. With `det`, the row of the determinant image goes there. Going

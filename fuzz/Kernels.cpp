@@ -7,11 +7,11 @@
 #include "Support.h"
 #include "apps/TwinTrue/ImageFormatConverter.h"
 #include "apps/TwinTrue/LuminanceKernel.h"
-#include "apps/TwinTrue/SweepKernel.h"
+#include "base/InstructionSet.h"
 #include "imaging/Filters.h"
-#include "imaging/InstructionSet.h"
 #include "imaging/TapSums.h"
 #include "imaging/XMat.h"
+#include "search/SweepKernel.h"
 
 namespace {
 
@@ -112,7 +112,7 @@ void luminance(Input& input) {
   const std::string bytes(input.rest());
   const std::size_t count = bytes.size() / 3;
   const auto* source = reinterpret_cast<const std::uint8_t*>(bytes.data());
-  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+  for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
     std::vector<float> row(count);
     twintrue::luminance_kernel(set)(table, source, count, blue_first, row.data());
     for (std::size_t i = 0; i < count; ++i) {
@@ -164,7 +164,7 @@ void sweep(Input& input) {
 
   std::vector<double> first_errors;
   std::vector<double> first_terms;
-  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+  for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
     std::vector<double> errors(count);
     std::vector<double> terms(count);
     twintrue::sweep_errors(set, variant)(pose, block, count, errors.data());

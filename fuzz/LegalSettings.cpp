@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "Support.h"
-#include "apps/TwinTrue/CalibContext.h"
 #include "params/ParamDocument.h"
+#include "search/CalibContext.h"
 
 namespace fuzzing {
 namespace {

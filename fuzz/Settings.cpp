@@ -6,12 +6,12 @@
 
 #include "LegalSettings.h"
 #include "Support.h"
-#include "apps/TwinTrue/CalibContext.h"
 #include "features/FeatureFrame.h"
 #include "features/FeatureUnit.h"
 #include "features/RENO_Impl.h"
 #include "features/TestPattern.h"
 #include "matching/MatchSet.h"
+#include "search/CalibContext.h"
 
 namespace {
 

@@ -8,7 +8,8 @@ constexpr std::size_t kSparePixels = 32;
 
 }  // namespace
 
-BandFilter::BandFilter(const FilterKernel& kernel, int cols, int rows, bool borders, InstructionSet set)
+BandFilter::BandFilter(const FilterKernel& kernel, int cols, int rows, bool borders,
+                       twintrue::InstructionSet set)
     : kernel_(kernel),
       radius_(kernel.radius),
       cols_(cols),

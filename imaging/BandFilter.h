@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "base/InstructionSet.h"
 #include "imaging/Filters.h"
-#include "imaging/InstructionSet.h"
 #include "imaging/TapSums.h"
 
 namespace cve {
@@ -18,7 +18,7 @@ class BandFilter {
   // For images of that size. Horizontally, with `borders`, reads beyond a row take its nearest pixel;
   // without, they read on into the memory beside it, kernel.radius pixels that must be valid. Vertically
   // reads beyond the image always take the nearest row.
-  BandFilter(const FilterKernel& kernel, int cols, int rows, bool borders, InstructionSet set);
+  BandFilter(const FilterKernel& kernel, int cols, int rows, bool borders, twintrue::InstructionSet set);
 
   // Row y of the filtered image into `out`. source_row(y) names the pixels of a source row, which must hold
   // until the next one is named. Going through a band downward, each source row is named once.

@@ -36,7 +36,7 @@ ByteCurve::ByteCurve(Formula formula, std::int32_t mode) : formula_(formula), mo
 }
 
 void ByteCurve::convert(const float* values, std::size_t count, unsigned char* out,
-                        InstructionSet set) const {
+                        twintrue::InstructionSet set) const {
   const bool all_known = !stretches_.empty() && byte_lookup(set)(stretches_.data(), values, count, out);
   if (all_known) return;
   for (std::size_t i = 0; i < count; ++i) {

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 
 namespace cve {
 
@@ -22,7 +22,8 @@ class ByteCurve {
   ByteCurve(Formula formula, std::int32_t mode);
 
   // The bytes of `count` values. Values outside 0 to 2, and NaNs, take the formula.
-  void convert(const float* values, std::size_t count, unsigned char* out, InstructionSet set) const;
+  void convert(const float* values, std::size_t count, unsigned char* out,
+               twintrue::InstructionSet set) const;
 
  private:
   Formula formula_;

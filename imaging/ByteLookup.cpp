@@ -54,8 +54,8 @@ TWINTRUE_TARGET_AVX512 bool look_up_avx512(const std::uint32_t* stretches, const
 
 }  // namespace
 
-ByteLookupFn byte_lookup(InstructionSet set) {
-  return for_set<ByteLookupFn>(set, look_up_portable, look_up_avx2, look_up_avx512);
+ByteLookupFn byte_lookup(twintrue::InstructionSet set) {
+  return twintrue::for_set<ByteLookupFn>(set, look_up_portable, look_up_avx2, look_up_avx512);
 }
 
 }  // namespace cve

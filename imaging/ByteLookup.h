@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 
 namespace cve {
 
@@ -21,6 +21,6 @@ inline constexpr std::uint32_t kStretches = (kEndBits >> kStretchBits) - kFirstS
 // nothing.
 using ByteLookupFn = bool (*)(const std::uint32_t* stretches, const float* values, std::size_t count,
                               unsigned char* out);
-ByteLookupFn byte_lookup(InstructionSet set);
+ByteLookupFn byte_lookup(twintrue::InstructionSet set);
 
 }  // namespace cve

@@ -123,7 +123,7 @@ void clamped_row(const TapSums& sums, const Kernel& kernel, const T* source, T* 
 
 template <class Kernel, typename T>
 void rows_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>& destination) {
-  const TapSums sums = tap_sums(best_instruction_set());
+  const TapSums sums = tap_sums(twintrue::best_instruction_set());
   const int cols = source.cols;
   const int left = std::min<int>(kernel.radius, cols);
   const int right = std::max<int>(cols - kernel.radius, left);
@@ -138,7 +138,7 @@ void rows_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>& d
 
 template <class Kernel, typename T>
 void columns_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>& destination) {
-  const TapSums sums = tap_sums(best_instruction_set());
+  const TapSums sums = tap_sums(twintrue::best_instruction_set());
   const int rows = source.rows;
   const int top = std::min<int>(kernel.radius, rows);
   const int bottom = std::max<int>(rows - kernel.radius, top);
@@ -218,7 +218,7 @@ FixedKernel make_fixed_kernel(int number) {
 }
 
 void filterFloat(const XMat_<float>& source, XMat_<float>& destination, int number, bool clampToUnit,
-                 bool borders, InstructionSet set) {
+                 bool borders, twintrue::InstructionSet set) {
   if (passes_through(source, number)) {
     destination = source;
     return;
@@ -256,7 +256,7 @@ void filterFixed(const XMat_<short>& source, XMat_<short>& destination, int numb
 }
 
 void convolveFloat(const FilterKernel& kernel, const XMat_<float>& source, XMat_<float>& destination,
-                   bool borders, InstructionSet set) {
+                   bool borders, twintrue::InstructionSet set) {
   check_kernel(kernel);
   if (source.empty()) return;
   provide(source, destination);
@@ -284,7 +284,7 @@ void convolveRows(const FilterKernel& kernel, const XMat_<float>& source, XMat_<
     rows_with_borders(kernel, source, destination);
     return;
   }
-  const TapSums sums = tap_sums(best_instruction_set());
+  const TapSums sums = tap_sums(twintrue::best_instruction_set());
   parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
     direct_row(sums, kernel, source.row(y), destination.row(y), -marginColumns, source.cols + marginColumns);
   });
@@ -297,7 +297,7 @@ void convolveColumns(const FilterKernel& kernel, const XMat_<float>& source, XMa
     columns_with_borders(kernel, source, destination);
     return;
   }
-  const TapSums sums = tap_sums(best_instruction_set());
+  const TapSums sums = tap_sums(twintrue::best_instruction_set());
   parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
     Taps<float> taps;
     for (int d = -kernel.radius; d <= kernel.radius; ++d) taps[d] = source.row(y + d) - marginColumns;

@@ -14,7 +14,7 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 #include "imaging/RowLoop.h"
 #include "imaging/XMat.h"
 
@@ -66,7 +66,7 @@ inline constexpr int kMinFilteredSize = 32;
 // 0 and 1. Without `borders` see convolveFloat. If both headers name the same pixels, the result reaches
 // them only with `clampToUnit` and is lost otherwise.
 void filterFloat(const XMat_<float>& source, XMat_<float>& destination, int number, bool clampToUnit,
-                 bool borders, InstructionSet set = best_instruction_set());
+                 bool borders, twintrue::InstructionSet set = twintrue::best_instruction_set());
 // A new image, edges replicated.
 XMat_<float> filterFloatImage(const XMat_<float>& source, int number);
 // In integers, edges replicated. The destination is created anew; if it names the source's pixels the result
@@ -79,7 +79,7 @@ void filterFixed(const XMat_<short>& source, XMat_<short>& destination, int numb
 // memory on both sides of a row, kernel.radius pixels that must be valid, and the column pass replicates the
 // first and last filtered row, whatever lies above and below the view.
 void convolveFloat(const FilterKernel& kernel, const XMat_<float>& source, XMat_<float>& destination,
-                   bool borders, InstructionSet set = best_instruction_set());
+                   bool borders, twintrue::InstructionSet set = twintrue::best_instruction_set());
 
 // The two passes, into a destination that holds what they write. With `borders` the margins aren't used.
 // Without, the pass covers rows -marginRows to rows + marginRows - 1 and columns likewise, of the source's

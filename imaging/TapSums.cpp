@@ -163,10 +163,10 @@ TWINTRUE_TARGET_AVX512 void fixed_avx512(const std::int32_t* k, int radius, cons
 
 }  // namespace
 
-TapSums tap_sums(InstructionSet set) {
-  return for_set<TapSums>(set, {symmetric_portable, general_portable, fixed_portable},
-                          {symmetric_avx2, general_avx2, fixed_avx2},
-                          {symmetric_avx512, general_avx512, fixed_avx512});
+TapSums tap_sums(twintrue::InstructionSet set) {
+  return twintrue::for_set<TapSums>(set, {symmetric_portable, general_portable, fixed_portable},
+                                    {symmetric_avx2, general_avx2, fixed_avx2},
+                                    {symmetric_avx512, general_avx512, fixed_avx512});
 }
 
 }  // namespace cve

@@ -13,7 +13,7 @@
 
 #include <cstdint>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 
 namespace cve {
 
@@ -29,6 +29,6 @@ struct TapSums {
 };
 
 // The loops for a set that the machine has.
-TapSums tap_sums(InstructionSet set);
+TapSums tap_sums(twintrue::InstructionSet set);
 
 }  // namespace cve

@@ -305,13 +305,13 @@ TWINTRUE_TARGET_POPCNT512 std::size_t collect_avx512(const Lanes<std::uint32_t>*
 
 }  // namespace
 
-AreaKernel area_kernel(cve::InstructionSet set) {
+AreaKernel area_kernel(twintrue::InstructionSet set) {
 #ifdef TWINTRUE_HAS_X86
   // The first machines with the wide registers can't count the bits in them; eight lanes serve those better.
-  if (set == cve::InstructionSet::kAvx512 && __builtin_cpu_supports("avx512vpopcntdq")) {
+  if (set == twintrue::InstructionSet::kAvx512 && __builtin_cpu_supports("avx512vpopcntdq")) {
     return {measure_avx512, collect_avx512};
   }
-  if (set != cve::InstructionSet::kPortable) return {measure_avx2, collect_avx2};
+  if (set != twintrue::InstructionSet::kPortable) return {measure_avx2, collect_avx2};
 #else
   static_cast<void>(set);
 #endif

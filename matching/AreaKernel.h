@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 #include "matching/PackedKeypoints.h"
 
 namespace fpu {
@@ -44,6 +44,6 @@ struct AreaKernel {
 };
 
 // The kernel for a set that this machine has.
-AreaKernel area_kernel(cve::InstructionSet set);
+AreaKernel area_kernel(twintrue::InstructionSet set);
 
 }  // namespace fpu

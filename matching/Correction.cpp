@@ -265,11 +265,11 @@ std::int64_t base_of(std::int32_t mode, const CorrectionSettings& settings, std:
 
 void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
                    MatchSet& match_set) {
-  correct_cells(settings, frame_a, frame_b, match_set, cve::best_instruction_set());
+  correct_cells(settings, frame_a, frame_b, match_set, twintrue::best_instruction_set());
 }
 
 void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
-                   MatchSet& match_set, cve::InstructionSet set) {
+                   MatchSet& match_set, twintrue::InstructionSet set) {
   drop_unpaired(match_set);
   const auto half_range = [](std::int32_t side) { return std::int64_t{side / 2} * 8; };
   const HistogramPair empty{{settings.bin_width, half_range(settings.image_height)},

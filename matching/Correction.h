@@ -6,9 +6,9 @@
 
 #include <cstdint>
 
+#include "base/InstructionSet.h"
 #include "features/FeatureFrame.h"
 #include "features/MatchSettings.h"
-#include "imaging/InstructionSet.h"
 #include "matching/MatchSet.h"
 
 namespace fpu {
@@ -27,7 +27,7 @@ void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, co
 // The same with the vectors of one instruction set, which the machine must have. The result is the same for
 // every set.
 void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, const FeatureFrame& frame_b,
-                   MatchSet& match_set, cve::InstructionSet set);
+                   MatchSet& match_set, twintrue::InstructionSet set);
 
 // The vote of `voter` under a score mode (0 to 13, aborts on any other). `near`: the voter starts at about
 // the same place as the vector that it votes for, and so tells less.

@@ -7,12 +7,12 @@
 #include <utility>
 #include <vector>
 
+#include "base/ThreadCountKeeper.h"
 #include "features/FeatureUnit.h"
 #include "features/MatchSettings.h"
 #include "matching/Correction.h"
 #include "matching/Flagging.h"
 #include "matching/Matching.h"
-#include "matching/ThreadCountKeeper.h"
 
 namespace fpu {
 namespace {

@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/ThreadCountKeeper.h"
 #include "matching/AreaKernel.h"
 #include "matching/CandidateChoice.h"
 #include "matching/PackedKeypoints.h"
-#include "matching/ThreadCountKeeper.h"
 
 namespace fpu {
 namespace {
@@ -174,11 +174,11 @@ bool can_be_named(const FeatureFrame& frame) {
 
 std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
                          const FeatureFrame& frame_b, MatchSet& cells) {
-  return match_cells(settings, frame_a, frame_b, cells, cve::best_instruction_set());
+  return match_cells(settings, frame_a, frame_b, cells, twintrue::best_instruction_set());
 }
 
 std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
-                         const FeatureFrame& frame_b, MatchSet& cells, cve::InstructionSet set) {
+                         const FeatureFrame& frame_b, MatchSet& cells, twintrue::InstructionSet set) {
   const GridIF& grid = *cells.grid;
   const std::int32_t cell_count = grid.numCells();
   std::fill(cells.counts.begin(), cells.counts.end(), 0);

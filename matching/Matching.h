@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/InstructionSet.h"
 #include "features/FeatureFrame.h"
 #include "features/MatchSettings.h"
-#include "imaging/InstructionSet.h"
 #include "matching/MatchSet.h"
 
 namespace fpu {
@@ -29,7 +29,7 @@ std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& f
 // The same with the vectors of one instruction set, which the machine must have. The result is the same for
 // every set.
 std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
-                         const FeatureFrame& frame_b, MatchSet& cells, cve::InstructionSet set);
+                         const FeatureFrame& frame_b, MatchSet& cells, twintrue::InstructionSet set);
 
 // Bits up to which a descriptor of that many bytes counts `weightDist` fold: its half, but no more points
 // than the central square of the patch gives. 0 without weight.

@@ -102,7 +102,7 @@ TWINTRUE_TARGET_AVX512 void sum_avx512(const VoterColumns& voters, std::size_t c
 
 }  // namespace
 
-SumVotesFn sum_votes(cve::InstructionSet set, const VoteLimits& limits, std::size_t count,
+SumVotesFn sum_votes(twintrue::InstructionSet set, const VoteLimits& limits, std::size_t count,
                      std::int64_t most_votes) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
   const std::int64_t longest =
@@ -110,7 +110,7 @@ SumVotesFn sum_votes(cve::InstructionSet set, const VoteLimits& limits, std::siz
   if (longest > kLongestNarrow ||
       most_votes > kMost / std::max<std::int64_t>(1, static_cast<std::int64_t>(count)))
     return sum_wide;
-  return cve::for_set<SumVotesFn>(set, sum_wide, sum_avx2, sum_avx512);
+  return twintrue::for_set<SumVotesFn>(set, sum_wide, sum_avx2, sum_avx512);
 }
 
 }  // namespace fpu

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 
 namespace fpu {
 
@@ -64,7 +64,7 @@ using SumVotesFn = void (*)(const VoterColumns& voters, std::size_t count, const
 // The form for a set that this machine has. It counts in 32 bits: `count` voters with votes up to
 // `most_votes` must allow for it, and so must the limits. Where they don't, another form comes back, which
 // always serves.
-SumVotesFn sum_votes(cve::InstructionSet set, const VoteLimits& limits, std::size_t count,
+SumVotesFn sum_votes(twintrue::InstructionSet set, const VoteLimits& limits, std::size_t count,
                      std::int64_t most_votes);
 
 }  // namespace fpu

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "apps/TwinTrue/LuminanceKernel.h"
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 
 namespace twintrue {
 namespace {
@@ -94,7 +94,7 @@ class FrameConverter final : public RowTask {
   cve::XMat_<float> output_;
   CalibImage image_;
   LuminanceTable table_;
-  LuminanceFn kernel_ = luminance_kernel(cve::best_instruction_set());
+  LuminanceFn kernel_ = luminance_kernel(twintrue::best_instruction_set());
 };
 
 }  // namespace

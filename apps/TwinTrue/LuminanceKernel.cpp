@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "apps/TwinTrue/ImageFormatConverter.h"
-#include "apps/TwinTrue/VectorMath.h"
+#include "base/VectorMath.h"
 
 namespace twintrue {
 namespace {
@@ -111,8 +111,8 @@ LuminanceTable::LuminanceTable() {
   }
 }
 
-LuminanceFn luminance_kernel(cve::InstructionSet set) {
-  return cve::for_set<LuminanceFn>(set, convert_portable, convert_avx2, convert_avx512);
+LuminanceFn luminance_kernel(twintrue::InstructionSet set) {
+  return twintrue::for_set<LuminanceFn>(set, convert_portable, convert_avx2, convert_avx512);
 }
 
 }  // namespace twintrue

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 
 namespace twintrue {
 
@@ -28,6 +28,6 @@ struct LuminanceTable {
 using LuminanceFn = void (*)(const LuminanceTable& table, const std::uint8_t* source, std::size_t count,
                              bool blue_first, float* target);
 
-LuminanceFn luminance_kernel(cve::InstructionSet set);
+LuminanceFn luminance_kernel(twintrue::InstructionSet set);
 
 }  // namespace twintrue

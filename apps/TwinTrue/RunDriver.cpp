@@ -9,10 +9,10 @@
 
 #include <fmt/format.h>
 
-#include "apps/TwinTrue/MatchFiltering.h"
-#include "apps/TwinTrue/PoseCandidate.h"
 #include "lens/LensParameters.h"
 #include "matching/MatchPipeline.h"
+#include "search/MatchFiltering.h"
+#include "search/PoseCandidate.h"
 
 namespace twintrue {
 namespace {

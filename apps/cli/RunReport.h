@@ -9,10 +9,10 @@
 
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/Problem.h"
-#include "apps/cli/ResultEvidence.h"
 #include "apps/cli/SettingsCheck.h"
-#include "apps/cli/Verdict.h"
 #include "twintrue/calib.h"
+#include "verdict/Evidence.h"
+#include "verdict/Verdict.h"
 
 namespace twintrue::cli {
 
@@ -31,8 +31,8 @@ struct RunReport {
   std::optional<std::int64_t> few_left_keypoints;
   std::optional<std::int64_t> few_right_keypoints;
   std::optional<std::int64_t> few_matches;
-  std::optional<ResultEvidence> evidence;  // of a search that ended
-  std::optional<std::string> out_lens;     // the corrected file, if one was written
+  std::optional<Evidence> evidence;     // of a search that ended
+  std::optional<std::string> out_lens;  // the corrected file, if one was written
   bool out_lens_wanted = false;
   double seconds = 0.0;
 };

@@ -87,7 +87,7 @@ Json deviations(const std::array<double, 5>& values) {
   return json;
 }
 
-Json evidence_json(const ResultEvidence& evidence) {
+Json evidence_json(const Evidence& evidence) {
   Json json;
   json["matches"] = evidence.matches;
   json["fitting_share"] = {{"within_1_px", number(evidence.within[0])},

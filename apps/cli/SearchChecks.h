@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-#include "apps/TwinTrue/CalibContext.h"
 #include "apps/cli/KeyProblems.h"
 #include "params/ParamDocument.h"
+#include "search/CalibContext.h"
 
 namespace twintrue::cli {
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "PlainLens.h"
-#include "apps/TwinTrue/RayMatch.h"
 #include "lens/RigModel.h"
+#include "search/RayMatch.h"
 
 namespace twintrue::accuracy {
 

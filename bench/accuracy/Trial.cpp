@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "Optimum.h"
-#include "apps/TwinTrue/MatchFiltering.h"
-#include "apps/TwinTrue/MatchScore.h"
+#include "search/MatchFiltering.h"
+#include "search/MatchScore.h"
 
 namespace twintrue::accuracy {
 namespace {

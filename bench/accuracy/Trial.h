@@ -7,7 +7,7 @@
 
 #include "Case.h"
 #include "SceneError.h"
-#include "apps/TwinTrue/CalibContext.h"
+#include "search/CalibContext.h"
 
 namespace twintrue::accuracy {
 

@@ -13,8 +13,8 @@
 #include <fmt/format.h>
 
 #include "apps/TwinTrue/ImageFormatConverter.h"
-#include "apps/TwinTrue/MatchFiltering.h"
 #include "matching/MatchPipeline.h"
+#include "search/MatchFiltering.h"
 
 namespace twintrue::bench {
 namespace {

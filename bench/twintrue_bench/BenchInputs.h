@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "apps/TwinTrue/CalibContext.h"
-#include "apps/TwinTrue/RayMatch.h"
 #include "apps/TwinTrue/RunDriver.h"
 #include "features/FeatureUnit.h"
 #include "imaging/XMat.h"
 #include "lens/RigModel.h"
+#include "search/CalibContext.h"
+#include "search/RayMatch.h"
 #include "twintrue/calib.h"
 
 namespace twintrue::bench {

@@ -28,7 +28,7 @@ void ConversionPlain(benchmark::State& state) {
 
 void ConversionFast(benchmark::State& state) {
   const Picture& picture = BenchFrame::of_width(static_cast<int>(state.range(0))).picture();
-  const auto set = static_cast<cve::InstructionSet>(state.range(1));
+  const auto set = static_cast<twintrue::InstructionSet>(state.range(1));
   const LuminanceTable table;
   const LuminanceFn kernel = luminance_kernel(set);
   std::vector<float> target(picture.bytes.size() / 3);
@@ -50,7 +50,7 @@ void ConversionOfEveryColour(benchmark::State& state) {
     for (std::size_t k = 0; k < 3; ++k) colours[3 * i + k] = static_cast<std::uint8_t>(i >> (8 * k));
   }
   const LuminanceTable table;
-  const LuminanceFn kernel = luminance_kernel(static_cast<cve::InstructionSet>(state.range(0)));
+  const LuminanceFn kernel = luminance_kernel(static_cast<twintrue::InstructionSet>(state.range(0)));
   std::vector<float> target(kColours);
   for (auto _ : state) kernel(table, colours.data(), kColours, false, target.data());
   std::size_t different = 0;
@@ -65,13 +65,14 @@ void ConversionOfEveryColour(benchmark::State& state) {
 
 void every_width_and_set(benchmark::internal::Benchmark* bench) {
   for (int width : {2048, 4096, 8192}) {
-    for (cve::InstructionSet set : cve::supported_instruction_sets())
+    for (twintrue::InstructionSet set : twintrue::supported_instruction_sets())
       bench->Args({width, static_cast<int>(set)});
   }
 }
 
 void every_set(benchmark::internal::Benchmark* bench) {
-  for (cve::InstructionSet set : cve::supported_instruction_sets()) bench->Arg(static_cast<int>(set));
+  for (twintrue::InstructionSet set : twintrue::supported_instruction_sets())
+    bench->Arg(static_cast<int>(set));
 }
 
 BENCHMARK(ConversionPlain)->ArgName("width")->Arg(2048)->Arg(4096)->Arg(8192)->Unit(benchmark::kMillisecond);

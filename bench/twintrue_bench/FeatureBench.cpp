@@ -106,9 +106,9 @@ void finish(benchmark::State& state, const Half& half, bool same) {
   state.SetItemsProcessed(state.iterations() * half.light.cols * half.light.rows);
 }
 
-cve::InstructionSet set_of(const benchmark::State& state) {
+twintrue::InstructionSet set_of(const benchmark::State& state) {
   omp_set_num_threads(1);
-  return static_cast<cve::InstructionSet>(state.range(1));
+  return static_cast<twintrue::InstructionSet>(state.range(1));
 }
 
 void WorkingImagePlain(benchmark::State& state) {
@@ -227,7 +227,7 @@ void every_width(benchmark::internal::Benchmark* bench) {
 
 void every_set(benchmark::internal::Benchmark* bench) {
   bench->ArgNames({"width", "set"})->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
-  for (cve::InstructionSet set : cve::supported_instruction_sets()) {
+  for (twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
     bench->Args({4096, static_cast<int>(set)});
   }
 }

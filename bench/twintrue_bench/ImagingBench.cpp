@@ -41,7 +41,7 @@ void FilterPlain(benchmark::State& state) {
 void FilterFast(benchmark::State& state) {
   const cve::XMat_<float>& half = half_of(state);
   const cve::FilterKernel kernel = cve::make_float_kernel(kKernel);
-  const auto set = static_cast<cve::InstructionSet>(state.range(1));
+  const auto set = static_cast<twintrue::InstructionSet>(state.range(1));
   omp_set_num_threads(1);
   cve::XMat_<float> filtered;
   for (auto _ : state) {
@@ -91,7 +91,7 @@ void CurvePlain(benchmark::State& state) {
 // The table is made anew each time, as it is for each image.
 void CurveFast(benchmark::State& state) {
   const cve::XMat_<float>& half = half_of(state);
-  const auto set = static_cast<cve::InstructionSet>(state.range(1));
+  const auto set = static_cast<twintrue::InstructionSet>(state.range(1));
   std::vector<unsigned char> bytes(static_cast<std::size_t>(half.cols));
   for (auto _ : state) {
     const cve::ByteCurve curve(working_byte, 2);
@@ -114,7 +114,7 @@ void CurveOfEveryFloat(benchmark::State& state) {
   for (auto _ : state) {
     for (std::uint32_t first = 0; first < std::bit_cast<std::uint32_t>(2.0f); first += kBlock) {
       for (std::uint32_t i = 0; i < kBlock; ++i) values[i] = std::bit_cast<float>(first + i);
-      curve.convert(values.data(), kBlock, bytes.data(), cve::best_instruction_set());
+      curve.convert(values.data(), kBlock, bytes.data(), twintrue::best_instruction_set());
       for (std::uint32_t i = 0; i < kBlock; ++i) different += bytes[i] != working_byte(values[i], mode);
     }
   }
@@ -125,7 +125,7 @@ void CurveOfEveryFloat(benchmark::State& state) {
 
 void every_width_and_set(benchmark::internal::Benchmark* bench) {
   for (int width : {2048, 4096, 8192}) {
-    for (cve::InstructionSet set : cve::supported_instruction_sets())
+    for (twintrue::InstructionSet set : twintrue::supported_instruction_sets())
       bench->Args({width, static_cast<int>(set)});
   }
 }

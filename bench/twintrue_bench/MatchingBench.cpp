@@ -82,7 +82,7 @@ BENCHMARK(MatchingPlainPopcnt)->Apply(every_width)->Unit(benchmark::kMillisecond
 #endif
 
 void MatchingFast(benchmark::State& state) {
-  const auto instructions = static_cast<cve::InstructionSet>(state.range(1));
+  const auto instructions = static_cast<twintrue::InstructionSet>(state.range(1));
   const int before = omp_get_max_threads();
   omp_set_num_threads(static_cast<int>(state.range(2)));
   measure(state, [instructions](const BenchRun& run, fpu::MatchSet& set) {
@@ -116,7 +116,7 @@ void CorrectionPlain(benchmark::State& state) {
 }
 
 void CorrectionFast(benchmark::State& state) {
-  const auto instructions = static_cast<cve::InstructionSet>(state.range(1));
+  const auto instructions = static_cast<twintrue::InstructionSet>(state.range(1));
   measure_correction(
       state, [instructions](fpu::CorrectionSettings& settings, const BenchRun& run, fpu::MatchSet& set) {
         fpu::correct_cells(settings, *run.left, *run.right, set, instructions);
@@ -151,9 +151,9 @@ BENCHMARK(MatchingBesideOpenCv)
 
 void every_width_and_set(benchmark::internal::Benchmark* bench) {
   for (int width : {2048, 4096, 8192}) {
-    for (cve::InstructionSet set : cve::supported_instruction_sets())
+    for (twintrue::InstructionSet set : twintrue::supported_instruction_sets())
       bench->Args({width, static_cast<int>(set), 1});
-    bench->Args({width, static_cast<int>(cve::best_instruction_set()), 2});
+    bench->Args({width, static_cast<int>(twintrue::best_instruction_set()), 2});
   }
 }
 
@@ -168,7 +168,7 @@ BENCHMARK(CorrectionFast)
     ->ArgNames({"width", "set"})
     ->Apply([](benchmark::internal::Benchmark* bench) {
       for (int width : {2048, 4096, 8192}) {
-        for (cve::InstructionSet set : cve::supported_instruction_sets())
+        for (twintrue::InstructionSet set : twintrue::supported_instruction_sets())
           bench->Args({width, static_cast<int>(set)});
       }
     })

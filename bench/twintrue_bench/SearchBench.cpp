@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "BenchInputs.h"
-#include "apps/TwinTrue/CandidateEvaluation.h"
-#include "apps/TwinTrue/MatchScore.h"
-#include "apps/TwinTrue/PoseSearch.h"
-#include "apps/TwinTrue/SweepScorer.h"
+#include "search/CandidateEvaluation.h"
+#include "search/MatchScore.h"
+#include "search/PoseSearch.h"
+#include "search/SweepScorer.h"
 
 namespace twintrue::bench {
 namespace {
@@ -55,7 +55,7 @@ void ScorePlain(benchmark::State& state) {
 void ScoreFast(benchmark::State& state) {
   const BenchRun& run = BenchRun::of_width(kWidth);
   const auto matches = matches_of(run, static_cast<std::size_t>(state.range(0)));
-  SweepScorer scorer(*run.context, run.rig, matches, static_cast<cve::InstructionSet>(state.range(1)));
+  SweepScorer scorer(*run.context, run.rig, matches, static_cast<twintrue::InstructionSet>(state.range(1)));
   scorer.begin(pass_of(matches.size()));
   const std::vector<PoseCandidate> pose(1);
   scorer.prepare(pose);
@@ -126,10 +126,10 @@ void Level(benchmark::State& state) {
 }
 
 void every_set(benchmark::internal::Benchmark* bench) {
-  for (cve::InstructionSet set : cve::supported_instruction_sets())
+  for (twintrue::InstructionSet set : twintrue::supported_instruction_sets())
     bench->Args({20000, static_cast<int>(set)});
   for (int matches : {200, 2000, 200000})
-    bench->Args({matches, static_cast<int>(cve::best_instruction_set())});
+    bench->Args({matches, static_cast<int>(twintrue::best_instruction_set())});
 }
 
 BENCHMARK(ScorePlain)->ArgName("matches")->Arg(200)->Arg(2000)->Arg(20000)->Unit(benchmark::kMillisecond);

@@ -12,11 +12,11 @@
 
 #include "BenchInputs.h"
 #include "apps/TwinTrue/ImageFormatConverter.h"
-#include "apps/TwinTrue/MatchFiltering.h"
 #include "matching/Correction.h"
 #include "matching/Flagging.h"
 #include "matching/MatchPipeline.h"
 #include "matching/Matching.h"
+#include "search/MatchFiltering.h"
 
 namespace twintrue::bench {
 namespace {

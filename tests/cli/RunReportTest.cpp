@@ -57,7 +57,7 @@ TEST(RunReport, EndsWithTheVerdictOfTheMatches) {
   report.frame_width = 2048;
   report.result.error16 = 0.5;
   report.out_lens = "corrected.lens";
-  ResultEvidence evidence;
+  Evidence evidence;
   evidence.within = {0.9, 0.97, 0.98};
   evidence.parallax_spread = 10.0;
   const double angle = prior_of(1, report.frame_width);

@@ -27,7 +27,7 @@ TEST(DescriptionTest, SmoothsInTheLightAndWithTheKernelOfItsSetting) {
     SCOPED_TRACE(test.desc_gaus_size);
     for (const cve::XMat_<unsigned char>& image : images) {
       const auto expected = pixels_of(plain::smooth(image, test.tone, test.kernel));
-      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+      for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         EXPECT_EQ(pixels_of(fpu::smoothForDescription(image, test.desc_gaus_size, set)), expected);
       }
       for (const int threads : {1, 2, 7}) {

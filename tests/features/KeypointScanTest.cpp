@@ -28,7 +28,7 @@ TEST(KeypointScanTest, EqualsResponseThenSelection) {
     for (const float threshold : {0.0f, 1000.0f, 20000.0f, 1e9f}) {
       fpu::KeyPointStore expected = store_for(grid);
       plain::select(steps.response, threshold, expected);
-      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+      for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         for (const int threads : {1, 2, 7, 150}) {
           SCOPED_TRACE(testing::Message() << area.width << ' ' << threshold << ' ' << threads);
           const testing_support::ScopedThreads scoped(threads);
@@ -52,10 +52,10 @@ TEST(KeypointScanTest, LeavesADeterminantImageThatSomebodyHolds) {
   const fpu::Grid grid = grid_of(5, 5, 20, 20, 2, 2, 4);
   fpu::KeyPointStore store = store_for(grid);
   cve::XMat_<float> det;
-  fpu::scanKeypoints(image, area_of(grid), 0.0f, &det, store, cve::best_instruction_set());
+  fpu::scanKeypoints(image, area_of(grid), 0.0f, &det, store, twintrue::best_instruction_set());
   const cve::XMat_<float> held = det;
   const auto before = pixels_of(held, 1);
-  fpu::scanKeypoints(other, area_of(grid), 0.0f, &det, store, cve::best_instruction_set());
+  fpu::scanKeypoints(other, area_of(grid), 0.0f, &det, store, twintrue::best_instruction_set());
   EXPECT_TRUE(same_bits(pixels_of(held, 1), before));
   EXPECT_FALSE(same_bits(pixels_of(det, 1), before));
 }
@@ -65,7 +65,7 @@ TEST(KeypointScanTest, ARasterWithoutCellsHasNoKeypoints) {
   for (const fpu::Grid& grid : {grid_of(10, 10, 2, 2, 0, 3, 4), grid_of(10, 10, 2, 2, 3, 0, 4)}) {
     fpu::KeyPointStore store = store_for(grid);
     store.count = 5;
-    fpu::scanKeypoints(image, area_of(grid), 0.0f, nullptr, store, cve::best_instruction_set());
+    fpu::scanKeypoints(image, area_of(grid), 0.0f, nullptr, store, twintrue::best_instruction_set());
     EXPECT_EQ(store.count, 0);
   }
 }

@@ -66,7 +66,7 @@ TEST(LevelBuildTest, FiltersTheViewOfItsModeAndEncodesIt) {
           pixels_of(plain::working_image(image, test.view, 14, test.borders, test.mode == 2, gamma_mode));
       fpu::LevelImages levels = fpu::buildFloatLevels(image, settings, region, nullptr);
       EXPECT_EQ(pixels_of(levels.levelImage(0)), expected);
-      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+      for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         EXPECT_EQ(pixels_of(fpu::buildWorkingImage(image, settings, region, set)), expected);
       }
     }

@@ -83,7 +83,7 @@ TEST(ResponseTest, RowsEqualTheImage) {
     for (const int width : {1, 15, 63, 64, 65, 128, 200, 255}) {
       const Region area{3, 3, width, 34};
       const plain::ResponseSteps steps = plain::response_steps(image, area);
-      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+      for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         fpu::ResponseRows rows(image, area, set);
         const auto length = static_cast<std::size_t>(width);
         for (const int y : {0, 1, 2, 3, 4, 9, 5, 4, 4, 3, 33, 32, 0, 17}) {
@@ -111,7 +111,7 @@ TEST(ResponseTest, RowsEqualTheImage) {
 
 TEST(ResponseTest, ColumnsThatReachALimit) {
   const cve::XMat_<float> image = testing_support::random_light(200, 1, 3);
-  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+  for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
     for (const int count : {0, 1, 63, 64, 65, 200}) {
       for (const float least : {0.0f, 50.0f, 99.5f, 101.0f, std::numeric_limits<float>::quiet_NaN()}) {
         std::vector<std::int32_t> expected;

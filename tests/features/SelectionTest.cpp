@@ -18,7 +18,7 @@ using testing_support::store_for;
 
 // Rows of a response through all rows of cells.
 void select(const cve::XMat_<float>& response, float threshold, fpu::KeyPointStore& store) {
-  const fpu::ResponseRowKernels kernels = fpu::response_row_kernels(cve::best_instruction_set());
+  const fpu::ResponseRowKernels kernels = fpu::response_row_kernels(twintrue::best_instruction_set());
   fpu::CellRow cells(threshold, store);
   std::vector<std::int32_t> columns(static_cast<std::size_t>(response.cols) + 1);
   const std::int32_t height = store.grid->cellHeight();

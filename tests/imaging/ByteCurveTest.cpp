@@ -69,7 +69,7 @@ TEST(ByteCurve, EqualsItsFormulaForEveryKindOfFloatAndSet) {
     for (const float value : values) {
       if (value >= 0.0f && value < 2.0f) inside.push_back(value);
     }
-    for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+    for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
       for (const auto& list : {values, inside}) {
         std::vector<unsigned char> bytes(list.size());
         curve.convert(list.data(), list.size(), bytes.data(), set);
@@ -85,7 +85,7 @@ TEST(ByteCurve, EqualsItsFormulaForEveryKindOfFloatAndSet) {
 TEST(ByteCurve, WritesAsManyBytesAsItIsGiven) {
   const cve::ByteCurve curve(working_byte, 2);
   const cve::ByteCurve step_at_the_start(steep_byte, 1);
-  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+  for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
     for (std::size_t count = 0; count < 140; ++count) {
       std::vector<float> values(count, 0.25f);
       std::vector<unsigned char> bytes(count + 1, 99);

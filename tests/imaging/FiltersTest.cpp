@@ -70,7 +70,7 @@ TEST(Filters, ConvolutionIsBitExactAtAwkwardSizesAndOnViews) {
         const std::string what = std::to_string(cols) + "x" + std::to_string(rows) + (borders ? " b" : "") +
                                  " radius " + std::to_string(kernel.radius);
         const XMat_<float> expected = plain::filter(kernel, view, borders);
-        for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+        for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
           const std::string form = what + " set " + std::to_string(static_cast<int>(set));
           XMat_<float> fresh;
           cve::convolveFloat(kernel, view, fresh, borders, set);
@@ -176,7 +176,7 @@ TEST(Filters, FixedSumsAreTheSameForEverySet) {
   }
   std::vector<const short*> taps;
   for (int y = 0; y < rows.rows; ++y) taps.push_back(rows.row(y));
-  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+  for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
     for (const int count : {0, 1, 63, 64, 65, kLongest}) {
       std::vector<short> sums(kLongest + 1, short{77});
       cve::tap_sums(set).fixed(kernel.coefficients.data(), kernel.radius, taps.data() + kernel.radius,

@@ -8,7 +8,7 @@
 #include <random>
 
 #include "PlainCorrection.h"
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 #include "matching/Correction.h"
 #include "matching/MatchScene.h"
 #include "matching/MatchSet.h"
@@ -62,7 +62,7 @@ TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
     CorrectionSettings plain_settings = settings;
     MatchSet expected = matched;
     plain_matching::correct_cells(plain_settings, *scene.a, *scene.b, expected);
-    for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+    for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
       SCOPED_TRACE(testing::Message() << "round " << round << ", set " << static_cast<int>(set));
       MatchSet found = matched;
       correct_cells(settings, *scene.a, *scene.b, found, set);
@@ -110,7 +110,7 @@ TEST(SumVotesTest, TheFastFormGivesTheSameAtTheEndsOfItsRange) {
             expected[i] += (near ? voters.near_votes : voters.far_votes)[i][w];
           }
         }
-        for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+        for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
           VoteSums sums{};
           sum_votes(set, limits, kCount, votes)(voters, kCount, limits, vector, sums);
           EXPECT_EQ(sums, expected) << radius << ", " << votes << " votes, set " << static_cast<int>(set);

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "PlainMatching.h"
-#include "imaging/InstructionSet.h"
+#include "base/InstructionSet.h"
 #include "matching/AreaKernel.h"
 #include "matching/MatchScene.h"
 #include "matching/MatchSet.h"
@@ -55,7 +55,7 @@ TEST_P(PlainMatchingTest, TheFastFormGivesTheSame) {
     const std::int32_t candidates = s.out_mode == 2 ? 1 : s.k;
     MatchSet expected(scene.unit, candidates);
     plain_matching::match_cells(s, *scene.a, *scene.b, expected);
-    for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+    for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
       for (const int threads : {1, 2, 7}) {
         SCOPED_TRACE(testing::Message() << "round " << round << ", set " << static_cast<int>(set) << ", "
                                         << threads << " threads");
@@ -84,7 +84,7 @@ TEST(AreaKernelTest, MeasuresTheLanesOfTheRunOnly) {
   std::vector<unsigned char> query(32);
   for (std::size_t i = 0; i < 32; ++i) query[i] = reinterpret_cast<const unsigned char*>(words.data())[i];
   const Area area{120, 90, 60, 45, words.data()};
-  for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+  for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
     const AreaKernel kernel = area_kernel(set);
     for (std::int32_t begin = 0; begin < 35; ++begin) {
       for (std::int32_t end = begin + 1; end <= count; end += 3) {
@@ -130,7 +130,7 @@ TEST(AreaKernelTest, CountsEveryBitOfLongDescriptors) {
       const Descriptor zeros(descriptor_span(bytes), 0x00);
       const std::uint32_t expected =
           descriptor_distance(zeros.data(), scene.b->descriptors.row(0), bytes, split, weight);
-      for (const cve::InstructionSet set : cve::supported_instruction_sets()) {
+      for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         std::vector<Lanes<std::uint32_t>> distances(2);
         Lanes<std::uint32_t> minima;
         minima.v.fill(kOutside);

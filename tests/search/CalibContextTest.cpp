@@ -1,4 +1,4 @@
-#include "apps/TwinTrue/CalibContext.h"
+#include "search/CalibContext.h"
 
 #include <cmath>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "apps/TwinTrue/CandidateGrid.h"
+#include "search/CandidateGrid.h"
 
 #include <cmath>
 #include <functional>
@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/TwinTrue/CandidateEvaluation.h"
+#include "search/CandidateEvaluation.h"
 
 namespace twintrue {
 namespace {

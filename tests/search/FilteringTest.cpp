@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/TwinTrue/MatchFiltering.h"
+#include "search/MatchFiltering.h"
 #include "search/SyntheticRig.h"
 
 namespace twintrue {

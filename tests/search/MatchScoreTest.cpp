@@ -1,4 +1,4 @@
-#include "apps/TwinTrue/MatchScore.h"
+#include "search/MatchScore.h"
 
 #include <omp.h>
 
@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/TwinTrue/CandidateEvaluation.h"
+#include "search/CandidateEvaluation.h"
 #include "search/SyntheticRig.h"
 
 namespace twintrue {

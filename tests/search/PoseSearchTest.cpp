@@ -1,4 +1,4 @@
-#include "apps/TwinTrue/PoseSearch.h"
+#include "search/PoseSearch.h"
 
 #include <omp.h>
 
@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/TwinTrue/CandidateEvaluation.h"
-#include "apps/TwinTrue/MatchScore.h"
+#include "search/CandidateEvaluation.h"
+#include "search/MatchScore.h"
 #include "search/SyntheticRig.h"
 
 namespace twintrue {

@@ -1,4 +1,4 @@
-#include "apps/TwinTrue/SweepScorer.h"
+#include "search/SweepScorer.h"
 
 #include <omp.h>
 
@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/TwinTrue/CandidateEvaluation.h"
+#include "search/CandidateEvaluation.h"
 #include "search/SyntheticRig.h"
 
 namespace twintrue {
@@ -85,7 +85,7 @@ TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) 
             build_score_table(context, 0, 0);
             const ScorePass pass = level_pass(context, matches.size(), 0, 0);
             std::vector<double> portable;
-            for (cve::InstructionSet set : cve::supported_instruction_sets()) {
+            for (twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
               SweepScorer scorer(context, rig, matches, set);
               scorer.begin(pass);
               scorer.prepare(poses);
@@ -101,7 +101,7 @@ TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) 
                 ASSERT_TRUE(near(fast, plain)) << kind << static_cast<int>(bend) << fast_mode << mid_point
                                                << ' ' << weight_mode << ": " << fast << " for " << plain;
                 ++compared;
-                if (set == cve::InstructionSet::kPortable) {
+                if (set == twintrue::InstructionSet::kPortable) {
                   portable.push_back(fast);
                 } else if (!std::isnan(portable[i])) {
                   ASSERT_EQ(fast, portable[i]) << "instruction sets must agree to the bit";

@@ -9,9 +9,9 @@
 #include <random>
 #include <vector>
 
-#include "apps/TwinTrue/PoseCandidate.h"
-#include "apps/TwinTrue/RayMatch.h"
 #include "lens/RigModel.h"
+#include "search/PoseCandidate.h"
+#include "search/RayMatch.h"
 
 namespace testing_support {
 

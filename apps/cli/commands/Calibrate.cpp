@@ -21,11 +21,11 @@
 #include "apps/cli/Preset.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/Progress.h"
-#include "apps/cli/ResultEvidence.h"
 #include "apps/cli/RunReport.h"
 #include "apps/cli/SettingsCheck.h"
 #include "apps/cli/SettingsSource.h"
 #include "twintrue/calib.h"
+#include "verdict/Evidence.h"
 
 namespace twintrue::cli {
 namespace {
@@ -79,10 +79,10 @@ class EvidenceGatherer final : public RunObserver {
                    const CalibResult& result) override {
     evidence_ = gather_evidence(context, rig, matches, result);
   }
-  std::optional<ResultEvidence> take() { return std::move(evidence_); }
+  std::optional<Evidence> take() { return std::move(evidence_); }
 
  private:
-  std::optional<ResultEvidence> evidence_;
+  std::optional<Evidence> evidence_;
 };
 
 // Puts the corrected file in its place if there is one that is worth it.

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/TwinTrue/CalibContext.h"
 #include "apps/cli/commands/InspectJson.h"
+#include "search/CalibContext.h"
 
 namespace twintrue::cli {
 

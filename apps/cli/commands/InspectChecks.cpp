@@ -10,7 +10,6 @@
 #include <memory>
 #include <string>
 
-#include "apps/TwinTrue/CalibContext.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/KeyProblems.h"
 #include "apps/cli/Problem.h"
@@ -20,6 +19,7 @@
 #include "features/FeatureUnit.h"
 #include "features/MatchSettings.h"
 #include "params/ParamDocument.h"
+#include "search/CalibContext.h"
 
 namespace twintrue::cli {
 namespace {

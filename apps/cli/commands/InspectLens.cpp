@@ -14,7 +14,6 @@
 #include <system_error>
 #include <utility>
 
-#include "apps/TwinTrue/PoseCandidate.h"
 #include "apps/TwinTrue/RunDriver.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/InputFile.h"
@@ -24,6 +23,7 @@
 #include "lens/LensLanguage.h"
 #include "lens/LensParameters.h"
 #include "lens/RigModel.h"
+#include "search/PoseCandidate.h"
 
 namespace twintrue::cli {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/TwinTrue/RayMatch.h"
 #include "apps/cli/ExitCode.h"
+#include "search/RayMatch.h"
 
 namespace twintrue::cli {
 

@@ -10,9 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "apps/TwinTrue/CalibContext.h"
-#include "apps/TwinTrue/MatchFiltering.h"
-#include "apps/TwinTrue/PoseSearch.h"
 #include "apps/TwinTrue/RunDriver.h"
 #include "apps/cli/LensCheck.h"
 #include "apps/cli/Problem.h"
@@ -21,6 +18,9 @@
 #include "apps/cli/commands/InspectMatches.h"
 #include "apps/cli/commands/InspectOutput.h"
 #include "apps/cli/commands/InspectRun.h"
+#include "search/CalibContext.h"
+#include "search/MatchFiltering.h"
+#include "search/PoseSearch.h"
 
 namespace twintrue::cli {
 namespace {

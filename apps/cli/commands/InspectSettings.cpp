@@ -13,7 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "apps/TwinTrue/CalibContext.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/commands/InspectCalibJson.h"
@@ -25,6 +24,7 @@
 #include "features/RENO_Impl.h"
 #include "features/TestPattern.h"
 #include "params/ParamDocument.h"
+#include "search/CalibContext.h"
 
 namespace twintrue::cli {
 namespace {

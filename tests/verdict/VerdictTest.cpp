@@ -1,0 +1,245 @@
+// Verdicts on matches of known truth.
+
+#include "verdict/Verdict.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "search/CalibContext.h"
+#include "search/SyntheticRig.h"
+
+namespace twintrue {
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+using testing_support::kDegree;
+using testing_support::kFrameWidth;
+using testing_support::make_matches;
+using testing_support::nominal_rig;
+
+CalibResult some_truth() {
+  CalibResult truth{};
+  truth.right_pan = 0.4 * kDegree;
+  truth.right_tilt = -0.5 * kDegree;
+  truth.right_roll = 0.3 * kDegree;
+  truth.left_roll = -0.2 * kDegree;
+  truth.left_offset_y = 1.0;
+  return truth;
+}
+
+// Sweeps that reach 6 degrees in the angles of both eyes.
+std::unique_ptr<CalibContext> wide_context() {
+  auto context = std::make_unique<CalibContext>();
+  for (auto* table : {&context->right_table, &context->left_table}) {
+    for (SweepRange EyeSweep::*const range : {&EyeSweep::pan, &EyeSweep::tilt, &EyeSweep::roll}) {
+      ((*table)[0][0].*range).max = 6.0 * kDegree;
+    }
+  }
+  context->num_levels[0] = 1;
+  return context;
+}
+
+using Matches = std::vector<RayMatch>;
+
+Matches good_matches(std::uint32_t seed = 1) {
+  return make_matches(some_truth(), {.count = 2000, .noise_px = 0.3, .outliers = 0.05, .seed = seed});
+}
+
+Evidence evidence_of(const Matches& matches, const CalibResult& pose) {
+  return gather_evidence(*wide_context(), nominal_rig(), matches, pose);
+}
+
+struct Case {
+  const char* name;
+  Verdict::Outcome outcome;
+  std::vector<std::string> keys;  // reasons that must be among those given
+  std::function<void(Matches&, CalibResult&)> spoil;
+};
+
+void keep(Matches& matches, const std::function<bool(const RayMatch&)>& wanted) {
+  matches.erase(std::remove_if(matches.begin(), matches.end(), std::not_fn(wanted)), matches.end());
+}
+
+// The same directions for both eyes, as of things far away.
+void move_far(Matches& matches, CalibResult& truth) {
+  using testing_support::see;
+  matches.clear();
+  for (int i = 0; i < 2000; ++i) {
+    const double theta = 70.0 * kDegree * std::sqrt((i + 0.5) / 2000.0);
+    const double phi = 2.4 * i;
+    constexpr double kFar = 1e5;
+    const testing_support::Point p{kFar * std::sin(theta) * std::cos(phi),
+                                   kFar * std::sin(theta) * std::sin(phi), -kFar * std::cos(theta)};
+    const auto a = see(false, truth.right_pan, truth.right_tilt, truth.right_roll, truth.right_offset_x,
+                       truth.right_offset_y, p);
+    const auto b = see(true, truth.left_pan, truth.left_tilt, truth.left_roll, truth.left_offset_x,
+                       truth.left_offset_y, p);
+    RayMatch match;
+    match.x_a = std::round(static_cast<float>(a[0]));
+    match.y_a = std::round(static_cast<float>(a[1]));
+    match.x_b = std::round(static_cast<float>(b[0] - kFrameWidth / 2));
+    match.y_b = std::round(static_cast<float>(b[1]));
+    matches.push_back(match);
+  }
+}
+
+TEST(Verdict, TellsTrueResultsFromFalseOnes) {
+  using Outcome = Verdict::Outcome;
+  const std::vector<Case> cases{
+      {"the truth", Outcome::kCalibrated, {}, [](Matches&, CalibResult&) {}},
+      {"the truth with both eyes tilted alike",
+       Outcome::kCalibrated,
+       {},
+       [](Matches&, CalibResult& pose) {
+         pose.right_tilt += 0.5 * kDegree;
+         pose.left_tilt += 0.5 * kDegree;
+       }},
+      {"a few more outliers",
+       Outcome::kCalibratedBut,
+       {"misfit"},
+       [](Matches& matches, CalibResult&) {
+         matches = make_matches(some_truth(), {.count = 2000, .noise_px = 0.3, .outliers = 0.25});
+       }},
+      {"outliers by half",
+       Outcome::kNotCalibrated,
+       {"misfit"},
+       [](Matches& matches, CalibResult&) {
+         matches = make_matches(some_truth(), {.count = 2000, .noise_px = 0.3, .outliers = 0.5});
+       }},
+      {"right tilt off by 0.2 degrees",
+       Outcome::kNotCalibrated,
+       {"systematic", "search_stopped_short"},
+       [](Matches&, CalibResult& pose) { pose.right_tilt += 0.2 * kDegree; }},
+      {"right roll off by 0.3 degrees",
+       Outcome::kNotCalibrated,
+       {"systematic", "search_stopped_short"},
+       [](Matches&, CalibResult& pose) { pose.right_roll += 0.3 * kDegree; }},
+      {"left pan off by 3 degrees",
+       Outcome::kNotCalibrated,
+       {"misfit"},
+       [](Matches&, CalibResult& pose) { pose.left_pan += 3.0 * kDegree; }},
+      {"lens file as it is",
+       Outcome::kNotCalibrated,
+       {"misfit"},
+       [](Matches&, CalibResult& pose) { pose = CalibResult{}; }},
+      {"one small object",
+       Outcome::kNotCalibrated,
+       {"poor_cover"},
+       [](Matches& matches, CalibResult&) {
+         const Matches from = make_matches(some_truth(), {.count = 40000, .noise_px = 0.3});
+         matches = from;
+         keep(matches, [](const RayMatch& m) { return std::hypot(m.x_a - 560.0f, m.y_a - 480.0f) < 40.0f; });
+       }},
+      {"nothing but far things", Outcome::kNotCalibrated, {"no_parallax"}, move_far},
+      {"one picture twice",
+       Outcome::kNotCalibrated,
+       {"same_picture"},
+       [](Matches& matches, CalibResult&) {
+         for (RayMatch& match : matches) {
+           match.x_b = match.x_a;
+           match.y_b = match.y_a;
+         }
+       }},
+      {"halves exchanged",
+       Outcome::kNotCalibrated,
+       {"behind"},
+       [](Matches& matches, CalibResult&) {
+         // Eyes without errors, and circles about the middle of each half: nothing else tells.
+         matches = make_matches(CalibResult{}, {.count = 2000, .noise_px = 0.3});
+         constexpr auto kAcross = static_cast<float>(2.0 * testing_support::kCircleX - kFrameWidth / 2);
+         for (RayMatch& match : matches) {
+           std::swap(match.x_a, match.x_b);
+           std::swap(match.y_a, match.y_b);
+           match.x_a -= kAcross;
+           match.x_b += kAcross;
+         }
+       }},
+      {"no match at all",
+       Outcome::kNotCalibrated,
+       {"misfit", "poor_cover"},
+       [](Matches& matches, CalibResult&) { matches.clear(); }},
+  };
+  for (const Case& one : cases) {
+    Matches matches = good_matches();
+    CalibResult pose = some_truth();
+    if (std::string(one.name) == "halves exchanged") pose = CalibResult{};
+    one.spoil(matches, pose);
+    const Verdict verdict = judge_evidence(evidence_of(matches, pose), kFrameWidth);
+    std::vector<std::string> keys;
+    for (const VerdictReason& reason : verdict.reasons) keys.push_back(reason.key);
+    EXPECT_EQ(verdict.outcome, one.outcome) << one.name << ": " << testing::PrintToString(keys);
+    for (const std::string& key : one.keys) EXPECT_THAT(keys, Contains(key)) << one.name;
+    EXPECT_EQ(verdict.outcome == Verdict::Outcome::kCalibrated, keys.empty()) << one.name;
+  }
+}
+
+TEST(Verdict, TellsAResultAtTheLimitOfTheSearch) {
+  for (const bool of_right_eye : {true, false}) {
+    CalibResult pose{};
+    (of_right_eye ? pose.right_roll : pose.left_roll) = 5.9 * kDegree;
+    const Matches matches = make_matches(pose, {.count = 2000, .noise_px = 0.3});
+    const Verdict verdict = judge_evidence(evidence_of(matches, pose), kFrameWidth);
+    ASSERT_EQ(verdict.reasons.size(), 1U);
+    EXPECT_THAT(verdict.reasons[0].found, HasSubstr("roll"));
+    EXPECT_EQ(verdict.outcome,
+              of_right_eye ? Verdict::Outcome::kNotCalibrated : Verdict::Outcome::kCalibratedBut);
+  }
+}
+
+// What it says about a wrong pose is what is wrong with the pose: a tilt moves the middle of a picture by
+// scale pixels for 90 degrees, and the rest of it by less.
+TEST(Evidence, MeasuresHowFarThePoseIsOff) {
+  const Matches matches = make_matches(some_truth(), {.count = 1500});
+  CalibResult pose = some_truth();
+  const Evidence none = evidence_of(matches, pose);
+  EXPECT_LT(none.fit.gap, 0.01);
+  EXPECT_LT(none.systematic, 0.01);
+  EXPECT_EQ(none.within[0], 1.0);
+  pose.right_tilt += 0.1 * kDegree;
+  const Evidence off = evidence_of(matches, pose);
+  const double whole = 0.1 / 90.0 * testing_support::kScale;
+  EXPECT_LT(off.fit.gap, whole);
+  EXPECT_GT(off.fit.gap, 0.75 * whole);
+  EXPECT_LT(off.systematic, whole);
+  EXPECT_GT(off.systematic, 0.75 * whole);
+}
+
+// The error that the fit expects of its pose is the one that poses fitted to other draws of the noise have.
+TEST(Evidence, ExpectsTheErrorThatNoiseMakes) {
+  constexpr int kDraws = 24;
+  double expected = 0.0;
+  double found = 0.0;
+  for (int i = 0; i < kDraws; ++i) {
+    const Matches matches = make_matches(
+        some_truth(), {.count = 250, .noise_px = 0.4, .seed = static_cast<std::uint32_t>(i + 1)});
+    // About 0.4 pixels in both eyes across the plane.
+    const PoseFit fit = fit_pose(nominal_rig(), matches, some_truth(), 0.4 * std::sqrt(2.0));
+    expected += fit.expected_error * fit.expected_error / kDraws;
+    found += fit.gap * fit.gap / kDraws;
+  }
+  // A mean square of 24 draws of some seven free values is good to about a tenth.
+  EXPECT_NEAR(std::sqrt(found / expected), 1.0, 0.3);
+}
+
+// Turning both eyes about the baseline changes no match; how the eyes stand to each other does.
+TEST(Evidence, KnowsWhatMatchesCannotTell) {
+  const Evidence evidence = evidence_of(good_matches(), some_truth());
+  const double angle = prior_of(1, kFrameWidth);
+  EXPECT_TRUE(is_open(evidence.fit.common_sd[1], angle / std::sqrt(2.0)));
+  for (std::size_t i = 0; i < 5; ++i) {
+    const double prior = prior_of(i, kFrameWidth);
+    EXPECT_FALSE(is_open(evidence.fit.difference_sd[i], prior * std::sqrt(2.0))) << i;
+  }
+}
+
+}  // namespace
+}  // namespace twintrue
