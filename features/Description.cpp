@@ -5,11 +5,11 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/ParallelEach.h"
 #include "features/DetectorSettings.h"
 #include "imaging/BandFilter.h"
 #include "imaging/ByteCurve.h"
 #include "imaging/Filters.h"
-#include "imaging/RowLoop.h"
 
 namespace fpu {
 namespace {
@@ -84,7 +84,7 @@ cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& 
   const auto width = static_cast<std::size_t>(image.cols);
   cve::XMat_<unsigned char> smoothed;
   smoothed.create(image.rows, image.cols);
-  cve::parallel_rows(0, (image.rows + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
+  twintrue::parallel_rows(0, (image.rows + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
     cve::BandFilter filter(weights, image.cols, image.rows, true, set);
     std::vector<float> linear(width);
     std::vector<float> sums(width);
@@ -130,7 +130,7 @@ void describeKeypoints(const std::vector<DescribedLevel>& levels, const std::vec
   }
 
   const auto capacity = static_cast<std::size_t>(store.capacityPerCell);
-  cve::parallel_rows(0, store.grid->numCells(), [&](std::int32_t c) {
+  twintrue::parallel_rows(0, store.grid->numCells(), [&](std::int32_t c) {
     const KeyPointRecord* records = store.records.data() + static_cast<std::size_t>(c) * capacity;
     for (std::int32_t slot = 0; slot < store.cellCounts[static_cast<std::size_t>(c)]; ++slot) {
       const KeyPointRecord& record = records[slot];

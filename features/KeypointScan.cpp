@@ -5,9 +5,9 @@
 #include <new>
 #include <vector>
 
+#include "base/ParallelEach.h"
 #include "features/ResponseRows.h"
 #include "features/Selection.h"
-#include "imaging/RowLoop.h"
 
 namespace fpu {
 namespace {
@@ -56,7 +56,7 @@ void scanKeypoints(const cve::XMat_<unsigned char>& working, const Region& area,
     }
   };
   try {
-    cve::parallel_rows(0, (cell_rows + cell_rows_in_band - 1) / cell_rows_in_band, scan_band);
+    twintrue::parallel_rows(0, (cell_rows + cell_rows_in_band - 1) / cell_rows_in_band, scan_band);
   } catch (const std::bad_alloc&) {
     end_for_lack_of_scratch();
   }

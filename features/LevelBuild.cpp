@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/ParallelEach.h"
 #include "imaging/BandFilter.h"
 #include "imaging/ByteCurve.h"
 #include "imaging/Filters.h"
-#include "imaging/RowLoop.h"
 #include "imaging/ToneCurves.h"
 
 namespace fpu {
@@ -132,7 +132,7 @@ cve::XMat_<unsigned char> buildWorkingImage(const cve::XMat_<float>& linear, con
   const auto source_row = [&](std::int32_t y) { return linear.row(view.y + y) + view.x; };
   const cve::FilterKernel kernel = filtered ? cve::make_float_kernel(number) : cve::FilterKernel();
   const auto width = static_cast<std::size_t>(view.width);
-  cve::parallel_rows(0, (view.height + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
+  twintrue::parallel_rows(0, (view.height + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
     cve::BandFilter filter(kernel, view.width, view.height, mode.borders, set);
     std::vector<float> light(width);
     const std::int32_t end = std::min((band + 1) * kBandRows, view.height);

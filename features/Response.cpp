@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "base/ParallelEach.h"
 #include "features/ResponseKernels.h"
 #include "imaging/Filters.h"
-#include "imaging/RowLoop.h"
 
 namespace fpu {
 namespace {
@@ -62,7 +62,7 @@ ResponseImages computeResponse(const cve::XMat_<unsigned char>& working, const R
 
   // One gradient at a time, in the same memory.
   auto gradient = cve::createWithMargin<float>(size, kGradientMargin);
-  cve::parallel_rows(-kGradientMargin, area.height + kGradientMargin, [&](int y) {
+  twintrue::parallel_rows(-kGradientMargin, area.height + kGradientMargin, [&](int y) {
     gradient_x_row(scan.row(y - 1) - kGradientMargin, scan.row(y) - kGradientMargin,
                    scan.row(y + 1) - kGradientMargin, gradient.row(y) - kGradientMargin, wide);
   });
@@ -72,7 +72,7 @@ ResponseImages computeResponse(const cve::XMat_<unsigned char>& working, const R
   cve::XMat_<float> lxy = filter_gradient(gradient, smoothing, derivative, between);
   show("lxy", lxy);
 
-  cve::parallel_rows(-kGradientMargin, area.height + kGradientMargin, [&](int y) {
+  twintrue::parallel_rows(-kGradientMargin, area.height + kGradientMargin, [&](int y) {
     gradient_y_row(scan.row(y - 1) - kGradientMargin, scan.row(y + 1) - kGradientMargin,
                    gradient.row(y) - kGradientMargin, wide);
   });
@@ -82,7 +82,7 @@ ResponseImages computeResponse(const cve::XMat_<unsigned char>& working, const R
   show("lyy", lyy);
   gradient = {};
 
-  cve::parallel_rows(0, area.height, [&](int y) {
+  twintrue::parallel_rows(0, area.height, [&](int y) {
     response_row(lxx.row(y), lxy.row(y), lyy.row(y), between.row(y), area.width);
   });
   show("det", between);

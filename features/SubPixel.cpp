@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "imaging/RowLoop.h"
+#include "base/ParallelEach.h"
 
 namespace fpu {
 
@@ -37,7 +37,7 @@ void refineKeypoints(const cve::XMat_<float>& det, bool drop, KeyPointStore& sto
   const auto left = static_cast<float>(grid.areaLeft());
   const auto top = static_cast<float>(grid.areaTop());
   const auto capacity = static_cast<std::size_t>(store.capacityPerCell);
-  cve::parallel_rows(0, grid.numCells(), [&](std::int32_t c) {
+  twintrue::parallel_rows(0, grid.numCells(), [&](std::int32_t c) {
     std::int32_t& live = store.cellCounts[static_cast<std::size_t>(c)];
     KeyPointRecord* records = store.records.data() + static_cast<std::size_t>(c) * capacity;
     std::int32_t kept = 0;

@@ -127,7 +127,7 @@ void rows_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>& d
   const int cols = source.cols;
   const int left = std::min<int>(kernel.radius, cols);
   const int right = std::max<int>(cols - kernel.radius, left);
-  parallel_rows(0, source.rows, [&](int y) {
+  twintrue::parallel_rows(0, source.rows, [&](int y) {
     const T* from = source.row(y);
     T* to = destination.row(y);
     clamped_row(sums, kernel, from, to, cols, 0, left);
@@ -149,7 +149,7 @@ void columns_with_borders(const Kernel& kernel, const XMat_<T>& source, XMat_<T>
     make_pixels(sums, kernel, taps, destination.row(y), source.cols);
   };
   for (int y = 0; y < top; ++y) make_row(y);
-  parallel_rows(top, bottom, make_row);
+  twintrue::parallel_rows(top, bottom, make_row);
   for (int y = bottom; y < rows; ++y) make_row(y);
 }
 
@@ -184,7 +184,7 @@ bool passes_through(const XMat& source, int number) {
 }
 
 void clamp_to_unit(const XMat_<float>& source, XMat_<float>& destination) {
-  parallel_rows(0, source.rows, [&](int y) {
+  twintrue::parallel_rows(0, source.rows, [&](int y) {
     const float* from = source.row(y);
     std::transform(from, from + source.cols, destination.row(y),
                    [](float value) { return std::clamp(value, 0.0f, 1.0f); });
@@ -263,11 +263,12 @@ void convolveFloat(const FilterKernel& kernel, const XMat_<float>& source, XMat_
   if (may_overlap(source, destination, kernel.radius)) {
     XMat_<float> apart;
     convolveFloat(kernel, source, apart, borders, set);
-    parallel_rows(0, source.rows, [&](int y) { std::copy_n(apart.row(y), apart.cols, destination.row(y)); });
+    twintrue::parallel_rows(0, source.rows,
+                            [&](int y) { std::copy_n(apart.row(y), apart.cols, destination.row(y)); });
     return;
   }
   const int bands = (source.rows + kBandRows - 1) / kBandRows;
-  parallel_rows(0, bands, [&](int band) {
+  twintrue::parallel_rows(0, bands, [&](int band) {
     BandFilter filter(kernel, source.cols, source.rows, borders, set);
     const int end = std::min<int>((band + 1) * kBandRows, source.rows);
     for (int y = band * kBandRows; y < end; ++y) {
@@ -285,7 +286,7 @@ void convolveRows(const FilterKernel& kernel, const XMat_<float>& source, XMat_<
     return;
   }
   const TapSums sums = tap_sums(twintrue::best_instruction_set());
-  parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
+  twintrue::parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
     direct_row(sums, kernel, source.row(y), destination.row(y), -marginColumns, source.cols + marginColumns);
   });
 }
@@ -298,7 +299,7 @@ void convolveColumns(const FilterKernel& kernel, const XMat_<float>& source, XMa
     return;
   }
   const TapSums sums = tap_sums(twintrue::best_instruction_set());
-  parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
+  twintrue::parallel_rows(-marginRows, source.rows + marginRows, [&](int y) {
     Taps<float> taps;
     for (int d = -kernel.radius; d <= kernel.radius; ++d) taps[d] = source.row(y + d) - marginColumns;
     make_pixels(sums, kernel, taps, destination.row(y) - marginColumns, source.cols + 2 * marginColumns);

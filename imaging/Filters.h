@@ -15,7 +15,7 @@
 #include <stdexcept>
 
 #include "base/InstructionSet.h"
-#include "imaging/RowLoop.h"
+#include "base/ParallelEach.h"
 #include "imaging/XMat.h"
 
 namespace cve {
@@ -100,7 +100,7 @@ void padBorder(const XMat_<T>& image, XMat_<T>& padded, int top, int bottom, int
   }
   if (image.empty() || image.rows <= 0 || image.cols <= 0) return;
   const int last = top + image.rows - 1;
-  parallel_rows(0, padded.rows, [&](int y) {
+  twintrue::parallel_rows(0, padded.rows, [&](int y) {
     T* row = padded.row(y);
     if (y < top || y > last) std::copy_n(padded.row(y < top ? top : last) + left, image.cols, row + left);
     std::fill_n(row, left, row[left]);

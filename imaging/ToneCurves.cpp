@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <stdexcept>
 
-#include "imaging/RowLoop.h"
+#include "base/ParallelEach.h"
 
 namespace cve {
 namespace {
@@ -17,7 +17,7 @@ void convert_image(const XMat_<From>& source, XMat_<To>& destination, Convert co
   if (destination.rows != source.rows || destination.cols != source.cols) {
     throw std::invalid_argument("the images of a conversion differ in size");
   }
-  parallel_rows(0, source.rows, [&](int y) {
+  twintrue::parallel_rows(0, source.rows, [&](int y) {
     const From* from = source.row(y);
     std::transform(from, from + source.cols, destination.row(y), convert);
   });

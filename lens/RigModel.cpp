@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <initializer_list>
 
+#include "base/ParallelEach.h"
+
 namespace twintrue {
 namespace {
 
@@ -278,16 +280,15 @@ void distortion_build_table(LensDistortion& distortion) {
     std::atomic<std::int64_t> steps{0};
     constexpr std::int32_t kChunk = 64;
     const std::int32_t chunks = (size + kChunk - 1) / kChunk;
-#pragma omp parallel for schedule(static)
-    for (std::int32_t chunk = 0; chunk < chunks; ++chunk) {
-      if (steps.load(std::memory_order_relaxed) > kMaxTableSteps) continue;
+    parallel_each(static_cast<std::size_t>(chunks), [&](std::size_t chunk) {
+      if (steps.load(std::memory_order_relaxed) > kMaxTableSteps) return;
       std::int64_t of_chunk = 0;
-      const std::int32_t begin = chunk * kChunk;
+      const std::int32_t begin = static_cast<std::int32_t>(chunk) * kChunk;
       for (std::int32_t i = begin; i < std::min(begin + kChunk, size); ++i) {
         entries[i] = solve_inverse(distortion, static_cast<double>(i) / scale, smallest_step, of_chunk);
       }
       steps.fetch_add(of_chunk, std::memory_order_relaxed);
-    }
+    });
     if (steps.load() > kMaxTableSteps) throw_bad_precision();
   }
   distortion.table_scale = scale;

@@ -1,7 +1,5 @@
 #include "matching/Correction.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -272,11 +270,8 @@ void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, co
                    MatchSet& match_set, twintrue::InstructionSet set) {
   drop_unpaired(match_set);
   const auto half_range = [](std::int32_t side) { return std::int64_t{side / 2} * 8; };
-  const HistogramPair empty{{settings.bin_width, half_range(settings.image_height)},
-                            {settings.bin_width, half_range(settings.image_width)}};
-  // A pair for each thread, so that cells may be shared among threads; as yet one thread fills the first.
-  std::vector<HistogramPair> histograms(static_cast<std::size_t>(std::max(omp_get_max_threads(), 1)), empty);
-  HistogramPair& gathered = histograms.front();
+  HistogramPair gathered{{settings.bin_width, half_range(settings.image_height)},
+                         {settings.bin_width, half_range(settings.image_width)}};
 
   const Voters voters(settings, frame_a, frame_b, match_set);
   const VoteLimits limits = vote_limits(settings);
@@ -300,10 +295,6 @@ void correct_cells(CorrectionSettings& settings, const FeatureFrame& frame_a, co
     match_set.total += match_set.count(cell);
   }
 
-  for (const HistogramPair& pair : std::span(histograms).subspan(1)) {
-    gathered.y.add(pair.y);
-    gathered.x.add(pair.x);
-  }
   gathered.y.smooth();
   gathered.x.smooth();
   settings.gmv_y = gathered.y.peak() / 8;

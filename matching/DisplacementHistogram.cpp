@@ -22,11 +22,6 @@ void DisplacementHistogram::add(std::int32_t displacement) {
   if (bin >= 0 && bin < static_cast<std::int64_t>(bins.size())) ++bins[static_cast<std::size_t>(bin)];
 }
 
-void DisplacementHistogram::add(const DisplacementHistogram& other) {
-  total += other.total;
-  for (std::size_t i = 0; i < bins.size(); ++i) bins[i] += other.bins[i];
-}
-
 void DisplacementHistogram::smooth() {
   if (bins.size() < 3) return;
   std::vector<std::int32_t> smoothed = bins;

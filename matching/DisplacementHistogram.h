@@ -14,9 +14,6 @@ struct DisplacementHistogram {
   // Counts a displacement; one outside the bins goes into `total` alone.
   void add(std::int32_t displacement);
 
-  // Adds the counts of a histogram of the same bins.
-  void add(const DisplacementHistogram& other);
-
   // Each inner bin becomes a quarter of itself twice and its neighbours; the two end bins stay.
   void smooth();
 

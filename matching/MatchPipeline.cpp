@@ -1,13 +1,14 @@
 #include "matching/MatchPipeline.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "base/ThreadCountKeeper.h"
+#include "base/ParallelEach.h"
 #include "features/FeatureUnit.h"
 #include "features/MatchSettings.h"
 #include "matching/Correction.h"
@@ -19,18 +20,13 @@ namespace {
 
 // Keypoints of frame B that a vector names learn of it, for the next pair.
 void write_links(const MatchSet& set, FeatureFrame& frame_b) {
-  const ThreadCountKeeper keeper;
-  const std::int32_t cells = set.grid->numCells();
-#pragma omp parallel for schedule(static)
-  for (std::int32_t cell = 0; cell < cells; ++cell) {
+  twintrue::parallel_rows(0, set.grid->numCells(), [&](std::int32_t cell) {
     const MatchVector* const first = set.cell(cell);
     for (const MatchVector* vector = first; vector != first + set.count(cell); ++vector) {
-      KeyPointRecord& keypoint = keypoint_b(frame_b, *vector);
       // Vectors of several cells may name the same keypoint.
-#pragma omp atomic write
-      keypoint.link = vector->id_b;
+      std::atomic_ref(keypoint_b(frame_b, *vector).link).store(vector->id_b, std::memory_order_relaxed);
     }
-  }
+  });
 }
 
 MatchRecord make_record(const MatchSet& set, const MatchVector& vector, const KeyPointRecord& a,

@@ -1,7 +1,5 @@
 #include "matching/Matching.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -12,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/ThreadCountKeeper.h"
+#include "base/ParallelEach.h"
 #include "matching/AreaKernel.h"
 #include "matching/CandidateChoice.h"
 #include "matching/PackedKeypoints.h"
@@ -213,20 +211,25 @@ std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& f
   const std::int32_t reach_v = reach_of(settings.max_vector_v, grid.cellHeight(), grid.numVertCells());
   std::mt19937 draws(5489);
 
-  const ThreadCountKeeper keeper;
   std::vector<Workspace> spaces;
-  spaces.reserve(static_cast<std::size_t>(keeper.threads()));
+  spaces.reserve(static_cast<std::size_t>(twintrue::loop_thread_count()));
   while (spaces.size() < spaces.capacity()) {
     spaces.emplace_back(run.packed_b, grid.numVertCells(), run.packed_a.words_per_row);
   }
-#pragma omp parallel for schedule(static) if (settings.penalty_mode != kRandomPenaltyMode)
-  for (std::int32_t cell = 0; cell < cell_count; ++cell) {
-    const std::int32_t begin = run.packed_a.cell_begin[static_cast<std::size_t>(cell)];
-    const std::int32_t end = run.packed_a.cell_begin[static_cast<std::size_t>(cell) + 1];
-    if (begin == end) continue;
-    Workspace& work = spaces[static_cast<std::size_t>(omp_get_thread_num())];
-    list_runs(run.packed_b, grid, cell, reach_h, reach_v, work.runs);
+  const auto match_cell = [&](int member, std::size_t cell) {
+    const std::int32_t begin = run.packed_a.cell_begin[cell];
+    const std::int32_t end = run.packed_a.cell_begin[cell + 1];
+    if (begin == end) return;
+    Workspace& work = spaces[static_cast<std::size_t>(member)];
+    list_runs(run.packed_b, grid, static_cast<std::int32_t>(cell), reach_h, reach_v, work.runs);
     for (std::int32_t place = begin; place < end; ++place) run.match_keypoint(place, draws, work, cells);
+  };
+  const auto cells_to_match = static_cast<std::size_t>(std::max(cell_count, 0));
+  if (settings.penalty_mode == kRandomPenaltyMode) {
+    // The draws go to the keypoints in order.
+    for (std::size_t cell = 0; cell < cells_to_match; ++cell) match_cell(0, cell);
+  } else {
+    twintrue::parallel_each_by_member(cells_to_match, match_cell);
   }
   for (std::int32_t cell = 0; cell < cell_count; ++cell) cells.total += cells.count(cell);
   return cells.total;

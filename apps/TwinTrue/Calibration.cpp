@@ -1,15 +1,22 @@
 #include "apps/TwinTrue/Calibration.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <optional>
 
 #include "apps/TwinTrue/ImageFormatConverter.h"
+#include "base/EnoughStack.h"
+#include "base/ThreadTeam.h"
 #include "imaging/XMat.h"
 
 namespace twintrue {
 namespace {
+
+// What a run takes of the stack: a lens file or a parameter file nested as deep as its language allows needs
+// most of it, several times more in a build that checks its own memory. Hosts' worker threads often have
+// less.
+constexpr std::size_t kRunStack = std::size_t{8} << 20;
 
 // Whether the record describes pixels that can be read: rows of three bytes a pixel that don't run into each
 // other. A frame without any pixel is readable, there is just nothing to see.
@@ -20,31 +27,35 @@ bool is_readable(const CalibImage& image) {
   return image.height == 1 || (step < 0 ? -step : step) >= std::int64_t{3} * image.width;
 }
 
-std::optional<std::int32_t> convert(cve::XMat_<float>& frame, const CalibImage* image) {
-  if (image == nullptr || !is_readable(*image)) return TWINTRUE_FAILED;
-  try {
-    if (convert_frame(frame, *image)) return std::nullopt;
-  } catch (const std::exception& failure) {
-    std::fprintf(stderr, "%s\n", failure.what());
-  }
-  return TWINTRUE_FAILED;
+// Whether there is a frame to go on with.
+bool convert(cve::XMat_<float>& frame, const CalibImage* image, bool by_team) {
+  if (image == nullptr || !is_readable(*image)) return false;
+  if (!by_team) return convert_frame(frame, *image);
+  convert_frame_by_team(frame, *image);
+  return true;
 }
 
 }  // namespace
-std::int32_t calibrate(const CalibImage* image, const char* lens, const char* params, const char* out_lens,
-                       bool ignore_thresholds, CalibResult* result, RunObserver* observer) {
-  cve::XMat_<float> frame;
-  if (const auto failure = convert(frame, image)) return *failure;
 
+std::int32_t calibrate(const CalibImage* image, const char* lens, const char* params, const char* out_lens,
+                       const RunOptions& options, CalibResult* result) {
   CalibResult record = starting_result();
+  bool converted = false;
   std::int32_t status = TWINTRUE_FAILED;
   try {
-    status = run_driver(frame, RunPaths{lens, params, out_lens}, ignore_thresholds, record, observer);
+    with_enough_stack(kRunStack, [&] {
+      const ThreadTeam team(options.threads);
+      cve::XMat_<float> frame;
+      converted = convert(frame, image, options.team_converts);
+      if (!converted) return;
+      status = run_driver(frame, RunPaths{lens, params, out_lens}, options.ignore_thresholds, record,
+                          options.observer);
+    });
   } catch (const std::exception& failure) {
     // Memory or threads ran out: a C host must survive that.
     std::fprintf(stderr, "%s\n", failure.what());
   }
-  if (result != nullptr) *result = record;
+  if (converted && result != nullptr) *result = record;
   return status;
 }
 

@@ -1,16 +1,15 @@
 #include "apps/TwinTrue/ImageFormatConverter.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
-#include <mutex>
+#include <new>
 #include <thread>
 #include <vector>
 
 #include "apps/TwinTrue/LuminanceKernel.h"
 #include "base/InstructionSet.h"
+#include "base/ParallelEach.h"
 
 namespace twintrue {
 namespace {
@@ -23,56 +22,12 @@ namespace {
   std::abort();
 }
 
-class ThreadRowRunner final : public RowRunner {
- public:
-  explicit ThreadRowRunner(RowTask& task)
-      : maxThreadCount_(std::thread::hardware_concurrency()),
-        currentThreadCount_(maxThreadCount_ / 2),
-        task_(task) {
-    if (!(0 < maxThreadCount_)) assertion_failed("0 < maxThreadCount", 260);
-    if (!(0 < currentThreadCount_)) assertion_failed("0 < currentThreadCount", 261);
-    currentThreadCount_ = std::min(maxThreadCount_, currentThreadCount_);
-    handles_.reserve(currentThreadCount_);
+// Joins what was started, also when a later start throws.
+struct Joiner {
+  std::vector<std::thread>& handles;
+  ~Joiner() {
+    for (std::thread& handle : handles) handle.join();
   }
-
-  void run() override {
-    const std::lock_guard lock(mutex_);
-    const std::uint32_t n = currentThreadCount_;
-    const std::uint32_t rows = task_.row_count();
-    if (n <= 1) {
-      task_.run_rows(0, rows);
-      return;
-    }
-    const std::uint32_t per_thread = rows / n;
-    const Joiner joiner{handles_};  // joins what was started, also when a later start throws
-    for (std::uint32_t i = 0; i + 1 < n; ++i) {
-      handles_.emplace_back([this, i, per_thread] { task_.run_rows(i * per_thread, (i + 1) * per_thread); });
-    }
-    task_.run_rows((n - 1) * per_thread, rows);
-  }
-
-  std::uint32_t max_thread_count() const override { return maxThreadCount_; }
-  bool set_current_thread_count(std::uint32_t n) override {
-    if (n > maxThreadCount_) return false;
-    currentThreadCount_ = n;
-    return true;
-  }
-  std::uint32_t current_thread_count() const override { return currentThreadCount_; }
-
- private:
-  struct Joiner {
-    std::vector<std::thread>& handles;
-    ~Joiner() {
-      for (std::thread& handle : handles) handle.join();
-      handles.clear();
-    }
-  };
-
-  std::mutex mutex_;
-  std::uint32_t maxThreadCount_;
-  std::uint32_t currentThreadCount_;
-  RowTask& task_;
-  std::vector<std::thread> handles_;
 };
 
 class FrameConverter final : public RowTask {
@@ -94,12 +49,49 @@ class FrameConverter final : public RowTask {
   cve::XMat_<float> output_;
   CalibImage image_;
   LuminanceTable table_;
-  LuminanceFn kernel_ = luminance_kernel(twintrue::best_instruction_set());
+  LuminanceFn kernel_ = luminance_kernel(best_instruction_set());
 };
+
+bool create_for(cve::XMat_<float>& output, const CalibImage& image) {
+  // Larger sizes than an int holds are larger than memory too.
+  constexpr std::uint32_t kMaxSide = 0x7fffffff;
+  if (image.width > kMaxSide || image.height > kMaxSide) throw std::bad_alloc();
+  return output.create(static_cast<std::int32_t>(image.height), static_cast<std::int32_t>(image.width));
+}
 
 }  // namespace
 
-std::unique_ptr<RowRunner> make_row_runner(RowTask& task) { return std::make_unique<ThreadRowRunner>(task); }
+RowRunner::RowRunner(RowTask& task)
+    : maxThreadCount_(std::thread::hardware_concurrency()),
+      currentThreadCount_(maxThreadCount_ / 2),
+      task_(task) {
+  if (!(0 < maxThreadCount_)) assertion_failed("0 < maxThreadCount", 260);
+  if (!(0 < currentThreadCount_)) assertion_failed("0 < currentThreadCount", 261);
+}
+
+bool RowRunner::set_current_thread_count(std::uint32_t n) {
+  if (n > maxThreadCount_) return false;
+  currentThreadCount_ = n;
+  return true;
+}
+
+void RowRunner::run() {
+  const std::lock_guard lock(mutex_);
+  const std::uint32_t n = currentThreadCount_;
+  const std::uint32_t rows = task_.row_count();
+  if (n <= 1) {
+    task_.run_rows(0, rows);
+    return;
+  }
+  const std::uint32_t per_thread = rows / n;
+  std::vector<std::thread> handles;
+  handles.reserve(n);
+  const Joiner joiner{handles};
+  for (std::uint32_t i = 0; i + 1 < n; ++i) {
+    handles.emplace_back([this, i, per_thread] { task_.run_rows(i * per_thread, (i + 1) * per_thread); });
+  }
+  task_.run_rows((n - 1) * per_thread, rows);
+}
 
 float linear_luminance(std::uint8_t red, std::uint8_t green, std::uint8_t blue) {
   const double sum = static_cast<double>(static_cast<float>(red) * 0.299f) + green * 0.587 +
@@ -116,15 +108,18 @@ float linear_luminance(std::uint8_t red, std::uint8_t green, std::uint8_t blue) 
 
 bool convert_frame(cve::XMat_<float>& output, const CalibImage& image) {
   std::fputs("Convert using std::thread \n", stdout);
-  // Larger sizes than an int holds are larger than memory too.
-  constexpr std::uint32_t kMaxSide = 0x7fffffff;
-  if (image.width > kMaxSide || image.height > kMaxSide) throw std::bad_alloc();
-  if (!output.create(static_cast<std::int32_t>(image.height), static_cast<std::int32_t>(image.width))) {
-    assertion_failed("bok", 399);
-  }
+  if (!create_for(output, image)) assertion_failed("bok", 399);
   FrameConverter converter(output, image);
-  make_row_runner(converter)->run();
+  RowRunner(converter).run();
   return true;
+}
+
+void convert_frame_by_team(cve::XMat_<float>& output, const CalibImage& image) {
+  create_for(output, image);
+  FrameConverter converter(output, image);
+  parallel_rows(0, static_cast<int>(converter.row_count()), [&](int y) {
+    converter.run_rows(static_cast<std::uint32_t>(y), static_cast<std::uint32_t>(y) + 1);
+  });
 }
 
 }  // namespace twintrue

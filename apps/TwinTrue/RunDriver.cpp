@@ -29,10 +29,10 @@ std::int32_t round_down(std::int32_t size) { return size & ~(kHalfFrameGranule -
 CountTest::CountTest(const CalibContext& context, std::int32_t cells)
     : reciprocal_(1.0 / ((context.rank_last + 1) * cells)), threshold_(context.detection_ratio_th) {}
 
-bool CountTest::passes(std::int32_t count, const char* message, bool ignore_thresholds) const {
+bool CountTest::passes(std::int32_t count, const char* message) const {
   if (count * reciprocal_ >= threshold_) return true;
   say(fmt::format(fmt::runtime(message), count));
-  return ignore_thresholds;
+  return false;
 }
 
 CalibResult starting_result() { return PoseCandidate(); }
@@ -135,29 +135,35 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
     return TWINTRUE_FAILED;
   }
 
+  RunObserver nobody;
+  RunObserver& watcher = observer != nullptr ? *observer : nobody;
   const CountTest test(*context, cells);
   // The picture goes as soon as both halves have been looked at: the search needs room for its rays.
   const std::int32_t left_count = detect_half(halves.left, left);
   halves.left = {};
-  if (!test.passes(left_count, kFewLeftKeypoints, ignore_thresholds)) {
-    return TWINTRUE_TOO_FEW_MATCHES;
-  }
+  bool enough = test.passes(left_count, kFewLeftKeypoints);
+  watcher.on_keypoints(true, left_count, enough);
+  if (!enough && !ignore_thresholds) return TWINTRUE_TOO_FEW_MATCHES;
   const std::int32_t right_count = detect_half(halves.right, right);
   halves.right = {};
   frame = {};
-  if (!test.passes(right_count, kFewRightKeypoints, ignore_thresholds)) {
-    return TWINTRUE_TOO_FEW_MATCHES;
-  }
+  enough = test.passes(right_count, kFewRightKeypoints);
+  watcher.on_keypoints(false, right_count, enough);
+  if (!enough && !ignore_thresholds) return TWINTRUE_TOO_FEW_MATCHES;
   const std::int32_t records = fpu::match_frames(left, right, &match_set, false);
-  if (!test.passes(records, kFewMatches, ignore_thresholds)) return TWINTRUE_TOO_FEW_MATCHES;
+  enough = test.passes(records, kFewMatches);
+  watcher.on_records(records, enough);
+  if (!enough && !ignore_thresholds) return TWINTRUE_TOO_FEW_MATCHES;
 
   std::vector<RayMatch> matches;
   if (records > 0) matches = accepted_matches(match_set);
+  watcher.on_accepted(static_cast<std::int32_t>(matches.size()));
   PoseCandidate found;
-  const std::int32_t status = filter_and_search(*context, rig, matches, found, cells, ignore_thresholds);
+  const std::int32_t status =
+      filter_and_search(*context, rig, matches, found, cells, ignore_thresholds, watcher.search_observer());
   result = found;
   const bool searched = status != TWINTRUE_TOO_FEW_MATCHES;
-  if (observer != nullptr && searched) observer->on_searched(*context, rig, matches, result);
+  if (searched) watcher.on_searched(*context, rig, matches, result);
   if (!paths.out_lens.empty()) write_corrected_lens(paths.lens, result, paths.out_lens);
   return status;
 }

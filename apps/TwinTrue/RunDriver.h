@@ -14,6 +14,7 @@
 #include "lens/RigModel.h"
 #include "matching/MatchSet.h"
 #include "search/CalibContext.h"
+#include "search/PoseSearch.h"
 #include "search/RayMatch.h"
 #include "twintrue/calib.h"
 
@@ -29,9 +30,19 @@ struct RunPaths {
 class RunObserver {
  public:
   virtual ~RunObserver() = default;
+  // After each of the counts that a run looks at; `enough` as its test says, whatever follows from it. The
+  // left half of the frame is the right eye's picture.
+  virtual void on_keypoints([[maybe_unused]] bool left_half, [[maybe_unused]] std::int32_t count,
+                            [[maybe_unused]] bool enough) {}
+  virtual void on_records([[maybe_unused]] std::int32_t count, [[maybe_unused]] bool enough) {}
+  // Matches that go into the search.
+  virtual void on_accepted([[maybe_unused]] std::int32_t count) {}
+  // Who watches the search; null: nobody.
+  virtual SearchObserver* search_observer() { return nullptr; }
   // After the search: the matches are those that it had, in its order; `rig` is as read from the lens file.
-  virtual void on_searched(const CalibContext& context, const RigState& rig,
-                           const std::vector<RayMatch>& matches, const CalibResult& result) = 0;
+  virtual void on_searched([[maybe_unused]] const CalibContext& context, [[maybe_unused]] const RigState& rig,
+                           [[maybe_unused]] const std::vector<RayMatch>& matches,
+                           [[maybe_unused]] const CalibResult& result) {}
 };
 
 // Section of the lens file that describes the lens.
@@ -48,8 +59,8 @@ class CountTest {
  public:
   CountTest(const CalibContext& context, std::int32_t cells);
 
-  // False if the run has to end here; a failure prints its message either way.
-  bool passes(std::int32_t count, const char* message, bool ignore_thresholds) const;
+  // Whether the count is high enough. Prints the message if not.
+  bool passes(std::int32_t count, const char* message) const;
 
  private:
   double reciprocal_;

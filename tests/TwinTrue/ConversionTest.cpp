@@ -48,6 +48,8 @@ TEST(Conversion, HonoursOrderAndStride) {
     for (int bgr : {0, 1, -2}) {
       cve::XMat_<float> down, up;
       ASSERT_TRUE(convert_frame(down, image_over(bytes, kWidth, height, kStride, bgr)));
+      cve::XMat_<float> by_team;
+      convert_frame_by_team(by_team, image_over(bytes, kWidth, height, kStride, bgr));
       CalibImage bottom_up = image_over(bytes, kWidth, height, -kStride, bgr);
       bottom_up.pixels = &bytes[kStride * (height - 1)];
       ASSERT_TRUE(convert_frame(up, bottom_up));
@@ -55,6 +57,7 @@ TEST(Conversion, HonoursOrderAndStride) {
       for (std::uint32_t y = 0; y < height; ++y) {
         for (std::uint32_t x = 0; x < kWidth; ++x) {
           ASSERT_EQ(down.at(y, x), expected(x, y, bgr != 0));
+          ASSERT_EQ(by_team.at(y, x), down.at(y, x));
           ASSERT_EQ(up.at(height - 1 - y, x), expected(x, y, bgr != 0));
         }
       }
@@ -108,12 +111,13 @@ class CountingTask final : public RowTask {
 TEST(RowRunner, RunsEachRowOnceForEveryThreadCount) {
   for (std::uint32_t rows : {0u, 1u, 3u, 1000u}) {
     CountingTask task(rows);
-    const auto runner = make_row_runner(task);
-    EXPECT_FALSE(runner->set_current_thread_count(runner->max_thread_count() + 1));
-    for (std::uint32_t n = 0; n <= runner->max_thread_count(); ++n) {
-      ASSERT_TRUE(runner->set_current_thread_count(n));
+    RowRunner runner(task);
+    EXPECT_EQ(runner.current_thread_count(), runner.max_thread_count() / 2);
+    EXPECT_FALSE(runner.set_current_thread_count(runner.max_thread_count() + 1));
+    for (std::uint32_t n = 0; n <= runner.max_thread_count(); ++n) {
+      ASSERT_TRUE(runner.set_current_thread_count(n));
       task.visits_.assign(rows, 0);
-      runner->run();
+      runner.run();
       EXPECT_EQ(task.visits_, std::vector<int>(rows, 1));
     }
   }

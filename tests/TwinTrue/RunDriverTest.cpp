@@ -75,9 +75,9 @@ TEST(CountTest, WantsSoManyRanksOfEachCell) {
   context.detection_ratio_th = 0.5;
   const CountTest test(context, 40);
   testing::internal::CaptureStdout();
-  EXPECT_TRUE(test.passes(60, kFewMatches, false));
-  EXPECT_FALSE(test.passes(59, kFewMatches, false));
-  EXPECT_TRUE(test.passes(-4, kFewRightKeypoints, true)) << "said, and gone on";
+  EXPECT_TRUE(test.passes(60, kFewMatches));
+  EXPECT_FALSE(test.passes(59, kFewMatches));
+  EXPECT_FALSE(test.passes(-4, kFewRightKeypoints));
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "Matching is failed(59)\nRight image detection is failed(-4)\n");
 }

@@ -31,7 +31,7 @@ TEST(DescriptionTest, SmoothsInTheLightAndWithTheKernelOfItsSetting) {
         EXPECT_EQ(pixels_of(fpu::smoothForDescription(image, test.desc_gaus_size, set)), expected);
       }
       for (const int threads : {1, 2, 7}) {
-        const testing_support::ScopedThreads scoped(threads);
+        const twintrue::ThreadTeam scoped(threads);
         EXPECT_EQ(pixels_of(fpu::smoothForDescription(image, test.desc_gaus_size)), expected);
       }
     }
@@ -77,7 +77,7 @@ TEST(DescriptionTest, ComparesEachPointWithTheNext) {
 
     const cve::XMat_<unsigned char> expected = plain::describe(image, chain, length, store);
     for (const int threads : {1, 2, 7}) {
-      const testing_support::ScopedThreads scoped(threads);
+      const twintrue::ThreadTeam scoped(threads);
       cve::XMat_<unsigned char> descriptors;
       descriptors.create(24, length);
       fpu::describeKeypoints({{image, 1.0f}}, chain, store, descriptors);

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <omp.h>
-
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -9,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ThreadTeam.h"
 #include "features/FeatureFrame.h"
 #include "features/Grid.h"
 #include "features/StageTap.h"
@@ -110,17 +109,6 @@ std::vector<T> pixels_of(const cve::XMat_<T>& image, std::int32_t margin = 0) {
 inline bool same_bits(const std::vector<float>& a, const std::vector<float>& b) {
   return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
 }
-
-class ScopedThreads {
- public:
-  explicit ScopedThreads(int threads) : saved_(omp_get_max_threads()) { omp_set_num_threads(threads); }
-  ScopedThreads(const ScopedThreads&) = delete;
-  ScopedThreads& operator=(const ScopedThreads&) = delete;
-  ~ScopedThreads() { omp_set_num_threads(saved_); }
-
- private:
-  int saved_;
-};
 
 class ScopedFolder {
  public:

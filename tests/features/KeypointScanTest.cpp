@@ -31,7 +31,7 @@ TEST(KeypointScanTest, EqualsResponseThenSelection) {
       for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         for (const int threads : {1, 2, 7, 150}) {
           SCOPED_TRACE(testing::Message() << area.width << ' ' << threshold << ' ' << threads);
-          const testing_support::ScopedThreads scoped(threads);
+          const twintrue::ThreadTeam scoped(threads);
           fpu::KeyPointStore store = store_for(grid);
           fpu::scanKeypoints(image, area, threshold, nullptr, store, set);
           EXPECT_TRUE(testing_support::same_records(store, expected));

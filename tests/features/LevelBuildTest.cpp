@@ -112,7 +112,7 @@ TEST(LevelBuildTest, RowByRowItIsTheSameImage) {
         for (const Region& region : {Region{0, 0, cols, rows}, Region{5, 3, cols - 8, rows - 5}}) {
           SCOPED_TRACE(testing::Message() << cols << ' ' << mode << ' ' << kernel << ' ' << region.x);
           const auto settings = settings_with(mode, kernel, 2);
-          const testing_support::ScopedThreads alone(1);
+          const twintrue::ThreadTeam alone(1);
           const auto expected =
               pixels_of(fpu::buildFloatLevels(packed, settings, region, nullptr).levelImage(0));
           const int radius = cve::kernel_radius(kernel);
@@ -121,7 +121,7 @@ TEST(LevelBuildTest, RowByRowItIsTheSameImage) {
                                    std::min(view.width, view.height) >= 32 &&
                                    (view.x < radius || view.x + view.width > cols - radius);
           for (const int threads : kernel == 14 ? std::vector{1, 2, 7} : std::vector{1}) {
-            const testing_support::ScopedThreads scoped(threads);
+            const twintrue::ThreadTeam scoped(threads);
             const auto image = fpu::buildWorkingImage(part, settings, region);
             if (leaves_rows) {
               EXPECT_TRUE(image.empty());

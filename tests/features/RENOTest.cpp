@@ -68,7 +68,7 @@ TEST(RENOTest, LookingOnChangesNothing) {
       SCOPED_TRACE(keys);
       const auto detector = detector_of(keys);
       ASSERT_TRUE(detector->usable(kCols, kRows));
-      const testing_support::ScopedThreads alone(1);
+      const twintrue::ThreadTeam alone(1);
       const Outcome outcome = run(*detector, image, grid);
       // Describing once more doesn't smooth once more.
       fpu::KeyPointStore again = outcome.store;
@@ -80,7 +80,7 @@ TEST(RENOTest, LookingOnChangesNothing) {
       detector->levelImages(levels);
       Onlooker onlooker;
       detector->setTap(&onlooker);
-      const testing_support::ScopedThreads shared(7);
+      const twintrue::ThreadTeam shared(7);
       const Outcome watched = run(*detector, image, grid);
       EXPECT_TRUE(same_records(outcome.store, watched.store));
       EXPECT_EQ(pixels_of(outcome.descriptors), pixels_of(watched.descriptors));

@@ -70,7 +70,7 @@ TEST(SubPixelTest, ReadsByTheWidthOfTheImageWithoutItsMargin) {
     EXPECT_GT(kept, 0u);
     EXPECT_EQ(kept < all, drop);
     for (const int threads : {1, 2, 7}) {
-      const testing_support::ScopedThreads scoped(threads);
+      const twintrue::ThreadTeam scoped(threads);
       fpu::KeyPointStore store = filled;
       fpu::refineKeypoints(det, drop, store);
       EXPECT_TRUE(testing_support::same_records(store, expected)) << drop << ' ' << threads;

@@ -1,7 +1,7 @@
+#include "base/ThreadTeam.h"
 #include "imaging/Filters.h"
 
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <cmath>
@@ -79,10 +79,8 @@ TEST(Filters, ConvolutionIsBitExactAtAwkwardSizesAndOnViews) {
           for (const int count : rows > 128 ? std::vector{1, 2, 7} : std::vector{1}) {
             XMat_<float> canvas = noise<float>(parent.rows, parent.cols);
             XMat_<float> part = canvas.view(3, 5, cols, rows);
-            const int threads = omp_get_max_threads();
-            omp_set_num_threads(count);
+            const twintrue::ThreadTeam team(count);
             cve::convolveFloat(kernel, view, part, borders, set);
-            omp_set_num_threads(threads);
             expect_same_bits(part, expected, form + " into a view");
             for (int y = 0; y < rows; ++y) std::copy_n(parent.row(y + 5) + 3, cols, part.row(y));
             expect_same_bits(canvas, parent, form + " round the view");
@@ -306,18 +304,6 @@ TEST(Filters, PadBorderReplicatesTheNearestPixel) {
   }
   EXPECT_THROW(cve::padBorder(image, padded, top, bottom, left + 1, right - 1), std::invalid_argument);
   EXPECT_THROW(cve::padBorder(image, padded, top, bottom + 1, left, right), std::invalid_argument);
-}
-
-TEST(RowLoop, CallsEachRowOnceAndLetsExceptionsOut) {
-  const int threads = omp_get_max_threads();
-  omp_set_num_threads(4);
-  std::vector<int> calls(100);
-  cve::parallel_rows(-20, 80, [&](int row) { ++calls[static_cast<std::size_t>(row + 20)]; });
-  EXPECT_EQ(calls, std::vector<int>(100, 1));
-  cve::parallel_rows(5, 5, [](int) { throw std::runtime_error("no row"); });
-  EXPECT_THROW(cve::parallel_rows(0, 50, [](int) { throw std::runtime_error("row"); }), std::runtime_error);
-  EXPECT_EQ(omp_get_max_threads(), 4);
-  omp_set_num_threads(threads);
 }
 
 }  // namespace

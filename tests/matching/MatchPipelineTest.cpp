@@ -1,8 +1,8 @@
+#include "base/ThreadTeam.h"
 #include "matching/MatchPipeline.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <csignal>
@@ -168,16 +168,14 @@ TEST(MatchFramesTest, RecordsTellTheirVectorAndKeypoints) {
 }
 
 TEST(MatchFramesTest, ResultsAreTheSameForEveryNumberOfThreads) {
-  const int before = omp_get_max_threads();
   for (const int mode : {1, 7}) {
     std::vector<std::vector<unsigned char>> results;
     for (const int threads : {1, 2, 7}) {
       Planted planted(43);
       FeatureUnit& unit = planted.scene->unit;
       unit.matchingSettings.penalty_mode = mode;
-      omp_set_num_threads(threads);
+      const twintrue::ThreadTeam team(threads);
       planted.match();
-      EXPECT_EQ(omp_get_max_threads(), threads);
       results.push_back(bytes_of(planted.set));
       results.back().push_back(static_cast<unsigned char>(unit.mvcSettings.gmv_x));
     }
@@ -185,7 +183,6 @@ TEST(MatchFramesTest, ResultsAreTheSameForEveryNumberOfThreads) {
     EXPECT_EQ(results[0], results[1]);
     EXPECT_EQ(results[0], results[2]);
   }
-  omp_set_num_threads(before);
 }
 
 TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {

@@ -1,7 +1,6 @@
 // The fast search against the plain one: every field of every vector.
 
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -11,6 +10,7 @@
 
 #include "PlainMatching.h"
 #include "base/InstructionSet.h"
+#include "base/ThreadTeam.h"
 #include "matching/AreaKernel.h"
 #include "matching/MatchScene.h"
 #include "matching/MatchSet.h"
@@ -43,7 +43,6 @@ TEST_P(PlainMatchingTest, TheFastFormGivesTheSame) {
   const Raster rasters[] = {
       {}, {1, 1, 240, 160, 400}, {9, 7, 17, 23, 6}, {40, 3, 8, 60, 3}, {3, 3, 90, 50, 70}};
   const std::size_t widths[] = {32, 8, 32, 16, 5, 40, 32, 64, 15, 1, 160};
-  const int before = omp_get_max_threads();
   for (int round = 0; round < 60; ++round) {
     Scene scene(rasters[round % 5]);
     const std::size_t bytes = widths[round % 11];
@@ -59,10 +58,9 @@ TEST_P(PlainMatchingTest, TheFastFormGivesTheSame) {
       for (const int threads : {1, 2, 7}) {
         SCOPED_TRACE(testing::Message() << "round " << round << ", set " << static_cast<int>(set) << ", "
                                         << threads << " threads");
-        omp_set_num_threads(threads);
+        const twintrue::ThreadTeam team(threads);
         MatchSet found(scene.unit, candidates);
         EXPECT_EQ(match_cells(s, *scene.a, *scene.b, found, set), expected.total);
-        omp_set_num_threads(before);
         expect_equal(found, expected);
         ASSERT_FALSE(HasFatalFailure());
       }

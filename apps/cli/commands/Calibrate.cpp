@@ -15,7 +15,6 @@
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/LensCheck.h"
-#include "apps/cli/MachineCheck.h"
 #include "apps/cli/OutputFile.h"
 #include "apps/cli/PictureFiles.h"
 #include "apps/cli/Preset.h"
@@ -118,20 +117,22 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   report.lens_path = arguments.lens;
   report.settings_name = source.name();
   report.ignore_thresholds = arguments.ignore_thresholds;
-  check_machine();
 
   const CalibImage image{frame.width, frame.height, static_cast<std::int32_t>(frame.width * 3),
                          frame.pixels.data(), 0};
   const std::string out_path = outputs.lens ? outputs.lens->temporary().string() : "";
   std::string chatter;
   EvidenceGatherer gatherer;
+  RunOptions options;
+  options.ignore_thresholds = arguments.ignore_thresholds;
+  options.team_converts = true;
+  options.observer = &gatherer;
   const auto start = std::chrono::steady_clock::now();
   {
     const Progress progress("calibrating");
     ChatterCapture capture(ChatterCapture::Streams::kOutput);
-    report.status =
-        twintrue::calibrate(&image, arguments.lens.c_str(), source.path().c_str(), out_path.c_str(),
-                            arguments.ignore_thresholds, &report.result, &gatherer);
+    report.status = twintrue::calibrate(&image, arguments.lens.c_str(), source.path().c_str(),
+                                        out_path.c_str(), options, &report.result);
     chatter = capture.finish();
   }
   report.evidence = gatherer.take();

@@ -5,7 +5,6 @@
 #include "apps/TwinTrue/ImageFormatConverter.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/LensCheck.h"
-#include "apps/cli/MachineCheck.h"
 #include "apps/cli/PictureFiles.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/commands/InspectOutput.h"
@@ -61,10 +60,9 @@ std::unique_ptr<FrameRun> open_frame_run(const RunArguments& arguments, Reach re
   const Frame picture = read_frame(arguments.frame);
   check_frame_size(lens, arguments.lens, picture.width, picture.height);
   require_stages(*run->settings, lens, reach);
-  check_machine();
 
   const MessagesToErrors redirected;
-  convert_frame(run->frame,
+  convert_frame_by_team(run->frame,
                 CalibImage{picture.width, picture.height, static_cast<std::int32_t>(picture.width * 3),
                            picture.pixels.data(), 0});
   if (!read_lens(run->rig, arguments.lens)) fail_changed(arguments.lens);

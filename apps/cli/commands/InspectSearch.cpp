@@ -119,9 +119,11 @@ SearchInput from_frame(const SearchArguments& arguments) {
   input.cells = run->cells();
   const CountTest test(*input.context, input.cells);
   const bool ignore = arguments.ignore_thresholds;
-  input.enough = test.passes(halves.left_keypoints, kFewLeftKeypoints, ignore) &&
-                 test.passes(halves.right_keypoints, kFewRightKeypoints, ignore) &&
-                 test.passes(halves.records, kFewMatches, ignore);
+  const auto passes = [&](std::int32_t count, const char* message) {
+    return test.passes(count, message) || ignore;
+  };
+  input.enough = passes(halves.left_keypoints, kFewLeftKeypoints) &&
+                 passes(halves.right_keypoints, kFewRightKeypoints) && passes(halves.records, kFewMatches);
   if (halves.records > 0) input.matches = accepted_matches(halves.set);
   return input;
 }
