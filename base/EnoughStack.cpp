@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <system_error>
 
-#include "base/SignalsBlocked.h"
-
 namespace twintrue::stack_detail {
 namespace {
 
@@ -44,18 +42,13 @@ void run(std::size_t bytes, void (*work)(void*), void* argument) {
   if (error != 0) throw std::system_error(error, std::generic_category());
   pthread_attr_setstacksize(&attributes, bytes);
   pthread_t thread{};
-  {
-    const SignalsBlocked blocked;
-    error = pthread_create(
-        &thread, &attributes,
-        [](void* given) -> void* {
-          const auto* const the_start = static_cast<const Start*>(given);
-          omp_set_num_threads(the_start->threads);
-          the_start->work(the_start->argument);
-          return nullptr;
-        },
-        &start);
-  }
+  const auto begin = [](void* given) -> void* {
+    const auto* const the_start = static_cast<const Start*>(given);
+    omp_set_num_threads(the_start->threads);
+    the_start->work(the_start->argument);
+    return nullptr;
+  };
+  error = pthread_create(&thread, &attributes, begin, &start);
   pthread_attr_destroy(&attributes);
   if (error != 0) throw std::system_error(error, std::generic_category());
   pthread_join(thread, nullptr);

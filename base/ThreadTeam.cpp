@@ -2,13 +2,12 @@
 
 #include <omp.h>
 #include <pthread.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <new>
 #include <thread>
 #include <utility>
-
-#include "base/SignalsBlocked.h"
 
 namespace twintrue {
 namespace {
@@ -19,6 +18,22 @@ constexpr std::size_t kHelperStack = std::size_t{2} << 20;
 
 thread_local ThreadTeam* current_team = nullptr;
 thread_local bool taking_part = false;
+
+// While it lives, a thread that is started gets no signals: those are for the host's own threads.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+  sigset_t before_;
+};
 
 }  // namespace
 

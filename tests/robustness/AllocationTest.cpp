@@ -96,7 +96,7 @@ int run_refused(const SmallRun& run, const SmallFrame& frame, const std::string&
 // Two places end the process, each with its message: the lens language, which people know to do so, and the
 // scratch memory of the detector. All others come back with a status, and nothing is lost.
 TEST(Allocation, EveryPathEndsInOrder) {
-  omp_set_num_threads(1);  // a child inherits no threads
+  omp_set_num_threads(1);  // so that allocations come in the same order every time
   const SmallRun run;
   const SmallFrame frame;
   const std::string out = run.dir().file("out.lens");

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -13,32 +12,15 @@
 #include <cstdio>
 #include <functional>
 
+#include "Child.h"
 #include "SmallRun.h"
 
 namespace {
 
 using namespace testing_support;
 
-// Runs the body in a child of its own, for what can't be taken back; returns how the child ended, as waitpid
-// tells it. A child inherits no threads, so the parent must never have had any of OpenMP's.
-int in_child(const std::function<int()>& body) {
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    omp_set_num_threads(1);
-    _exit(body());
-  }
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  return status;
-}
-
-bool ended_with(int status, int code) { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
-
 class Faults : public testing::Test {
  protected:
-  static void SetUpTestSuite() { omp_set_num_threads(1); }
-
   std::size_t files_in_folder() const {
     const auto entries = std::filesystem::directory_iterator(run_.dir().path());
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));

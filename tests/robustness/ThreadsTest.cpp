@@ -1,7 +1,6 @@
-// Several calls of one host at a time, and any number of threads inside a call.
+// Several calls of one host at a time.
 
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <array>
 #include <thread>
@@ -11,21 +10,6 @@
 namespace {
 
 using namespace testing_support;
-
-TEST(Threads, OneToEightGiveTheSameBytes) {
-  const SmallFrame frame;
-  const SmallRun run;
-  const int before = omp_get_max_threads();
-  omp_set_num_threads(1);
-  const Outcome one = run.run(frame.image);
-  EXPECT_EQ(one.status, TWINTRUE_CALIBRATED);
-  for (int threads = 2; threads <= 8; ++threads) {
-    omp_set_num_threads(threads);
-    EXPECT_TRUE(run.run(frame.image) == one) << threads;
-    EXPECT_EQ(omp_get_max_threads(), threads) << "the host's setting is as it was";
-  }
-  omp_set_num_threads(before);
-}
 
 TEST(Threads, CallsOfTwoHostThreadsDontMeet) {
   constexpr std::size_t kHosts = 2;
