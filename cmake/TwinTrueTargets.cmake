@@ -14,6 +14,11 @@ if(TWINTRUE_SANITIZE)
   target_link_options(twintrue_flags INTERFACE -fsanitize=${TWINTRUE_SANITIZE})
 endif()
 
+if(TWINTRUE_COVERAGE)
+  target_compile_options(twintrue_flags INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+  target_link_options(twintrue_flags INTERFACE -fprofile-instr-generate)
+endif()
+
 # twintrue_layer(NAME folder SOURCES ... USES ...)
 #
 # One layer of the library: the static target twintrue_NAME from the sources of `folder`. Headers are
@@ -40,6 +45,5 @@ function(twintrue_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_USES} twintrue_test_support GTest::gmock_main twintrue_flags)
-  # Tests run side by side, so a thread that waits must not hold its processor.
-  gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_TIMEOUT 60 PROPERTIES ENVIRONMENT OMP_WAIT_POLICY=passive)
+  gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_TIMEOUT 60)
 endfunction()

@@ -22,9 +22,21 @@ foreach(file include/twintrue/calib.h ${LIBDIR}/libtwintrue.so.0 share/twintrue/
   endif()
 endforeach()
 
+# The example of the header, taken out of its comment.
+file(READ ${prefix}/include/twintrue/calib.h header)
+string(FIND "${header}" " *   #include <stdio.h>" begin)
+string(FIND "${header}" "\n *   }\n" end)
+if(begin LESS 0 OR end LESS begin)
+  message(FATAL_ERROR "calib.h shows no example")
+endif()
+math(EXPR length "${end} + 8 - ${begin}")
+string(SUBSTRING "${header}" ${begin} ${length} example)
+string(REGEX REPLACE "(^|\n) [*]( ? ? ?)" "\\1" example "${example}")
+file(WRITE ${WORK_DIR}/example/example.h "${example}")
+
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${HOST_DIR} -B ${WORK_DIR}/host -DFIND=${FIND} -DCMAKE_PREFIX_PATH=${prefix}
-    -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_C_FLAGS=${C_FLAGS})
+    -DCMAKE_C_COMPILER=${C_COMPILER} "-DCMAKE_C_FLAGS=${C_FLAGS} -I${WORK_DIR}/example -Wall -Wextra -Werror")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/host)
 # The linker keeps the folder of a library that it was given by path, but not one that it was given by -L.
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
