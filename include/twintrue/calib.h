@@ -45,7 +45,8 @@ enum {
   TWINTRUE_CALIBRATED = 0,
   /* A null pointer where none may be, pixels that can't be read, no memory or thread to convert the frame:
    * `result` untouched. Settings that can't be used, a frame without pixels, no memory later on: `result` at
-   * its start, or as the search left it if memory ended while the lens file was being written. No lens file. */
+   * its start, or as the search left it if memory ended while the lens file was being written. No lens file.
+   */
   TWINTRUE_FAILED = -1,
   /* The lens file can't be read, or describes no lens. `result` at its start. No lens file. */
   TWINTRUE_LENS_UNREADABLE = -996,
