@@ -40,21 +40,21 @@ cve::XMat_<float> numbered(std::int32_t rows, std::int32_t cols) {
 }
 
 TEST(HalfFrames, AreCutOnTheirRightAndTheSecondStartsAtHalfTheWidth) {
-  const RigState rig = rig_of_size(100, 70);
-  cve::XMat_<float> frame = numbered(75, 110);
+  const RigState rig = rig_of_size(116, 78);
+  cve::XMat_<float> frame = numbered(80, 120);
   const void* const pixels = frame.data;
   const HalfFrames halves = half_frames(frame, rig);
   EXPECT_EQ(halves.left.data, pixels) << "a frame that is large enough is not copied";
   for (const cve::XMat_<float>* half : {&halves.left, &halves.right}) {
     EXPECT_EQ(half->cols, 48);
     EXPECT_EQ(half->rows, 64);
-    EXPECT_EQ(half->at(63, 47), 63047 + (half == &halves.right ? 50 : 0));
+    EXPECT_EQ(half->at(63, 47), 63047 + (half == &halves.right ? 58 : 0));
   }
 }
 
 TEST(HalfFrames, OfASmallFrameEndInZeros) {
-  const RigState rig = rig_of_size(100, 70);
-  for (const cve::Size given : {cve::Size{110, 40}, cve::Size{60, 70}, cve::Size{1, 1}}) {
+  const RigState rig = rig_of_size(116, 78);
+  for (const cve::Size given : {cve::Size{120, 40}, cve::Size{60, 70}, cve::Size{1, 1}}) {
     cve::XMat_<float> frame = numbered(given.rows, given.cols);
     const HalfFrames halves = half_frames(frame, rig);
     for (std::int32_t y = 0; y < 64; ++y) {
@@ -63,7 +63,7 @@ TEST(HalfFrames, OfASmallFrameEndInZeros) {
           return y < given.rows && at < given.cols ? static_cast<float>(1000 * y + at) : 0.0f;
         };
         ASSERT_EQ(halves.left.at(y, x), expected(x)) << given.cols << ' ' << given.rows;
-        ASSERT_EQ(halves.right.at(y, x), expected(x + 50)) << given.cols << ' ' << given.rows;
+        ASSERT_EQ(halves.right.at(y, x), expected(x + 58)) << given.cols << ' ' << given.rows;
       }
     }
   }
