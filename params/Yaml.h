@@ -8,7 +8,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <istream>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -22,29 +21,22 @@ namespace Yaml {
 
 class Exception : public std::runtime_error {
  public:
-  enum Type : std::int32_t { kInternal = 0, kParsing = 1 };
-
-  Exception(const std::string& message, Type type) : std::runtime_error(message), type_(type) {}
-  Type type() const { return type_; }
-
- private:
-  Type type_;
+  using std::runtime_error::runtime_error;
 };
 
 // An invariant of the reader broke: lines that the classification let through form no tree.
 class InternalException : public Exception {
  public:
-  explicit InternalException(const std::string& message) : Exception(message, kInternal) {}
+  using Exception::Exception;
 };
 
 // The input is wrong.
 class ParsingException : public Exception {
  public:
-  explicit ParsingException(const std::string& message) : Exception(message, kParsing) {}
+  using Exception::Exception;
 };
 
-// How the texts of the exceptions begin; where they arose follows. The last four belong to the table and are
-// raised by nothing in this reader.
+// How the texts of the exceptions begin; where they arose follows.
 namespace messages {
 inline constexpr std::string_view kInvalidCharacter = "Invalid character found.";
 inline constexpr std::string_view kMissingKey = "Missing key.";
@@ -56,16 +48,12 @@ inline constexpr std::string_view kInvalidQuote = "Invalid quote.";
 inline constexpr std::string_view kIncorrectOffset = "Incorrect offset.";
 inline constexpr std::string_view kUnexpectedDocumentEnd = "Unexpected document end.";
 inline constexpr std::string_view kDifferentEntry = "Different entry is not allowed in this context.";
-inline constexpr std::string_view kIncorrectValue = "Incorrect value.";
-inline constexpr std::string_view kErrorInSequence = "Error in sequence node.";
-inline constexpr std::string_view kCannotOpenFile = "Cannot open file.";
-inline constexpr std::string_view kSmallIndentation = "Space indentation is less than 2.";
 }  // namespace messages
 
 enum class Kind : std::int32_t { kNone = 0, kSequence = 1, kMap = 2, kScalar = 3 };
 
 // Containers (maps and sequences) inside one another, the root counted. Deeper documents are refused, so
-// recursion over a parsed tree is bounded.
+// recursion over a parsed tree is bounded. Reading a document and taking its tree apart don't recurse.
 inline constexpr int kMaxNesting = 1000;
 
 class Iterator;
@@ -77,6 +65,7 @@ class Node {
   Node() = default;
   Node(Node&&) noexcept = default;
   Node& operator=(Node&&) noexcept = default;
+  ~Node();
 
   Kind kind() const { return static_cast<Kind>(value_.index()); }
   // Children of a Sequence or a Map, else 0.
@@ -84,8 +73,6 @@ class Node {
 
   // Empty for every kind but Scalar.
   const std::string& text() const;
-  // Does nothing for every kind but Scalar.
-  void set_text(std::string text);
   // Whatever the node held goes; it becomes a Scalar.
   void make_scalar(std::string text) { value_.emplace<std::string>(std::move(text)); }
 
@@ -115,6 +102,11 @@ class Node {
   using Sequence = std::vector<std::unique_ptr<Node>>;
   using Map = std::map<std::string, std::unique_ptr<Node>>;
 
+  static void take_apart(std::unique_ptr<Node> node);
+  // Null if there is none.
+  std::unique_ptr<Node>* last_child();
+  void drop_last_child();
+
   std::variant<std::monostate, Sequence, Map, std::string> value_;  // alternatives in the order of Kind
 };
 
@@ -139,12 +131,9 @@ class Iterator {
   Place place_;
 };
 
-// Parses the first document of the text into `root`, which is emptied first. Throws ParsingException or
-// InternalException; `root` then keeps what was built by then. More than 2^20 lines with a text are refused.
+// Parses the first document of the text into `root`, which is emptied first. What follows the document is not
+// looked at. Throws ParsingException or InternalException; `root` then keeps what was built by then. More
+// than 2^20 lines with a text are refused.
 void parse_text(Node& root, const char* text, std::size_t size);
-
-// The same for what is left of a stream, which must be seekable. Afterwards it stands behind the document:
-// at the `---` line of the next one, behind the `...` line, or at its end.
-void parse_stream(Node& root, std::istream& stream);
 
 }  // namespace Yaml

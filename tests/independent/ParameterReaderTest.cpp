@@ -206,7 +206,7 @@ class Writer {
 
 // Inline lists are pieces with their blanks to one reader and trimmed to the other.
 void trim_pieces(Yaml::Node& node) {
-  if (node.kind() == Yaml::Kind::kScalar) node.set_text(trimmed(node.text()));
+  if (node.kind() == Yaml::Kind::kScalar) node.make_scalar(trimmed(node.text()));
   if (node.size() == 0) return;
   for (auto it = node.begin(); it != node.end(); ++it) trim_pieces((*it).second);
 }

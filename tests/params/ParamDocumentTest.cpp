@@ -6,7 +6,6 @@
 #include <cfloat>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <locale>
 #include <string>
@@ -45,6 +44,13 @@ TEST(ParamDocument, OpensAFileOrTheTextItself) {
   ASSERT_TRUE(param_document_open(from_file, folder.write("settings.yml", "a: 2\n")));
   EXPECT_EQ(param_text(param_root_child(from_file, "a")), "2");
 
+  // No system takes names of these lengths, so nothing can have them.
+  for (const std::size_t length : {256u, 5000u, 1u << 20}) {
+    ParamDocument from_long_text;
+    ASSERT_TRUE(param_document_open(from_long_text, "a: " + std::string(length, 'x')));
+    EXPECT_EQ(param_text(param_root_child(from_long_text, "a")).size(), length);
+  }
+
   ParamDocument empty;
   EXPECT_TRUE(param_document_open(empty, ""));
   EXPECT_EQ(empty.root.kind(), Yaml::Kind::kNone);
@@ -56,7 +62,10 @@ TEST(ParamDocument, RefusesWhatItCannotRead) {
   EXPECT_FALSE(param_document_open(document, "a: 'b"));
   EXPECT_FALSE(param_document_open(document, folder.path().string()));
   EXPECT_THROW(param_document_open(document, folder.write("bad.yml", "a: 'b")), Yaml::ParsingException);
-  EXPECT_THROW(param_document_open(document, std::string(5000, 'x')), std::filesystem::filesystem_error);
+  std::filesystem::create_symlink("circle", folder.file("circle"));
+  EXPECT_THROW(param_document_open(document, folder.file("circle")), std::filesystem::filesystem_error);
+  EXPECT_THROW(param_document_open(document, "/proc/self/mem"), std::filesystem::filesystem_error)
+      << "what can't be read is not what is missing";
 
   const std::string large = folder.write("large.yml", "a: 1\n");
   std::filesystem::resize_file(large, (std::size_t{64} << 20) + 1);
