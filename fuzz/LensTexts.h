@@ -38,9 +38,8 @@ inline bool has_small_table(const std::string& path) {
   twintrue::ini_section* const section = twintrue::ini_find_section(store, "OPTRA");
   if (section == nullptr) return true;
   store.current = section;
-  const bool asks_length = twintrue::ini_find_item(store, *section, "ideal_height_lut_max") != nullptr;
-  const bool asks_fineness =
-      twintrue::ini_find_item(store, *section, "ideal_height_precision_bit") != nullptr;
+  const bool asks_length = twintrue::ini_find_item(*section, "ideal_height_lut_max") != nullptr;
+  const bool asks_fineness = twintrue::ini_find_item(*section, "ideal_height_precision_bit") != nullptr;
   return (!asks_length || twintrue::ini_get_double(store, "ideal_height_lut_max") <= 4.0) &&
          (asks_fineness && twintrue::ini_get_double(store, "ideal_height_precision_bit") <= 9.0);
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lens/LensNumbers.h"
+#include "lens/LensOperators.h"
 #include "lens/LensReport.h"
 #include "lens/LensValue.h"
 
@@ -16,45 +17,33 @@ using Kind = IniTokenKind;
 
 constexpr int kMaxNesting = 1000;
 constexpr std::size_t kMaxTextMade = std::size_t{64} << 20;
-constexpr int kTightest = 10;  // the level of * / %
+constexpr int kDigitsOfItems = 30;  // behind the point
 
 struct TooMuchText {};
 
-// Levels of the binary operators, from the loosest, 1; 0 for other tokens.
-int binary_level(Kind kind) {
-  switch (kind) {
-    case Kind::kLogicalOr:
-      return 1;
-    case Kind::kLogicalAnd:
-      return 2;
-    case Kind::kBitOr:
-      return 3;
-    case Kind::kBitXor:
-      return 4;
-    case Kind::kBitAnd:
-      return 5;
-    case Kind::kEqual:
-    case Kind::kNotEqual:
-      return 6;
-    case Kind::kLess:
-    case Kind::kLessEqual:
-    case Kind::kGreater:
-    case Kind::kGreaterEqual:
-      return 7;
-    case Kind::kShiftLeft:
-    case Kind::kShiftRight:
-      return 8;
-    case Kind::kPlus:
-    case Kind::kMinus:
-      return 9;
-    case Kind::kMultiply:
-    case Kind::kDivide:
-    case Kind::kModulo:
-      return kTightest;
-    default:
-      return 0;
-  }
-}
+// What waits for a value: the part of an expression around the part that is being read. A list of these
+// stands for the recursion, because a hostile file nests deeper than the stack of a host's thread may reach.
+struct Waiting {
+  enum class For {
+    kAssigned,     // the right side of assignments, or of none
+    kFirstBranch,  // of ?:
+    kSecondBranch,
+    kRightSide,  // of a binary operator
+    kInside,     // of parentheses, those of a call included
+  };
+
+  explicit Waiting(For purpose) : what(purpose) {}
+
+  For what;
+  std::vector<ini_item*> targets = {};  // kAssigned
+  ini_value left = {};                  // kFirstBranch: the condition; kSecondBranch: the first branch
+  bool takes_first = false;             // kSecondBranch
+  std::size_t place = 0;                // of the binary operator, or of the parenthesis or function
+  std::size_t first_unary = 0;  // kInside: place of the first unary operator in front; `place` if none
+  // Levels of binary operators that may go on behind the value: the range in which the part around began.
+  int loosest = 0;
+  int tightest = 0;
+};
 
 class Evaluator {
  public:
@@ -67,7 +56,7 @@ class Evaluator {
       } else if (kind() == Kind::kOpenBracket) {
         section_header();
       } else {
-        assignment();
+        expression();
         if (kind() != Kind::kSemicolon) report("ERROR: Not found ';' after expression in {}.\n", line());
         if (kind() != Kind::kEnd) ++at_;
       }
@@ -75,17 +64,14 @@ class Evaluator {
   }
 
  private:
-  // One level of nesting, for as long as it is evaluated.
-  class Level {
-   public:
-    explicit Level(int& depth) : depth_(depth) { ++depth_; }
-    Level(const Level&) = delete;
-    Level& operator=(const Level&) = delete;
-    ~Level() { --depth_; }
-    bool too_deep() const { return depth_ > kMaxNesting + 1; }
-
-   private:
-    int& depth_;
+  // What comes next. The value that was read, or is complete, is in value_.
+  enum class Step {
+    kOperand,      // an operand is to be read, with the unary operators in front of it
+    kOperandRead,  // binary operators may follow
+    kBinaryRead,   // ?: may follow
+    kConditionalRead,
+    kAssignmentRead,
+    kDone,
   };
 
   struct Name {
@@ -132,179 +118,191 @@ class Evaluator {
       }
       section = &ini_open_section(store_, token().text);
     }
-    return Name{&ini_open_item(store_, *section, tokens_[last].text), last + 1};
+    return Name{&ini_open_item(*section, tokens_[last].text), last + 1};
   }
 
-  ini_value assignment() {
-    const Level level(depth_);
-    if (level.too_deep()) return {};
-    std::vector<ini_item*> targets;
+  void expression() {
+    Step step = begin_assignment();
+    while (step != Step::kDone) {
+      switch (step) {
+        case Step::kOperand:
+          step = operand();
+          break;
+        case Step::kOperandRead:
+          step = binary();
+          break;
+        case Step::kBinaryRead:
+          step = question();
+          break;
+        case Step::kConditionalRead:
+          step = end_conditional();
+          break;
+        default:
+          step = end_assignment();
+          break;
+      }
+    }
+  }
+
+  // One level deeper. Beyond the last one nothing is read, which makes a value of no type.
+  Step begin_conditional() {
+    if (++depth_ > kMaxNesting + 1) {
+      value_ = {};
+      return Step::kConditionalRead;
+    }
+    loosest_ = 1;
+    tightest_ = kTightestLevel;
+    return Step::kOperand;
+  }
+
+  Step begin_assignment() {
+    Waiting& waiting = waiting_.emplace_back(Waiting::For::kAssigned);
+    if (depth_ > kMaxNesting) return begin_conditional();
     for (std::optional<Name> target = name(); target && tokens_[target->behind].kind == Kind::kAssign;
          target = name()) {
-      targets.push_back(target->item);
+      waiting.targets.push_back(target->item);
       at_ = target->behind + 1;
     }
-    ini_value value = conditional();
-    while (!targets.empty()) {
+    return begin_conditional();
+  }
+
+  Step end_assignment() {
+    if (waiting_.empty()) return Step::kDone;
+    const Waiting inside = take_waiting();
+    const std::int32_t line_behind = line();
+    close_paren();
+    const Kind function = tokens_[inside.place].kind;
+    if (function != Kind::kOpenParen) apply_function(function, value_, line_behind);
+    loosest_ = inside.loosest;
+    tightest_ = inside.tightest;
+    return end_operand(inside.first_unary, inside.place);
+  }
+
+  void assign(std::vector<ini_item*>& targets) {
+    for (; !targets.empty(); targets.pop_back()) {
       ini_item& item = *targets.back();
-      targets.pop_back();
-      item.type = value.type;
-      item.used = 0;
-      item.value = value_text(value, 30);
+      item.type = value_.type;
+      item.value = value_text(value_, kDigitsOfItems);
       charge(item.value);
     }
-    return value;
+  }
+
+  Step question() {
+    if (kind() != Kind::kQuestion) return Step::kConditionalRead;
+    ++at_;
+    waiting_.emplace_back(Waiting::For::kFirstBranch).left = std::move(value_);
+    return begin_conditional();
   }
 
   // Both branches are evaluated: a print in the other one still prints.
-  ini_value conditional() {
-    ini_value condition = binary();
-    if (kind() != Kind::kQuestion) return condition;
-    ++at_;
-    ini_value first = branch();
-    if (kind() != Kind::kColon) {
-      report("ERROR: operator '?:' without ':' in {}.\n", line());
-      return condition;
+  Step end_conditional() {
+    --depth_;
+    Waiting waiting = take_waiting();
+    switch (waiting.what) {
+      case Waiting::For::kAssigned:
+        assign(waiting.targets);
+        return Step::kAssignmentRead;
+      case Waiting::For::kFirstBranch: {
+        if (kind() != Kind::kColon) {
+          report("ERROR: operator '?:' without ':' in {}.\n", line());
+          value_ = std::move(waiting.left);
+          return Step::kConditionalRead;
+        }
+        ++at_;
+        Waiting& second = waiting_.emplace_back(Waiting::For::kSecondBranch);
+        second.takes_first = is_true(waiting.left);
+        second.left = std::move(value_);
+        return begin_conditional();
+      }
+      default:
+        if (waiting.takes_first) value_ = std::move(waiting.left);
+        return Step::kConditionalRead;
     }
-    ++at_;
-    ini_value second = branch();
-    return is_true(condition) ? std::move(first) : std::move(second);
   }
-
-  ini_value branch() {
-    const Level level(depth_);
-    return level.too_deep() ? ini_value{} : conditional();
-  }
-
-  // The left side of a binary operator whose right side is being read.
-  struct Pending {
-    ini_value left;
-    const ini_token* op;
-    int level;    // of the operator
-    int loosest;  // level that the side's own expression began with
-  };
 
   // All binary levels. Each is a loop of its own: behind an operator only the same level and looser ones may
-  // follow, and behind a type error only looser ones. A list of left sides stands for the recursion, because
-  // ten calls for each parenthesis of a hostile file are too much for a small stack.
-  ini_value binary() {
-    std::vector<Pending> pending;
-    int loosest = 1;
-    int tightest = kTightest;
-    ini_value value = unary();
-    for (;;) {
-      const int level = binary_level(kind());
-      if (level >= loosest && level <= tightest) {
-        pending.push_back({std::move(value), &token(), level, loosest});
-        loosest = level + 1;
-        tightest = kTightest;
-        ++at_;
-        value = unary();
-      } else if (pending.empty()) {
-        return value;
-      } else {
-        Pending left_side = std::move(pending.back());
-        pending.pop_back();
-        loosest = left_side.loosest;
-        tightest = left_side.level;
-        if (!combine(left_side.op->kind, left_side.left, value)) {
-          type_error(*left_side.op);
-          tightest = left_side.level - 1;
-        }
-        value = std::move(left_side.left);
-      }
+  // follow, and behind a type error only looser ones.
+  Step binary() {
+    const int level = binary_level(kind());
+    if (level >= loosest_ && level <= tightest_) {
+      Waiting& right_side = wait_for(Waiting::For::kRightSide);
+      right_side.left = std::move(value_);
+      right_side.place = at_;
+      loosest_ = level + 1;
+      tightest_ = kTightestLevel;
+      ++at_;
+      return Step::kOperand;
     }
+    if (waiting_.back().what != Waiting::For::kRightSide) return Step::kBinaryRead;
+    Waiting right_side = take_waiting();
+    const ini_token& op = tokens_[right_side.place];
+    loosest_ = right_side.loosest;
+    tightest_ = binary_level(op.kind);
+    if (!combine(op, right_side.left, value_, line())) {
+      --tightest_;
+    } else if (right_side.left.type == kIniString) {
+      charge(*right_side.left.text);
+    }
+    value_ = std::move(right_side.left);
+    return Step::kOperandRead;
   }
 
-  // Puts the result into `left`. Returns false, and leaves it, if the types don't fit.
-  bool combine(Kind op, ini_value& left, const ini_value& right) {
-    switch (op) {
-      case Kind::kPlus:
-      case Kind::kMinus:
-        if (both_are(kIniString, left, right)) {
-          *left.text += *right.text;
-          charge(*left.text);
-          return true;
-        }
-        return arithmetic(op, left, right);
-      case Kind::kMultiply:
-      case Kind::kDivide:
-      case Kind::kModulo:
-        return arithmetic(op, left, right);
-      case Kind::kEqual:
-      case Kind::kNotEqual:
-      case Kind::kLess:
-      case Kind::kLessEqual:
-      case Kind::kGreater:
-      case Kind::kGreaterEqual:
-        if (!is_number(left) || !is_number(right)) return false;
-        left.integer = both_are(kIniInteger, left, right) ? compare(op, left.integer, right.integer)
-                                                          : compare(op, as_double(left), as_double(right));
-        left.type = kIniInteger;
-        return true;
-      default:
-        if (!both_are(kIniInteger, left, right)) return false;
-        left.integer = integer_arithmetic(op, left.integer, right.integer);
-        return true;
-    }
+  Waiting& wait_for(Waiting::For what) {
+    Waiting& waiting = waiting_.emplace_back(what);
+    waiting.loosest = loosest_;
+    waiting.tightest = tightest_;
+    return waiting;
   }
 
-  bool arithmetic(Kind op, ini_value& left, const ini_value& right) {
-    if (!is_number(left) || !is_number(right)) return false;
-    const bool divides = op == Kind::kDivide || op == Kind::kModulo;
-    if (both_are(kIniInteger, left, right)) {
-      if (divides && right.integer == 0) {
-        report("ERROR: Divided by zero in {}.\n", line());
-      } else {
-        left.integer = integer_arithmetic(op, left.integer, right.integer);
-      }
-      return true;
-    }
-    const double a = as_double(left);
-    const double b = as_double(right);
-    left.type = kIniFloat;
-    if (op == Kind::kModulo) {
-      report("ERROR: Invalid type of operand on operator '%' in {}.\n", line());
-      left.real = 0.0;
-    } else if (divides && b == 0.0) {
-      report("ERROR: Divided by zero in {}.\n", line());
-    } else {
-      left.real = float_arithmetic(op, a, b);
-    }
-    return true;
+  Waiting take_waiting() {
+    Waiting waiting = std::move(waiting_.back());
+    waiting_.pop_back();
+    return waiting;
   }
 
-  void type_error(const ini_token& op) {
-    report("ERROR: Invalid type of operand on operator '{}' in {}.\n", op.text, line());
-  }
-
-  ini_value unary() {
+  Step operand() {
     const std::size_t first = at_;
     while (kind() == Kind::kPlus || kind() == Kind::kMinus || kind() == Kind::kComplement ||
            kind() == Kind::kNot) {
       ++at_;
     }
     const std::size_t operand = at_;
-    ini_value value = primary();
-    for (std::size_t i = operand; i > first; --i) apply_unary(tokens_[i - 1], value);
-    return value;
-  }
-
-  void apply_unary(const ini_token& op, ini_value& value) {
-    if (value.type == kIniString || (value.type == kIniFloat && op.kind == Kind::kComplement)) {
-      type_error(op);
-    } else if (op.kind == Kind::kMinus) {
-      value.integer = integer_arithmetic(Kind::kMinus, 0, value.integer);
-      value.real = -value.real;
-    } else if (op.kind == Kind::kComplement) {
-      value.integer = ~value.integer;
-    } else if (op.kind == Kind::kNot) {
-      value.integer = value.integer == 0;
-      value.real = value.real == 0.0 ? 1.0 : 0.0;
+    switch (kind()) {
+      case Kind::kInt:
+      case Kind::kHex:
+      case Kind::kBin:
+      case Kind::kStr:
+      case Kind::kPrint:
+        ++at_;
+        if (kind() != Kind::kOpenParen) {
+          report("ERROR: There is insufficient '(' in {}.\n", line());
+          value_ = {};
+          break;
+        }
+        [[fallthrough]];
+      case Kind::kOpenParen: {
+        ++at_;
+        Waiting& inside = wait_for(Waiting::For::kInside);
+        inside.place = operand;
+        inside.first_unary = first;
+        return begin_assignment();
+      }
+      default:
+        value_ = simple_operand();
+        break;
     }
+    return end_operand(first, operand);
   }
 
-  ini_value primary() {
+  // The value of an operand is there: what stands behind and in front of it is left to do.
+  Step end_operand(std::size_t first, std::size_t operand) {
+    if (kind() == Kind::kArrow) member(value_);
+    for (std::size_t i = operand; i > first; --i) apply_unary(tokens_[i - 1], value_, line());
+    return Step::kOperandRead;
+  }
+
+  // A literal or the value of an item; of no type, and nothing consumed, if there is neither.
+  ini_value simple_operand() {
     ini_value value;
     switch (kind()) {
       case Kind::kInteger:
@@ -330,22 +328,9 @@ class Evaluator {
           at_ = named->behind;
         }
         break;
-      case Kind::kOpenParen:
-        ++at_;
-        value = assignment();
-        close_paren();
-        break;
-      case Kind::kInt:
-      case Kind::kHex:
-      case Kind::kBin:
-      case Kind::kStr:
-      case Kind::kPrint:
-        value = call();
-        break;
       default:
         break;
     }
-    if (kind() == Kind::kArrow) member(value);
     return value;
   }
 
@@ -362,59 +347,6 @@ class Evaluator {
     }
   }
 
-  ini_value call() {
-    const Kind function = kind();
-    ++at_;
-    if (kind() != Kind::kOpenParen) {
-      report("ERROR: There is insufficient '(' in {}.\n", line());
-      return {};
-    }
-    ++at_;
-    ini_value value = assignment();
-    const std::int32_t line_behind_argument = line();
-    close_paren();
-    switch (function) {
-      case Kind::kInt:
-        value.integer = as_integer(value);
-        value.type = kIniInteger;
-        break;
-      case Kind::kHex:
-        to_digits(value, "hex", line_behind_argument);
-        break;
-      case Kind::kBin:
-        to_digits(value, "bin", line_behind_argument);
-        break;
-      case Kind::kStr:
-        value.text = value_text(value, 10);
-        value.type = kIniString;
-        break;
-      default:
-        print(value);
-        break;
-    }
-    return value;
-  }
-
-  static void print(const ini_value& value) {
-    if (value.type == kIniString) {
-      report("{}", *value.text);
-    } else {
-      report("{}\n",
-             value.type == kIniFloat ? double_to_text(value.real, 10) : std::to_string(value.integer));
-    }
-  }
-
-  static void to_digits(ini_value& value, std::string_view function, std::int32_t line) {
-    if (value.type == kIniFloat || value.type == kIniString) {
-      report("ERROR: Illegal parameter, \"{}( {} )\" in {}.\n", function,
-             value.type == kIniFloat ? "FLOAT" : "STRING", line);
-      return;
-    }
-    const auto bits = static_cast<std::uint64_t>(value.integer);
-    value.text = function == "hex" ? fmt::format("{:X}", bits) : fmt::format("{:b}", bits);
-    value.type = kIniString;
-  }
-
   // `->` and the name behind it, of whatever kind that token is. The left side's string names the section.
   void member(ini_value& value) {
     ++at_;
@@ -427,7 +359,7 @@ class Evaluator {
       report("ERROR: Operator -> left operand is invalid section \"{}\" in {}.\n", *value.text, line());
       return;
     }
-    const ini_item* const item = ini_find_item(store_, *section, token().text);
+    const ini_item* const item = ini_find_item(*section, token().text);
     value = item != nullptr ? value_of(*item) : ini_value{kIniInteger, 0, 0.0, std::nullopt};
     if (kind() != Kind::kEnd) ++at_;
   }
@@ -435,6 +367,10 @@ class Evaluator {
   ini_store& store_;
   const ini_token_list& tokens_;
   std::size_t at_ = 0;
+  std::vector<Waiting> waiting_;  // the innermost last
+  ini_value value_;
+  int loosest_ = 0;  // levels of binary operators that may follow
+  int tightest_ = 0;
   int depth_ = 0;
   std::size_t text_made_ = 0;
 };

@@ -7,13 +7,17 @@
 #include <string>
 #include <variant>
 
-#include "lens/LensFileWriter.h"
 #include "lens/LensLanguage.h"
 #include "lens/LensParameters.h"
 #include "lens/LensReport.h"
+#include "lens/LensTextWriter.h"
 #include "lens/RigModel.h"
 
 namespace twintrue {
+
+// What files that are written hold of two values that no rig does.
+inline constexpr double kWrittenAlpha = 0.625;
+inline constexpr double kWrittenBeta = 0.125;
 
 // A key and the member of the same name. Tables of keys are in the order in which files hold them.
 template <typename Parameters>
@@ -43,7 +47,7 @@ void read_keys(ini_store& store, Parameters& parameters, const Keys& keys) {
 }
 
 template <typename Parameters, typename Keys>
-void write_keys(LensFileWriter& writer, const Parameters& parameters, const Keys& keys) {
+void write_keys(LensTextWriter& writer, const Parameters& parameters, const Keys& keys) {
   for (const LensKey<Parameters>& key : keys) {
     std::visit([&](auto member) { writer.write(key.name, parameters.*member); }, key.member);
   }

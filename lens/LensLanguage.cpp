@@ -5,10 +5,12 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <new>
 #include <optional>
+#include <system_error>
 
+#include "base/Saturate.h"
+#include "base/WholeFile.h"
 #include "lens/LensEvaluator.h"
 #include "lens/LensNumbers.h"
 #include "lens/LensReport.h"
@@ -17,7 +19,7 @@
 namespace twintrue {
 namespace {
 
-constexpr long kMaxFileSize = 4L << 20;
+constexpr std::size_t kMaxFileBytes = std::size_t{4} << 20;
 
 char fold(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
@@ -32,23 +34,12 @@ decltype(auto) with_enough_memory(Body&& body) {
   }
 }
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 // All bytes of the file, or nothing.
 std::optional<std::string> read_bytes(const std::string& path) {
-  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file || std::fseek(file.get(), 0, SEEK_END) != 0) return std::nullopt;
-  const long size = std::ftell(file.get());
-  if (size < 0 || std::fseek(file.get(), 0, SEEK_SET) != 0) return std::nullopt;
-  if (size > kMaxFileSize) {
-    report("ERROR: Not enough memory.\n");
-    return std::nullopt;
-  }
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
-  if (std::ferror(file.get())) return std::nullopt;
+  std::string bytes;
+  const std::error_code error = read_whole_file(path, kMaxFileBytes, bytes);
+  if (error == std::errc::file_too_large) report("ERROR: Not enough memory.\n");
+  if (error) return std::nullopt;
   return bytes;
 }
 
@@ -75,27 +66,27 @@ ini_section& ini_open_section(ini_store& store, std::string_view name) {
   return with_enough_memory([&]() -> ini_section& {
     if (ini_section* known = ini_find_section(store, name)) return *known;
     ini_section& section = store.sections.emplace_back();
-    section.name = store.section_name_hook(name);
+    section.name = name;
     store.section_index.emplace(section.name, &section);
     return section;
   });
 }
 
 ini_section* ini_find_section(ini_store& store, std::string_view name) {
-  const auto found = store.section_index.find(store.section_name_hook(name));
+  const auto found = store.section_index.find(name);
   return found == store.section_index.end() ? nullptr : found->second;
 }
 
-ini_item* ini_find_item(ini_store& store, ini_section& section, std::string_view name) {
-  const auto found = section.item_index.find(store.item_name_hook(name));
+ini_item* ini_find_item(ini_section& section, std::string_view name) {
+  const auto found = section.item_index.find(name);
   return found == section.item_index.end() ? nullptr : found->second;
 }
 
-ini_item& ini_open_item(ini_store& store, ini_section& section, std::string_view name) {
+ini_item& ini_open_item(ini_section& section, std::string_view name) {
   return with_enough_memory([&]() -> ini_item& {
-    if (ini_item* known = ini_find_item(store, section, name)) return *known;
+    if (ini_item* known = ini_find_item(section, name)) return *known;
     ini_item& item = section.items.emplace_back();
-    item.name = store.item_name_hook(name);
+    item.name = name;
     section.item_index.emplace(item.name, &item);
     return item;
   });
@@ -123,9 +114,8 @@ int ini_load(ini_store& store, const std::string& path) {
 }
 
 std::int32_t ini_get(ini_store& store, std::string_view name) {
-  ini_item* const item = ini_find_item(store, *store.current, name);
+  const ini_item* const item = ini_find_item(*store.current, name);
   if (item == nullptr) return 0;
-  item->used = 1;
   if (item->type == kIniFloat) {
     warn("double", *store.current, *item);
     return truncate_to_int32(text_to_double(item->value));
@@ -135,10 +125,9 @@ std::int32_t ini_get(ini_store& store, std::string_view name) {
 }
 
 double ini_get_double(ini_store& store, std::string_view name) {
-  ini_item* const item = ini_find_item(store, *store.current, name);
+  const ini_item* const item = ini_find_item(*store.current, name);
   if (item == nullptr) return 0.0;
   if (item->type == kIniString) warn("string", *store.current, *item);
-  item->used = 1;
   return text_to_double(item->value);
 }
 

@@ -19,7 +19,6 @@
 // A store and all that hangs on it belong to one thread at a time.
 
 #include <cstdint>
-#include <functional>
 #include <list>
 #include <map>
 #include <string>
@@ -38,7 +37,6 @@ enum IniType : std::int32_t { kIniNone = 0, kIniInteger = 2, kIniFloat = 3, kIni
 // One named value. Whatever the type, the value is kept as text.
 struct ini_item {
   std::string value;
-  std::int32_t used = 0;         // 1 once a reader asked for it
   std::int32_t type = kIniNone;  // kIniNone: named, never assigned
   std::string name;
 };
@@ -51,15 +49,9 @@ struct ini_section {
 
 // Owns its sections; sections own their items. Neither moves in memory while the store lives.
 struct ini_store {
-  using NameHook = std::function<std::string(std::string_view)>;
-
   std::list<ini_section> sections;  // in order of creation
   std::map<std::string_view, ini_section*, IniNameLess> section_index;
-  ini_section* current =
-      nullptr;  // where a statement that names no section puts its items; one of `sections`
-  // Every name passes its hook on its way into a lookup or a new entry.
-  NameHook section_name_hook = [](std::string_view name) { return std::string(name); };
-  NameHook item_name_hook = [](std::string_view name) { return std::string(name); };
+  ini_section* current = nullptr;  // one of `sections`; for items of statements that name no section
 
   ini_store() = default;
   ini_store(const ini_store&) = delete;
@@ -74,11 +66,11 @@ ini_section& ini_open_section(ini_store& store, std::string_view name);
 // The section of that name, or null.
 ini_section* ini_find_section(ini_store& store, std::string_view name);
 
-// The item of that name, or null. Doesn't touch its used flag.
-ini_item* ini_find_item(ini_store& store, ini_section& section, std::string_view name);
+// The item of that name, or null.
+ini_item* ini_find_item(ini_section& section, std::string_view name);
 
 // The item of that name, made empty at the end of the list if there is none.
-ini_item& ini_open_item(ini_store& store, ini_section& section, std::string_view name);
+ini_item& ini_open_item(ini_section& section, std::string_view name);
 
 // Loads one file into the store, behind what it already holds. store.current must be set, and is on return
 // what it was. A path with the ending ".pin", in any case, is unscrambled first.

@@ -29,14 +29,6 @@ class ClassicLocale {
   locale_t locale_;
 };
 
-// Whether the truncated value is an Int. Both bounds are powers of two, so they are exact.
-template <typename Int>
-Int truncate_to(double value) {
-  constexpr double low = static_cast<double>(std::numeric_limits<Int>::min());
-  if (value > low - 1.0 && value < -low) return static_cast<Int>(value);
-  return std::numeric_limits<Int>::min();
-}
-
 }  // namespace
 
 double text_to_double(const std::string& text) {
@@ -66,10 +58,6 @@ std::string double_to_text(double value, int digits) {
       std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed, digits);
   return std::string(buffer.data(), printed.ptr);
 }
-
-std::int32_t truncate_to_int32(double value) { return truncate_to<std::int32_t>(value); }
-
-std::int64_t truncate_to_int64(double value) { return truncate_to<std::int64_t>(value); }
 
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 

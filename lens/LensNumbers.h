@@ -18,10 +18,6 @@ std::int64_t text_to_int64(const std::string& text);
 // As printf does with "%.<digits>f".
 std::string double_to_text(double value, int digits);
 
-// Toward zero. What doesn't fit, NaN included, gives the smallest integer of the type.
-std::int32_t truncate_to_int32(double value);
-std::int64_t truncate_to_int64(double value);
-
 // isspace, isalpha and isdigit of the classic locale, for any byte.
 bool is_space(char c);
 bool is_alpha(char c);

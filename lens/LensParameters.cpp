@@ -1,8 +1,9 @@
 #include "lens/LensParameters.h"
 
-#include <cstddef>
 #include <cstdio>
 
+#include "base/Saturate.h"
+#include "base/WholeFile.h"
 #include "lens/LensKeys.h"
 #include "lens/LensNumbers.h"
 #include "lens/LensParametersV1.h"
@@ -13,17 +14,60 @@ namespace twintrue {
 namespace {
 
 constexpr double kVersionMargin = 1e-5;
-constexpr LensFormatVersions kVersions[] = {
-    {0.0, 0.0, 0.0, "0.0"}, {1.0, 1.0, 1.0, "1.0"}, {2.3, 2.31, 2.31, "2.31"}};
+constexpr const char* kWrittenSection = "OPTRA";
 
-template <typename Parameters>
-std::unique_ptr<LensParameters> read_as(LensFormat format, ini_store& store, const std::string& section) {
-  auto parameters = std::make_unique<Parameters>();
-  parameters->set_format(format, format);
+// How a format is told from its version number.
+struct FormatVersions {
+  LensFormat format;
+  double lowest;
+  double highest;
+};
+constexpr FormatVersions kVersions[] = {{LensFormat::k1, 1.0, 1.0}, {LensFormat::k2, 2.3, 2.31}};
+
+LensFormat format_of(double version) {
+  for (const FormatVersions& range : kVersions) {
+    if (version >= range.lowest - kVersionMargin && version <= range.highest + kVersionMargin) {
+      return range.format;
+    }
+  }
+  return LensFormat::kNone;
+}
+
+// Finds out the format of a section, makes it current and reads it; null if the section is absent or its
+// version keys name no format or two different ones.
+std::unique_ptr<LensParameters> read_parameters(ini_store& store, const std::string& section) {
+  ini_section* const found = ini_find_section(store, section);
+  if (found == nullptr) {
+    std::fputs(fmt::format("ERROR!: Cannot find {} section in ini file.\n", section).c_str(), stderr);
+    return nullptr;
+  }
+  store.current = found;
+
+  LensFormat format = LensFormat::kNone;
+  if (const ini_item* const item = ini_find_item(*found, "format_version")) {
+    // A format's own name is a number within its range, so the names need no comparison of their own.
+    format = format_of(text_to_double(item->value));
+  }
+  const LensFormat other = format_of(ini_get_double(store, "version"));
+  if (format == LensFormat::kNone) {
+    format = other;
+  } else if (other != LensFormat::kNone && other != format) {
+    std::fputs("ERROR!: forma_versionかversionのどちらか一方を記述してください。\n", stderr);
+    return nullptr;
+  }
+
   // A value out of range has printed its message; the caller goes on with what there is.
-  parameters->read(store, section);
-  parameters->set_format(format, format);
-  return parameters;
+  if (format == LensFormat::k1) {
+    auto parameters = std::make_unique<LensParametersV1>();
+    parameters->read(store);
+    return parameters;
+  }
+  if (format == LensFormat::k2) {
+    auto parameters = std::make_unique<LensParametersV2>();
+    parameters->read(store);
+    return parameters;
+  }
+  return nullptr;
 }
 
 bool has_kind(const EyeModel& eye) { return eye.distortion.kind == 1 || eye.distortion.kind == 2; }
@@ -36,7 +80,7 @@ bool read_rig(RigModel& rig, const std::string& path, const std::string& section
     report("ERROR!: Cannot read{}\n", path);
     return false;
   }
-  const std::unique_ptr<LensParameters> parameters = lens_parameters_create(store, section);
+  const std::unique_ptr<LensParameters> parameters = read_parameters(store, section);
   if (!parameters) return false;
   ini_free(store);
   parameters->fill_rig(rig);
@@ -44,60 +88,24 @@ bool read_rig(RigModel& rig, const std::string& path, const std::string& section
 }
 
 template <typename Parameters>
-void dump_rig(const RigModel& rig, const std::string& path) {
-  auto format = static_cast<LensFormat>(rig.left.distortion.kind);
+std::string text_as(const RigModel& rig) {
   Parameters parameters;
-  parameters.set_format(format, format);
   parameters.from_rig(rig);
-  parameters.set_format(format, format);
-  parameters.dump(path, "OPTRA");
+  return parameters.text(kWrittenSection);
+}
+
+std::string text_of(const RigModel& rig) {
+  switch (rig.left.distortion.kind) {
+    case 1:
+      return text_as<LensParametersV1>(rig);
+    case 2:
+      return text_as<LensParametersV2>(rig);
+    default:
+      throw LensModelError("バージョンが不正");
+  }
 }
 
 }  // namespace
-
-const LensFormatVersions& lens_format_versions(LensFormat format) {
-  const auto number = static_cast<std::size_t>(format);
-  return kVersions[number < std::size(kVersions) ? number : 0];
-}
-
-LensFormat match_lens_format(double version) {
-  for (const LensFormat format : {LensFormat::k1, LensFormat::k2}) {
-    const LensFormatVersions& range = lens_format_versions(format);
-    if (version >= range.lowest - kVersionMargin && version <= range.highest + kVersionMargin) return format;
-  }
-  return LensFormat::kNone;
-}
-
-// A format's own name is a number within its range, so the names need no comparison of their own.
-LensFormat match_lens_format(const std::string& version) {
-  return match_lens_format(text_to_double(version));
-}
-
-std::unique_ptr<LensParameters> lens_parameters_create(ini_store& store, const std::string& section) {
-  ini_section* const found = ini_find_section(store, section);
-  if (found == nullptr) {
-    std::fputs(fmt::format("ERROR!: Cannot find {} section in ini file.\n", section).c_str(), stderr);
-    return nullptr;
-  }
-  store.current = found;
-
-  LensFormat format = LensFormat::kNone;
-  if (ini_item* const item = ini_find_item(store, *found, "format_version")) {
-    item->used = 1;
-    format = match_lens_format(item->value);
-  }
-  const LensFormat other = match_lens_format(ini_get_double(store, "version"));
-  if (format == LensFormat::kNone) {
-    format = other;
-  } else if (other != LensFormat::kNone && other != format) {
-    std::fputs("ERROR!: forma_versionかversionのどちらか一方を記述してください。\n", stderr);
-    return nullptr;
-  }
-
-  if (format == LensFormat::k1) return read_as<LensParametersV1>(format, store, section);
-  if (format == LensFormat::k2) return read_as<LensParametersV2>(format, store, section);
-  return nullptr;
-}
 
 int load_lens_description(RigState& rig_state, const std::string& path, const std::string& section) {
   RigModel& rig = rig_state.current;
@@ -116,26 +124,15 @@ int load_lens_description(RigState& rig_state, const std::string& path, const st
 }
 
 bool write_lens_description(const RigModel& rig, const std::string& path) {
-  switch (rig.left.distortion.kind) {
-    case 1:
-      dump_rig<LensParametersV1>(rig, path);
-      return true;
-    case 2:
-      dump_rig<LensParametersV2>(rig, path);
-      return true;
-    default:
-      throw LensModelError("バージョンが不正");
-  }
+  return !write_whole_file(path, text_of(rig));
 }
 
 void read_ideal_height(ini_store& store, std::int32_t& precision_bit, double& lut_max) {
-  if (ini_item* const item = ini_find_item(store, *store.current, "ideal_height_precision_bit")) {
-    item->used = 1;
+  if (const ini_item* const item = ini_find_item(*store.current, "ideal_height_precision_bit")) {
     precision_bit = item->type == kIniFloat ? truncate_to_int32(text_to_double(item->value))
                                             : static_cast<std::int32_t>(text_to_int64(item->value));
   }
-  if (ini_item* const item = ini_find_item(store, *store.current, "ideal_height_lut_max")) {
-    item->used = 1;
+  if (const ini_item* const item = ini_find_item(*store.current, "ideal_height_lut_max")) {
     lut_max = text_to_double(item->value);
   }
 }

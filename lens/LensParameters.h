@@ -19,46 +19,16 @@ namespace twintrue {
 
 enum class LensFormat : std::uint32_t { kNone = 0, k1 = 1, k2 = 2 };
 
-// How a format is told from its version number, and which one it is stored under.
-struct LensFormatVersions {
-  double lowest;
-  double highest;
-  double stored;
-  const char* name;
-};
-
-// The versions of a format; those of kNone for a number that is no format.
-const LensFormatVersions& lens_format_versions(LensFormat format);
-
-// The format that a version number belongs to, with a margin of 1e-5. A text counts as the number at its
-// start.
-LensFormat match_lens_format(double version);
-LensFormat match_lens_format(const std::string& version);
-
 // The values of one lens file, in the units of its format. The members of the two classes carry the names of
 // the file's keys.
 class LensParameters {
  public:
-  virtual LensFormat& get_format(LensFormat& out) const = 0;
-
-  // Makes the object carry a format; a number of no format as kNone.
-  virtual LensFormat& set_format(LensFormat& out, LensFormat in) = 0;
-
-  // Fills a rig, and of it the two eyes alone. Throws LensModelError if `ideal_height_precision_bit` or
-  // `ideal_height_lut_max` ask for an impossible table. Values that read() found fault with are taken as they
-  // are.
+  // Fills a rig. Throws LensModelError if `ideal_height_precision_bit` or `ideal_height_lut_max` ask for an
+  // impossible table. Values that read() found fault with are taken as they are.
   virtual void fill_rig(RigModel& rig) const = 0;
-  virtual void fill_eyes(EyeModel& left, EyeModel& right) const = 0;
-
-  // Writes the values as a lens file of one section. Returns false if the file can't be opened.
-  virtual bool dump(const std::string& path, const std::string& section) const = 0;
 
   virtual ~LensParameters() = default;
 };
-
-// Finds out the format of a section and reads it; null if the section is absent or its version keys name no
-// format or two different ones. Makes the section current.
-std::unique_ptr<LensParameters> lens_parameters_create(ini_store& store, const std::string& section);
 
 // Reads a lens file into rig_state.current and makes rig_state.reference a copy of it. Returns 1, or 0 if the
 // file can't be read or describes no lens: the eyes must not be projected with then. Values out of range
@@ -66,10 +36,10 @@ std::unique_ptr<LensParameters> lens_parameters_create(ini_store& store, const s
 // record half filled.
 int load_lens_description(RigState& rig_state, const std::string& path, const std::string& section);
 
-// Writes a rig as a lens file of the format that its left eye remembers. Returns true, also if the file could
-// not be written; an old file of that name is then still whole. What the rig doesn't hold comes out as a
-// constant or zero; the table's fineness is left out, so a reader takes the defaults. A path with the ending
-// ".pin" can't be read back. Throws LensModelError if the eyes were never filled.
+// Writes a rig as a lens file of the format that its left eye remembers. What the rig doesn't hold comes out
+// as a constant or zero; the table's fineness is left out, so a reader takes the defaults. Returns whether
+// the file was written; an old file of that name stays whole if not. A path with the ending ".pin" can't be
+// read back. Throws LensModelError if the eyes were never filled.
 bool write_lens_description(const RigModel& rig, const std::string& path);
 
 }  // namespace twintrue

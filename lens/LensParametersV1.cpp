@@ -61,9 +61,8 @@ constexpr LensKey<P> kKeys[] = {
 
 }  // namespace
 
-bool LensParametersV1::read(ini_store& store, const std::string& section) {
-  store.current = ini_find_section(store, section);
-  report("format_version: {}\n", format_version);
+bool LensParametersV1::read(ini_store& store) {
+  report("format_version: {}\n", kFormatVersion);
   read_keys(store, *this, kKeys);
   read_ideal_height(store, ideal_height_precision_bit, ideal_height_lut_max);
   return check_positive("input_width", input_width) && check_positive("input_height", input_height) &&
@@ -134,8 +133,8 @@ void LensParametersV1::fill_rig(RigModel& rig) const {
 }
 
 void LensParametersV1::from_rig(const RigModel& rig) {
-  alpha = 0.625;
-  beta = 0.125;
+  alpha = kWrittenAlpha;
+  beta = kWrittenBeta;
   separate_x = static_cast<std::int32_t>(std::lround(rig.output_width * 0.5));
   baseline = rig.baseline;
   output_width = rig.output_width;
@@ -183,23 +182,12 @@ void LensParametersV1::from_rig(const RigModel& rig) {
   right_eye_y0 = widths * right.offset_y;
 }
 
-bool LensParametersV1::dump(const std::string& path, const std::string& section) const {
-  LensFileWriter writer(path);
-  if (!writer.is_open()) return false;
+std::string LensParametersV1::text(const std::string& section) const {
+  LensTextWriter writer;
   writer.write_section(section);
-  writer.write("format_version", format_version);
+  writer.write("format_version", std::string(kFormatVersion));
   write_keys(writer, *this, kKeys);
-  writer.close();
-  return true;
-}
-
-LensFormat& LensParametersV1::get_format(LensFormat& out) const {
-  return out = match_lens_format(format_version);
-}
-
-LensFormat& LensParametersV1::set_format(LensFormat& out, LensFormat in) {
-  format_version = lens_format_versions(in).name;
-  return out = in;
+  return writer.take();
 }
 
 }  // namespace twintrue

@@ -10,7 +10,8 @@ namespace twintrue {
 // Format 1: millimetres, radians, ratios.
 class LensParametersV1 : public LensParameters {
  public:
-  std::string format_version;
+  static constexpr const char* kFormatVersion = "1.0";
+
   std::int32_t input_width = 0;  // the whole frame, pixels
   std::int32_t input_height = 0;
   std::int32_t output_width = 0;
@@ -59,18 +60,20 @@ class LensParametersV1 : public LensParameters {
   std::int32_t ideal_height_precision_bit = 12;
   double ideal_height_lut_max = 1.12;
 
-  // Reads all keys of a section, which exists, and makes it current. Returns false, after the message of the
-  // first one, if values are out of range.
-  bool read(ini_store& store, const std::string& section);
+  // Reads all keys of the current section. Returns false, after the message of the first one, if values are
+  // out of range.
+  bool read(ini_store& store);
 
   // The inverse of fill_rig(), as far as the rig holds what the file does.
   void from_rig(const RigModel& rig);
 
-  LensFormat& get_format(LensFormat& out) const override;
-  LensFormat& set_format(LensFormat& out, LensFormat in) override;
   void fill_rig(RigModel& rig) const override;
-  void fill_eyes(EyeModel& left, EyeModel& right) const override;
-  bool dump(const std::string& path, const std::string& section) const override;
+
+  // The values as a lens file of one section.
+  std::string text(const std::string& section) const;
+
+ private:
+  void fill_eyes(EyeModel& left, EyeModel& right) const;
 };
 
 }  // namespace twintrue

@@ -13,8 +13,19 @@ using P = LensParametersV2;
 
 constexpr double kRadians = 1.7453292519943296e-5;          // in a thousandth of a degree
 constexpr double kThousandthsOfDegree = 57295.77951308232;  // in a radian
+constexpr double kDegrees = 0.001;                          // in a thousandth of a degree
+constexpr double kThousandths = 1000.0;                     // in one
+constexpr double kMillimetres = 1e-6;                       // in a nanometre
+constexpr double kNanometres = 1e6;                         // in a millimetre
 constexpr double kShiftUnit = 2e-9;
+constexpr double kShiftUnits = 5e8;              // in 1
 constexpr double kMagnifyUnit = 6.103515625e-5;  // 1 / 16384
+constexpr double kMagnifyUnits = 16384.0;        // in 1
+
+// What a diameter in nanometres per thousandth of a degree is times 90 degrees, in millimetres and from the
+// centre, and its inverse.
+constexpr double kRightAngle = 0.09;
+constexpr double kOneOverRightAngle = 11.111111111111112;
 
 constexpr LensKey<P> kKeys[] = {
     {"PIX_input_width", &P::PIX_input_width},
@@ -86,10 +97,8 @@ constexpr LensKey<P> kLastKeys[] = {
 
 }  // namespace
 
-bool LensParametersV2::read(ini_store& store, const std::string& section) {
-  store.current = ini_find_section(store, section);
+bool LensParametersV2::read(ini_store& store) {
   read_keys(store, *this, kKeys);
-  derive_fixed_point();
   read_ideal_height(store, ideal_height_precision_bit, ideal_height_lut_max);
   read_keys(store, *this, kLastKeys);
   // Where the picture is parted is half of `output_width`, which is above 0 as soon as that is.
@@ -108,27 +117,6 @@ bool LensParametersV2::read(ini_store& store, const std::string& section) {
   return true;
 }
 
-void LensParametersV2::derive_fixed_point() {
-  step_x = truncate_to_int32(16384.0 / output_width);
-  step_y = truncate_to_int32(-8192.0 / output_height);
-  left_cos_roll = truncate_to_int32(4096.0 * std::cos(-left_eye_roll));
-  left_sin_roll = truncate_to_int32(4096.0 * std::sin(-left_eye_roll));
-  left_cos_lambda = truncate_to_int32(4096.0 * std::cos(left_eye_lambda));
-  left_sin_lambda = truncate_to_int32(4096.0 * std::sin(left_eye_lambda));
-  left_cos_psi = truncate_to_int32(4096.0 * std::cos(left_eye_psi));
-  left_sin_psi = truncate_to_int32(4096.0 * std::sin(left_eye_psi));
-  left_inv_magnify_h = truncate_to_int32(4096.0 / left_eye_magnify_h);
-  left_inv_magnify_v = truncate_to_int32(4096.0 / left_eye_magnify_v);
-  right_cos_roll = truncate_to_int32(4096.0 * std::cos(-right_eye_roll));
-  right_sin_roll = truncate_to_int32(4096.0 * std::sin(-right_eye_roll));
-  right_cos_lambda = truncate_to_int32(4096.0 * std::cos(right_eye_lambda));
-  right_sin_lambda = truncate_to_int32(4096.0 * std::sin(right_eye_lambda));
-  right_cos_psi = truncate_to_int32(4096.0 * std::cos(right_eye_psi));
-  right_sin_psi = truncate_to_int32(4096.0 * std::sin(right_eye_psi));
-  right_inv_magnify_h = truncate_to_int32(4096.0 / right_eye_magnify_h);
-  right_inv_magnify_v = truncate_to_int32(4096.0 / right_eye_magnify_v);
-}
-
 void LensParametersV2::fill_eyes(EyeModel& left, EyeModel& right) const {
   fill_commons(left, right,
                {LensFormat::k2,
@@ -143,8 +131,8 @@ void LensParametersV2::fill_eyes(EyeModel& left, EyeModel& right) const {
   const double height = PIX_input_height;
   const double px_per_nm = width / AOV_input_width;
   for (EyeModel* eye : {&left, &right}) {
-    eye->scale = 0.09 / FOV * img_c_diameter * (1e6 / (AOV_input_width / width));
-    eye->fov_degrees = FOV * 0.001;
+    eye->scale = kRightAngle / FOV * img_c_diameter * (kNanometres / (AOV_input_width / width));
+    eye->fov_degrees = FOV * kDegrees;
   }
 
   left.lambda = left_eye_lambda * kRadians;
@@ -181,17 +169,17 @@ void LensParametersV2::fill_rig(RigModel& rig) const {
   rig.output_height = output_height;
   rig.input_width = PIX_input_width;
   rig.input_height = PIX_input_height;
-  rig.sensor_pitch = AOV_input_width / PIX_input_width * 1e-6;
-  rig.circle_distance = (left_img_c_center_X - right_img_c_center_X) * 1e-6;
-  rig.circle_radius = img_c_diameter * 0.09 / FOV;
+  rig.sensor_pitch = AOV_input_width / PIX_input_width * kMillimetres;
+  rig.circle_distance = (left_img_c_center_X - right_img_c_center_X) * kMillimetres;
+  rig.circle_radius = img_c_diameter * kRightAngle / FOV;
   eye_update_rotation(rig.left);
   eye_update_rotation(rig.right);
   rig_update_positions(rig);
 }
 
 void LensParametersV2::from_rig(const RigModel& rig) {
-  alpha = 0.625;
-  beta = 0.125;
+  alpha = kWrittenAlpha;
+  beta = kWrittenBeta;
   baseline = rig.baseline;
   output_width = rig.output_width;
   output_height = rig.output_height;
@@ -199,27 +187,27 @@ void LensParametersV2::from_rig(const RigModel& rig) {
   PIX_input_height = rig.input_height;
   const double width = rig.input_width;
   const double height = rig.input_height;
-  AOV_input_width = width * rig.sensor_pitch * 1e6;
-  AOV_input_height = height * rig.sensor_pitch * 1e6;
-  const double pitch_mm = AOV_input_width / width * 1e-6;
-  FOV = rig.left.fov_degrees * 1000.0;
-  img_c_diameter = rig.circle_radius * 11.111111111111112 * FOV;
+  AOV_input_width = width * rig.sensor_pitch * kNanometres;
+  AOV_input_height = height * rig.sensor_pitch * kNanometres;
+  const double pitch_mm = AOV_input_width / width * kMillimetres;
+  FOV = rig.left.fov_degrees * kThousandths;
+  img_c_diameter = rig.circle_radius * kOneOverRightAngle * FOV;
 
   const EyeModel& left = rig.left;
   left_eye_lambda = left.lambda * kThousandthsOfDegree;
   left_eye_psi = left.psi * kThousandthsOfDegree;
   left_eye_roll = left.roll * kThousandthsOfDegree;
-  left_eye_shift_x = left.shift_x * 5e8;
-  left_eye_shift_y = left.shift_y * 5e8;
+  left_eye_shift_x = left.shift_x * kShiftUnits;
+  left_eye_shift_y = left.shift_y * kShiftUnits;
   left_eye_translate_x = left.translate[0];
   left_eye_translate_y = left.translate[1];
   left_eye_translate_z = left.translate[2];
-  left_eye_magnify_v = left.magnify_v * 16384.0;
-  left_eye_magnify_h = left.magnify_h * 16384.0;
-  left_eye_x0 = pitch_mm * left.offset_x * 1e6;
-  left_eye_y0 = pitch_mm * left.offset_y * 1e6;
-  left_img_c_center_X = (left.center_x - width * 0.5) * pitch_mm * 1e6;
-  left_img_c_center_Y = (height * 0.5 - left.center_y) * pitch_mm * 1e6;
+  left_eye_magnify_v = left.magnify_v * kMagnifyUnits;
+  left_eye_magnify_h = left.magnify_h * kMagnifyUnits;
+  left_eye_x0 = pitch_mm * left.offset_x * kNanometres;
+  left_eye_y0 = pitch_mm * left.offset_y * kNanometres;
+  left_img_c_center_X = (left.center_x - width * 0.5) * pitch_mm * kNanometres;
+  left_img_c_center_Y = (height * 0.5 - left.center_y) * pitch_mm * kNanometres;
   distortion_coeff1 = left.distortion.coeff[0];
   distortion_coeff2 = left.distortion.coeff[1];
   distortion_coeff3 = left.distortion.coeff[2];
@@ -231,38 +219,27 @@ void LensParametersV2::from_rig(const RigModel& rig) {
   right_eye_lambda = right.lambda * kThousandthsOfDegree;
   right_eye_psi = right.psi * kThousandthsOfDegree;
   right_eye_roll = right.roll * kThousandthsOfDegree;
-  right_eye_shift_x = right.shift_x * 5e8;
-  right_eye_shift_y = right.shift_y * 5e8;
+  right_eye_shift_x = right.shift_x * kShiftUnits;
+  right_eye_shift_y = right.shift_y * kShiftUnits;
   right_eye_translate_x = right.translate[0];
   right_eye_translate_y = right.translate[1];
   right_eye_translate_z = right.translate[2];
-  right_eye_magnify_v = right.magnify_v * 16384.0;
-  right_eye_magnify_h = right.magnify_h * 16384.0;
-  right_eye_x0 = pitch_mm * right.offset_x * 1e6;
-  right_eye_y0 = pitch_mm * right.offset_y * 1e6;
-  right_img_c_center_X = (right.center_x - width * 0.5) * pitch_mm * 1e6;
-  right_img_c_center_Y = (height * 0.5 - right.center_y) * pitch_mm * 1e6;
+  right_eye_magnify_v = right.magnify_v * kMagnifyUnits;
+  right_eye_magnify_h = right.magnify_h * kMagnifyUnits;
+  right_eye_x0 = pitch_mm * right.offset_x * kNanometres;
+  right_eye_y0 = pitch_mm * right.offset_y * kNanometres;
+  right_img_c_center_X = (right.center_x - width * 0.5) * pitch_mm * kNanometres;
+  right_img_c_center_Y = (height * 0.5 - right.center_y) * pitch_mm * kNanometres;
 }
 
-bool LensParametersV2::dump(const std::string& path, const std::string& section) const {
-  LensFileWriter writer(path);
-  if (!writer.is_open()) return false;
+std::string LensParametersV2::text(const std::string& section) const {
+  LensTextWriter writer;
   writer.write_section(section);
   write_keys(writer, *this, kKeys);
-  writer.write("version", version);
+  writer.write("version", kVersion);
   writer.write("separate_x", output_width * 0.5);
   write_keys(writer, *this, kLastKeys);
-  writer.close();
-  return true;
-}
-
-LensFormat& LensParametersV2::get_format(LensFormat& out) const {
-  return out = match_lens_format(double_to_text(version, 0));
-}
-
-LensFormat& LensParametersV2::set_format(LensFormat& out, LensFormat in) {
-  version = text_to_double(lens_format_versions(in).name);
-  return out = in;
+  return writer.take();
 }
 
 }  // namespace twintrue

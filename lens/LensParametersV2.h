@@ -10,6 +10,8 @@ namespace twintrue {
 // Format 2: integers of the sensor's side.
 class LensParametersV2 : public LensParameters {
  public:
+  static constexpr double kVersion = 2.31;  // of files that are written
+
   std::int32_t PIX_input_width = 0;  // the whole frame, pixels
   std::int32_t PIX_input_height = 0;
   std::int32_t output_width = 0;
@@ -65,28 +67,6 @@ class LensParametersV2 : public LensParameters {
   double is_psi = 0.0;
   double is_roll = 0.0;
 
-  // The form in which a fixed-point consumer of the file takes some of the values: factors times 4096, the
-  // angles as the bare numbers of the file. Worked out by read(), not written, not used here.
-  std::int32_t step_x = 0;
-  std::int32_t step_y = 0;
-  std::int32_t left_cos_roll = 0;
-  std::int32_t left_sin_roll = 0;
-  std::int32_t left_cos_lambda = 0;
-  std::int32_t left_sin_lambda = 0;
-  std::int32_t left_cos_psi = 0;
-  std::int32_t left_sin_psi = 0;
-  std::int32_t left_inv_magnify_h = 0;
-  std::int32_t left_inv_magnify_v = 0;
-  std::int32_t right_cos_roll = 0;
-  std::int32_t right_sin_roll = 0;
-  std::int32_t right_cos_lambda = 0;
-  std::int32_t right_sin_lambda = 0;
-  std::int32_t right_cos_psi = 0;
-  std::int32_t right_sin_psi = 0;
-  std::int32_t right_inv_magnify_h = 0;
-  std::int32_t right_inv_magnify_v = 0;
-
-  double version = 0.0;
   std::int32_t ideal_height_precision_bit = 12;
   double ideal_height_lut_max = 1.12;
   double right_eye_translate_x = 0.0;  // kept and written back, but both eyes take the left eye's
@@ -97,22 +77,20 @@ class LensParametersV2 : public LensParameters {
   double left_eye_translate_z = 0.0;
   double baseline = 0.06;  // metres
 
-  // Reads all keys of a section, which exists, and makes it current. Returns false, after the message of the
-  // first one, if values are out of range.
-  bool read(ini_store& store, const std::string& section);
+  // Reads all keys of the current section. Returns false, after the message of the first one, if values are
+  // out of range.
+  bool read(ini_store& store);
 
   // The inverse of fill_rig(), as far as the rig holds what the file does.
   void from_rig(const RigModel& rig);
 
-  // Always kNone: the version number is matched without its digits behind the point.
-  LensFormat& get_format(LensFormat& out) const override;
-  LensFormat& set_format(LensFormat& out, LensFormat in) override;
   void fill_rig(RigModel& rig) const override;
-  void fill_eyes(EyeModel& left, EyeModel& right) const override;
-  bool dump(const std::string& path, const std::string& section) const override;
+
+  // The values as a lens file of one section.
+  std::string text(const std::string& section) const;
 
  private:
-  void derive_fixed_point();
+  void fill_eyes(EyeModel& left, EyeModel& right) const;
 };
 
 }  // namespace twintrue

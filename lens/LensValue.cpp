@@ -1,5 +1,6 @@
 #include "lens/LensValue.h"
 
+#include "base/Saturate.h"
 #include "lens/LensNumbers.h"
 
 namespace twintrue {

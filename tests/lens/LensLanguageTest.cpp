@@ -3,19 +3,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <locale.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "lens/LensNumbers.h"
+#include "support/SmallStack.h"
 #include "support/TempDir.h"
 
 namespace twintrue {
@@ -290,9 +289,6 @@ TEST_F(Language, ReadersConvertAndWarn) {
             "WARNNING: ini_get() read string item @default.big\n"
             "WARNNING: ini_get() read double item @default.far\n"
             "WARNNING: ini_get() read string item @default.s\n");
-  EXPECT_EQ(ini_find_item(store, *store.current, "f")->used, 1);
-  load("f = 1;");
-  EXPECT_EQ(ini_find_item(store, *store.current, "f")->used, 0);
 }
 
 TEST_F(Language, StoreAddsUpOverLoads) {
@@ -303,13 +299,6 @@ TEST_F(Language, StoreAddsUpOverLoads) {
   EXPECT_EQ(store.sections.size(), 2u);
   ini_free(store);
   EXPECT_EQ(ini_find_section(store, "a"), nullptr);
-}
-
-TEST_F(Language, NamesPassTheirHooks) {
-  store.section_name_hook = [](std::string_view name) { return "s" + std::string(name); };
-  store.item_name_hook = [](std::string_view name) { return "i" + std::string(name); };
-  EXPECT_EQ(load("[a] x = 1; x = 2;").content, "sa.ix 2 2\n");
-  EXPECT_NE(ini_find_item(store, *ini_find_section(store, "a"), "x"), nullptr);
 }
 
 TEST_F(Language, ScrambledFiles) {
@@ -323,12 +312,6 @@ TEST_F(Language, ScrambledFiles) {
   std::string zeros(8, '\0');
   pin_scramble(zeros);
   EXPECT_EQ(zeros, "\xfb\x5d\xc4\xa2\xfc\x66\xbd\xa4");
-  std::string all_bytes;
-  for (int i = 0; i < 1024; ++i) all_bytes += static_cast<char>(i * 7);
-  std::string twice = all_bytes;
-  pin_scramble(twice);
-  pin_scramble(twice);
-  EXPECT_EQ(twice, all_bytes);
 
   EXPECT_EQ(load_file(dir.write("lens.pin.txt", "b.y = 1;")).content, "a.x 2 42\nb.y 2 1\n");
   EXPECT_EQ(load_file(dir.write("empty.pin", "")).result, 1);
@@ -340,6 +323,7 @@ TEST_F(Language, UnreadableFiles) {
   EXPECT_EQ(loaded.result, 0);
   EXPECT_EQ(loaded.output, "ERROR: Cannot read the \"" + missing + "\".\n");
   EXPECT_EQ(load_file(dir.path().string()).result, 0);
+  EXPECT_EQ(load_file("/proc/self/mem").result, 0) << "a read error is no end of the file";
 
   const std::string large = dir.write("large.lens", std::string((4u << 20) + 1, ';'));
   loaded = load_file(large);
@@ -359,26 +343,16 @@ TEST_F(Language, HostileFilesEnd) {
   EXPECT_NE(load("d = " + repeated("(", 1001) + "7" + repeated(")", 1001) + ";").output, "");
   EXPECT_EQ(ini_get(store, "d"), 0);
 
-  for (const char* nested :
-       {"1||1&&1|1^1&1==1<1<<1+1*(", "print(1 + ", "1 ? ", "a = ", "1 ? 1 : ", "- ! ~ "}) {
-    EXPECT_EQ(load("x = " + repeated(nested, 20000)).result, 1) << nested;
-  }
+  // No level takes stack.
+  testing_support::on_small_stack([&] {
+    for (const char* nested :
+         {"1||1&&1|1^1&1==1<1<<1+1*(", "print(1 + ", "1 ? ", "a = ", "1 ? 1 : ", "- ! ~ "}) {
+      EXPECT_EQ(load("x = " + repeated(nested, 20000)).result, 1) << nested;
+    }
+  });
   const Loaded doubling = load("s = \"0123456789abcdef\";" + repeated("s = s + s;", 100));
   EXPECT_EQ(doubling.result, 0);
   EXPECT_EQ(doubling.output, "ERROR: Not enough memory.\n");
-}
-
-TEST(LensLanguageDeathTest, EndOfMemoryEndsTheProcess) {
-  const TempDir dir;
-  const std::string path = dir.write("x.lens", "x = 1;");
-  ini_store store;
-  store.current = &ini_open_section(store, "@default");
-  store.item_name_hook = [](std::string_view) -> std::string { throw std::bad_alloc(); };
-  const auto load = [&] {
-    dup2(STDERR_FILENO, STDOUT_FILENO);  // the message goes to standard output, the matcher reads the other
-    ini_load(store, path);
-  };
-  EXPECT_EXIT(load(), testing::ExitedWithCode(1), "ERROR: Not enough memory.\n");
 }
 
 // Numbers don't follow the locale of the host program.
@@ -414,12 +388,6 @@ TEST(LensNumbers, AgreeWithTheLibraryInTheClassicLocale) {
       EXPECT_EQ(double_to_text(value, digits), expected);
     }
   }
-  EXPECT_EQ(truncate_to_int32(2147483647.9), 2147483647);
-  EXPECT_EQ(truncate_to_int32(-2147483648.9), std::numeric_limits<std::int32_t>::min());
-  EXPECT_EQ(truncate_to_int32(2147483648.0), std::numeric_limits<std::int32_t>::min());
-  EXPECT_EQ(truncate_to_int64(std::nan("")), std::numeric_limits<std::int64_t>::min());
-  EXPECT_EQ(truncate_to_int64(-9223372036854775808.0), std::numeric_limits<std::int64_t>::min());
-  EXPECT_EQ(truncate_to_int64(9223372036854774784.0), 9223372036854774784);
 }
 
 }  // namespace

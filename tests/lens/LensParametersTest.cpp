@@ -13,8 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "lens/LensParametersV1.h"
-#include "lens/LensParametersV2.h"
 #include "support/TempDir.h"
 
 namespace twintrue {
@@ -334,10 +332,6 @@ TEST(LensParameters, OnlyTheFirstBadValueShows) {
     const std::string head = c.text == kFormat1 ? "format_version: 1.0\n" : "";
     EXPECT_EQ(loaded.output, head + c.message);
   }
-  EXPECT_FALSE(rig_is_usable(load(with(kFormat1, "input_width = 0;")).state));
-  EXPECT_FALSE(rig_is_usable(load(with(kFormat1, "input_width = 65537;")).state));
-  EXPECT_FALSE(rig_is_usable(load(with(kFormat1, "left_eye_shift_x = \"inf\";")).state));
-  EXPECT_FALSE(rig_is_usable(load(with(kFormat1, "distortion_coeff3 = \"nan\";")).state));
   EXPECT_FALSE(rig_is_usable(load(with(kFormat2, "FOV = 0;")).state));
   EXPECT_FALSE(rig_is_usable(load(with(kFormat2, "AOV_input_width = 0;")).state));
 }
@@ -383,46 +377,6 @@ TEST(LensParameters, SizeOfTheTable) {
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();
   }
-}
-
-TEST(LensParameters, FormatOfAnObject) {
-  LensParametersV1 first;
-  LensParametersV2 second;
-  LensFormat format = LensFormat::kNone;
-  EXPECT_EQ(first.get_format(format), LensFormat::kNone);
-  EXPECT_EQ(&first.set_format(format, LensFormat::k1), &format);
-  EXPECT_EQ(format, LensFormat::k1);
-  EXPECT_EQ(first.format_version, "1.0");
-  EXPECT_EQ(first.get_format(format), LensFormat::k1);
-  second.set_format(format, LensFormat::k2);
-  EXPECT_EQ(second.version, 2.31);
-  EXPECT_EQ(second.get_format(format), LensFormat::kNone);
-  second.set_format(format, static_cast<LensFormat>(3));
-  EXPECT_EQ(second.version, 0.0);
-}
-
-TEST(LensParametersV2, FixedPointForm) {
-  ini_store store;
-  ini_section& section = ini_open_section(store, "OPTRA");
-  store.current = &section;
-  const TempDir dir;
-  testing::internal::CaptureStdout();
-  ini_load(store,
-           dir.write("fixed.lens",
-                     "output_width = 1000; output_height = 1000; left_eye_roll = 2.0; left_eye_lambda = 1.0;"
-                     "left_eye_magnify_v = 16384.0; right_eye_magnify_h = 8192.0;"));
-  LensParametersV2 parameters;
-  EXPECT_FALSE(parameters.read(store, "optra"));
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ(parameters.step_x, 16);
-  EXPECT_EQ(parameters.step_y, -8);
-  EXPECT_EQ(parameters.left_cos_roll, std::trunc(4096 * std::cos(2.0)));
-  EXPECT_EQ(parameters.left_sin_roll, std::trunc(-4096 * std::sin(2.0)));
-  EXPECT_EQ(parameters.left_sin_lambda, std::trunc(4096 * std::sin(1.0)));
-  EXPECT_EQ(parameters.right_cos_psi, 4096);
-  EXPECT_EQ(parameters.left_inv_magnify_v, 0);
-  // An absent magnification divides by zero.
-  EXPECT_EQ(parameters.left_inv_magnify_h, INT32_MIN);
 }
 
 class WrittenFile : public testing::TestWithParam<const char*> {};
@@ -508,11 +462,9 @@ TEST_P(WrittenFile, HoldsAllKeysInOrder) {
   }
 }
 
-TEST(LensFileWriter, FilesThatCannotBeWritten) {
+TEST(LensParameters, FilesThatCannotBeWritten) {
   const RigState state = load(kFormat1).state;
-  EXPECT_TRUE(write_lens_description(state.current, "no/such/folder/out.lens"));
-  LensParametersV1 parameters;
-  EXPECT_FALSE(parameters.dump("no/such/folder/out.lens", "OPTRA"));
+  EXPECT_FALSE(write_lens_description(state.current, "no/such/folder/out.lens"));
   EXPECT_THROW(write_lens_description(RigModel(), "no/such/folder/out.lens"), LensModelError);
 }
 
