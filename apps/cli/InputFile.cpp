@@ -5,10 +5,10 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include "apps/cli/Problem.h"
+#include "base/WholeFile.h"
 
 namespace twintrue::cli {
 namespace fs = std::filesystem;
@@ -45,17 +45,16 @@ void require_readable_file(const NamedPath& input) {
 
 std::string read_text_file(const NamedPath& input, std::size_t largest) {
   require_readable_file(input);
-  std::error_code error;
-  const std::uintmax_t size = fs::file_size(input.path, error);
-  if (!error && size > largest) {
-    fail(input, fmt::format("{} bytes", size), fmt::format("at most {} bytes", largest),
+  std::string text;
+  const std::error_code error = read_whole_file(input.path, largest, text);
+  if (error == std::errc::file_too_large) {
+    fail(input, fmt::format("more than {} bytes", largest), fmt::format("at most {} bytes", largest),
          "name a text file; this one can hardly be one");
   }
-  std::ifstream stream(input.path, std::ios::binary);
-  std::string text(static_cast<std::size_t>(error ? 0 : size), '\0');
-  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (error || !stream)
-    fail(input, "a file that can't be read to its end", "a readable file", "copy it again");
+  if (error) {
+    fail(input, fmt::format("a file that can't be read to its end: {}", error.message()), "a readable file",
+         "copy it again");
+  }
   return text;
 }
 

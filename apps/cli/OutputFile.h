@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/WholeFile.h"
+
 namespace twintrue::cli {
 
 // A path of the command line with the name of its option or argument.
@@ -18,27 +20,27 @@ struct NamedPath {
 // target, be it there or not, stays as it is.
 class OutputFile {
  public:
-  // Picks a fresh temporary name in the target's folder and tries whether a file can be made there; leaves
-  // none. A target that is a symbolic link stands for what it points to. Throws Failure (usage) if the folder
-  // is missing or not writable, if the target exists and is no regular file, or if it is one of `taken`.
+  // Makes an empty file in the target's folder. A target that is a symbolic link stands for what it points
+  // to. Throws Failure (usage) if the folder is missing or not writable, if the target exists and is
+  // protected or no regular file, or if it is one of `taken`.
   OutputFile(const NamedPath& target, const std::vector<NamedPath>& taken);
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
-  // Removes the temporary file if there still is one.
-  ~OutputFile();
 
-  const std::filesystem::path& temporary() const { return temporary_; }
-  const std::filesystem::path& target() const { return target_; }
+  // A path by which others can write or read the file, which is open already: no link that is planted in its
+  // place leads them elsewhere. What is written to this path goes into the file at once, with no file beside
+  // it. Throws Failure (other) where the system has no such paths.
+  std::filesystem::path temporary() const;
+  const std::filesystem::path& target() const { return file_.target(); }
 
-  // Writes the whole temporary file. Throws Failure (other).
-  void write(const std::string& bytes) const;
-  // Puts the temporary file on the disk and then in the target's place. Throws Failure (other).
+  // Makes `bytes` all that the file holds. Throws Failure (other).
+  void write(const std::string& bytes);
+  // Puts the file on the disk and then in the target's place. Throws Failure (other).
   void commit();
 
  private:
+  std::string where() const;
+
   std::string name_;
-  std::filesystem::path target_;
-  std::filesystem::path temporary_;
+  AtomicFile file_;
 };
 
 // Throws Failure (usage) for a name that ends in .pin, whatever the case: such files are read as scrambled,

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <string_view>
 
@@ -25,6 +26,12 @@ void open_document(const SettingsSource& source, ParamDocument& document) {
   std::string reason = "the reader refused it";
   try {
     if (param_document_open(document, source.path())) return;
+    // The library keeps to itself what is wrong with a text.
+    if (!source.is_file()) Yaml::parse_text(document.root, source.path().data(), source.path().size());
+  } catch (const std::filesystem::filesystem_error& error) {
+    throw Failure(ExitCode::kInputUnreadable,
+                  Problem{fmt::format("PARAMS: {}", source.name()), error.code().message(),
+                          "a file that can be read to its end", "copy it again"});
   } catch (const std::exception& error) {
     reason = error.what();
   }

@@ -1,16 +1,12 @@
 #include "apps/cli/SettingsSource.h"
 
 #include <fmt/format.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 
 #include "apps/cli/InputFile.h"
-#include "apps/cli/Problem.h"
 
 namespace twintrue::cli {
 namespace {
@@ -84,10 +80,6 @@ SettingsSource::SettingsSource(const std::optional<std::string>& params) {
 
 SettingsSource::SettingsSource(const Preset& preset) { hold_preset(preset); }
 
-SettingsSource::~SettingsSource() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
-
 std::string SettingsSource::at_line(std::optional<int> line) const {
   return line ? fmt::format("{}:{}", name_, *line) : name_;
 }
@@ -99,21 +91,7 @@ void SettingsSource::hold_preset(const Preset& preset) {
 
 void SettingsSource::hold_text(const std::string& text) {
   lines_ = std::make_unique<KeyLines>(text);
-  descriptor_ = memfd_create("twintrue-settings", MFD_CLOEXEC);
-  bool good = descriptor_ >= 0;
-  for (std::size_t done = 0; good && done < text.size();) {
-    const ssize_t count = ::write(descriptor_, text.data() + done, text.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    good = count > 0;
-    if (good) done += static_cast<std::size_t>(count);
-  }
-  path_ = fmt::format("/proc/self/fd/{}", descriptor_);
-  if (good && access(path_.c_str(), R_OK) == 0) return;
-  const std::string reason = std::generic_category().message(errno);
-  if (descriptor_ >= 0) close(descriptor_);
-  throw Failure(ExitCode::kOther,
-                Problem{name_, fmt::format("the settings can't be handed on: {}", reason), "a mounted /proc",
-                        "write the settings to a file and name it with --params"});
+  path_ = text;
 }
 
 }  // namespace twintrue::cli

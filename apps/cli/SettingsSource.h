@@ -25,8 +25,7 @@ class KeyLines {
   std::map<std::vector<std::string>, int> lines_;
 };
 
-// Settings that calib() and the loaders can read by path(). What is no file of the person's own is held in a
-// nameless file of the process, since a name for the text itself may be longer than the system takes.
+// Settings that calib() and the loaders take by path(): a file's path, or the text itself.
 class SettingsSource {
  public:
   // `params` as given on the command line: a file's path, or a text of more than one line if no file of that
@@ -35,8 +34,8 @@ class SettingsSource {
   explicit SettingsSource(const Preset& preset);
   SettingsSource(const SettingsSource&) = delete;
   SettingsSource& operator=(const SettingsSource&) = delete;
-  ~SettingsSource();
 
+  // What to hand to them.
   const std::string& path() const { return path_; }
   // How messages name it: the path, "PARAMS text" or "built-in preset NAME".
   const std::string& name() const { return name_; }
@@ -53,7 +52,6 @@ class SettingsSource {
   std::string path_;
   std::string name_;
   bool is_file_ = false;
-  int descriptor_ = -1;
   std::unique_ptr<KeyLines> lines_;
 };
 

@@ -6,6 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "apps/cli/OutputFile.h"
+#include "apps/cli/Problem.h"
 #include "cli/Fixtures.h"
 #include "cli/ProgramRun.h"
 
@@ -117,6 +119,21 @@ TEST_F(Output, ReplacesAnOldFileAndTheTargetOfALink) {
   EXPECT_TRUE(fs::is_symlink(dir.file("link.lens")));
   EXPECT_THAT(read_file(target), HasSubstr("[OPTRA]"));
   EXPECT_THAT(names_in(dir.path() / "sub"), ElementsAre("target.lens"));
+}
+
+// Whoever can write to the folder may put a link in the place of a file that is being written.
+TEST_F(Output, ALinkInTheFilesPlaceLeadsNowhere) {
+  const std::string victim = dir.write("victim", "precious");
+  fs::create_directory(dir.path() / "shared");
+  twintrue::cli::OutputFile file({"--json", dir.file("shared/result.json")}, {});
+  for (const fs::path& made : fs::directory_iterator(dir.path() / "shared")) {
+    fs::remove(made);
+    fs::create_symlink(victim, made);
+  }
+  file.write("{}");
+  EXPECT_THROW(file.commit(), twintrue::cli::Failure);
+  EXPECT_EQ(read_file(victim), "precious");
+  EXPECT_FALSE(fs::exists(dir.path() / "shared/result.json"));
 }
 
 TEST_F(Output, JsonTellsOfFailures) {
