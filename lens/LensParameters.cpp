@@ -14,6 +14,7 @@ namespace twintrue {
 namespace {
 
 constexpr double kVersionMargin = 1e-5;
+constexpr int kDigitsOfMessages = 6;  // behind the point
 constexpr const char* kWrittenSection = "OPTRA";
 
 // How a format is told from its version number.
@@ -145,7 +146,7 @@ bool check_positive(const char* name, std::int32_t value) {
 
 bool check_positive(const char* name, double value) {
   if (value > 0.0) return true;
-  report("{} is invalid parameter: {} \n", name, double_to_text(value, 6));
+  report("{} is invalid parameter: {} \n", name, double_to_text(value, kDigitsOfMessages));
   return false;
 }
 

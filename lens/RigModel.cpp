@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <initializer_list>
+#include <limits>
 
 #include "base/ParallelEach.h"
 
@@ -24,6 +25,7 @@ constexpr double kMaxTableSize = 67108864.0;
 // The value is the double next above 0.01.
 constexpr double kStepRatio = 0.010000000000000002;
 constexpr double kSolverTolerance = 1e-14;
+constexpr double kStepShrink = 0.1;  // at each crossing
 constexpr int kMaxSolverSteps = 10000;
 
 // Steps that the search may take for a whole table, about a second of work. A table of the usual fineness
@@ -62,7 +64,7 @@ std::int32_t checked_table_size(const LensDistortion& distortion) {
 double solve_inverse(const LensDistortion& distortion, double y, double smallest_step,
                      std::int64_t& steps) noexcept {
   double x = y;
-  double last = -1e300;
+  double last = std::numeric_limits<double>::quiet_NaN();  // equal to nothing
   double step = std::max(y * kStepRatio, smallest_step);
   bool above = false;
   for (int i = 0; i < kMaxSolverSteps; ++i, ++steps) {
@@ -71,10 +73,10 @@ double solve_inverse(const LensDistortion& distortion, double y, double smallest
     last = d;
     if (d < y + kSolverTolerance && d > y - kSolverTolerance) break;
     if (d >= y && !above) {
-      step *= 0.1;
+      step *= kStepShrink;
       above = true;
     } else if (d < y && above) {
-      step *= 0.1;
+      step *= kStepShrink;
       above = false;
     }
     const double next = d >= y ? x - step : x + step;

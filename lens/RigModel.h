@@ -115,7 +115,6 @@ struct RigState {
   std::int32_t half_width = 0;
   std::int32_t frame_width = 0;
   std::int32_t frame_height = 0;
-  std::int32_t reserved = 0;
   double circle_radius_px = 0.0;  // current.circle_radius in pixels
 
   RigState() = default;

@@ -316,7 +316,6 @@ TEST(RigState, PosesAreRelativeToTheReference) {
 
 TEST(RigState, ACopyStartsAnewFromTheCurrentModel) {
   RigState state = filled_state();
-  state.reserved = 7;
   rig_apply_pose(state, kPose);
   RigState assigned;
   assigned = state;
@@ -335,7 +334,6 @@ TEST(RigState, ACopyStartsAnewFromTheCurrentModel) {
     EXPECT_EQ(copy.half_width, 1024);
     EXPECT_EQ(copy.frame_width, 2048);
     EXPECT_EQ(copy.frame_height, 1024);
-    EXPECT_EQ(copy.reserved, 0);
     EXPECT_EQ(copy.circle_radius_px, 16.0);
   }
 }
