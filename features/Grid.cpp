@@ -11,11 +11,6 @@
 namespace fpu {
 namespace {
 
-// Keypoint slots of a whole frame. Stores make every slot, some two hundred bytes for the whole stage, so a
-// file could ask for more memory than a machine has. No frame has more keypoints than pixels; a small one may
-// have slots to spare.
-constexpr std::int64_t kAlwaysGrantedSlots = std::int64_t{1} << 20;
-constexpr std::int64_t kMaxSlots = std::int64_t{1} << 24;
 constexpr std::int64_t kMaxInt = std::numeric_limits<std::int32_t>::max();
 
 // One direction of the raster, in pixels and cells.
@@ -119,9 +114,7 @@ bool Grid::load(twintrue::ParamDocument& document, std::int32_t minMargin) {
   const std::int64_t area = std::int64_t{vert_cell_size} * horz_cell_size;
   if (cells > kMaxInt || area > kMaxInt) return false;
   const std::int64_t slots = cells == 0 ? 0 : num_kps_in_cell * cells;
-  const std::int64_t granted =
-      std::clamp(std::int64_t{frameWidth} * frameHeight, kAlwaysGrantedSlots, kMaxSlots);
-  if (std::max(slots, -slots) > granted) return false;
+  if (std::max(slots, -slots) > kMaxKeypointSlots) return false;
   max_num_kps_in_frame = static_cast<std::int32_t>(slots);
   return true;
 }

@@ -10,6 +10,10 @@
 
 namespace fpu {
 
+// Keypoint slots that a frame may have, its cells all counted. Stores make every slot, some two hundred bytes
+// for the whole stage, so a file could ask for more memory than a machine has.
+inline constexpr std::int64_t kMaxKeypointSlots = std::int64_t{1} << 26;
+
 // Read access to a grid. Cells are numbered row by row from 0. Thread-safety: read only after the load.
 struct GridIF {
   virtual std::int32_t numVertCells() const = 0;  // cell rows
@@ -48,8 +52,8 @@ class Grid final : public GridIF {
  public:
   // Reads the section `grid` (and one key of `RENO`). frameWidth and frameHeight must be set before;
   // minMargin is the least margin in pixels on all sides. False if the section is missing, or the raster
-  // can't be laid: a cell size below 1, a negative cell count, an area that leaves the image, more keypoint
-  // slots than pixels in the frame and than a million, or than 16 million. A raster without cells is legal.
+  // can't be laid: a cell size below 1, a negative cell count, an area that leaves the image, more than
+  // kMaxKeypointSlots. A raster without cells is legal.
   // Looking keys up adds them to the document's tree.
   bool load(twintrue::ParamDocument& document, std::int32_t minMargin);
 

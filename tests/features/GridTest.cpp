@@ -111,7 +111,9 @@ TEST(GridTest, CapacityComesFromTheGridOrTheLevels) {
       {"", "[1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,7,7,7,7,7]", true, 20, 1, 1},
       {"", "12", true, 30, 30, 0},
       {"", "[2147483647, 2147483647]", false, 0, 0, 0},
-      // More slots than any picture fills.
+      // Eight cells hold 2^26 slots.
+      {"  num_kps_in_cell: 8388608\n", "", true, 8388608, 8388608, 0},
+      {"  num_kps_in_cell: 8388609\n", "", false, 0, 0, 0},
       {"  num_kps_in_cell: 2000000000\n", "", false, 0, 0, 0},
   };
   for (const auto& test : cases) {
