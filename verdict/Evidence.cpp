@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 #include <optional>
+#include <utility>
 
 namespace twintrue {
 namespace {
@@ -99,6 +100,20 @@ double fitting_share(const PairView& view, const std::vector<RayMatch>& matches)
   return share(fitting, static_cast<std::int64_t>(matches.size()));
 }
 
+double exchanged_share(const PairView& view, const std::vector<RayMatch>& matches) {
+  constexpr double kReferenceWidth = 2048.0;
+  constexpr double kRoughly = 12.0;  // pixels of a frame of that width: some 2 degrees, as lenses are off
+  const double near = kRoughly * view.rig().frame_width / kReferenceWidth;
+  std::int64_t count = 0;
+  for (RayMatch match : matches) {
+    std::swap(match.x_a, match.x_b);
+    std::swap(match.y_a, match.y_b);
+    const RayPair pair = view.look(match);
+    if (pair.seen && std::abs(pair.across) < near && pair.parallax > 0.0) ++count;
+  }
+  return share(count, static_cast<std::int64_t>(matches.size()));
+}
+
 }  // namespace
 
 Evidence gather_evidence(const CalibContext& context, const RigState& rig,
@@ -108,6 +123,7 @@ Evidence gather_evidence(const CalibContext& context, const RigState& rig,
   PairView view(rig);
   view.put(CalibResult{});
   evidence.before = fitting_share(view, matches);
+  evidence.exchanged = exchanged_share(view, matches);
   view.put(result);
 
   std::array<Part, 3> rings;

@@ -33,6 +33,9 @@ struct Evidence {
   double noise = 0.0;    // robust standard deviation of the disparity across of those within 4, pixels
   double unmoved = 0.0;  // share of the matches at the very same pixel of both halves
   double behind = 0.0;   // share of the fitting ones whose rays meet clearly behind the rig
+  // Share of the matches that come near the lens file as it is, their rays meeting before the rig, if each
+  // half is taken for the other eye's picture.
+  double exchanged = 0.0;
   double parallax_spread = 0.0;           // from the 10th to the 90th percentile of the fitting ones, pixels
   double coverage = 0.0;                  // share of the picture's fields that hold fitting matches
   std::array<PartEvidence, 3> rings;      // from the middle outward, 30 degrees each

@@ -12,6 +12,9 @@
 
 namespace twintrue {
 
+// Key of the reason that stands alone, since all else that is wrong follows from it.
+inline constexpr const char* kExchangedHalves = "exchanged_halves";
+
 struct VerdictReason {
   std::string key;    // for programs
   std::string found;  // a sentence

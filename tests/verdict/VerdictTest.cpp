@@ -149,11 +149,11 @@ TEST(Verdict, TellsTrueResultsFromFalseOnes) {
            match.y_b = match.y_a;
          }
        }},
-      {"halves exchanged",
+      {"each eye in the place of the other",
        Outcome::kNotCalibrated,
        {"behind"},
        [](Matches& matches, CalibResult&) {
-         // Eyes without errors, and circles about the middle of each half: nothing else tells.
+         // Each picture still lies about the circle of its half, so that nothing else tells.
          matches = make_matches(CalibResult{}, {.count = 2000, .noise_px = 0.3});
          constexpr auto kAcross = static_cast<float>(2.0 * testing_support::kCircleX - kFrameWidth / 2);
          for (RayMatch& match : matches) {
@@ -163,6 +163,22 @@ TEST(Verdict, TellsTrueResultsFromFalseOnes) {
            match.x_b += kAcross;
          }
        }},
+      {"halves exchanged",
+       Outcome::kNotCalibrated,
+       {"exchanged_halves"},
+       [](Matches& matches, CalibResult&) {
+         for (RayMatch& match : matches) {
+           std::swap(match.x_a, match.x_b);
+           std::swap(match.y_a, match.y_b);
+         }
+       }},
+      {"partners drawn at random",
+       Outcome::kNotCalibrated,
+       {"misfit", "poor_cover"},
+       [](Matches& matches, CalibResult&) {
+         for (std::size_t i = 0; i < matches.size(); ++i)
+           matches[i].y_b += static_cast<float>(i * 37 % 121) - 60.0f;
+       }},
       {"no match at all",
        Outcome::kNotCalibrated,
        {"misfit", "poor_cover"},
@@ -171,7 +187,7 @@ TEST(Verdict, TellsTrueResultsFromFalseOnes) {
   for (const Case& one : cases) {
     Matches matches = good_matches();
     CalibResult pose = some_truth();
-    if (std::string(one.name) == "halves exchanged") pose = CalibResult{};
+    if (std::string(one.name) == "each eye in the place of the other") pose = CalibResult{};
     one.spoil(matches, pose);
     const Verdict verdict = judge_evidence(evidence_of(matches, pose), kFrameWidth);
     std::vector<std::string> keys;
@@ -179,6 +195,10 @@ TEST(Verdict, TellsTrueResultsFromFalseOnes) {
     EXPECT_EQ(verdict.outcome, one.outcome) << one.name << ": " << testing::PrintToString(keys);
     for (const std::string& key : one.keys) EXPECT_THAT(keys, Contains(key)) << one.name;
     EXPECT_EQ(verdict.outcome == Verdict::Outcome::kCalibrated, keys.empty()) << one.name;
+    // It explains all else, and nothing else is taken for it.
+    const auto exchanged = std::count(keys.begin(), keys.end(), kExchangedHalves);
+    EXPECT_EQ(exchanged, std::string(one.name).find("exchanged") != std::string::npos) << one.name;
+    EXPECT_TRUE(exchanged == 0 || keys.size() == 1U) << one.name;
   }
 }
 
