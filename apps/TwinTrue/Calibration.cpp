@@ -13,8 +13,9 @@
 namespace twintrue {
 namespace {
 
-// What a run takes of the stack: a lens file or a parameter file nested as deep as its language allows needs most
-// of it. Hosts' worker threads often have less. A build that checks its own memory takes many times that.
+// What a run takes of the stack: a lens file or a parameter file nested as deep as its language allows needs
+// most of it. Hosts' worker threads often have less. A build that checks its own memory takes many times
+// that.
 #if defined(TWINTRUE_CHECKED_MEMORY)
 constexpr std::size_t kRunStack = std::size_t{64} << 20;
 #else

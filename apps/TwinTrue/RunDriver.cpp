@@ -138,22 +138,25 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   RunObserver nobody;
   RunObserver& watcher = observer != nullptr ? *observer : nobody;
   const CountTest test(*context, cells);
+  const auto goes_on = [&](std::int32_t count, const char* message) {
+    return test.passes(count, message) || ignore_thresholds;
+  };
   // The picture goes as soon as both halves have been looked at: the search needs room for its rays.
   const std::int32_t left_count = detect_half(halves.left, left);
   halves.left = {};
-  bool enough = test.passes(left_count, kFewLeftKeypoints);
+  bool enough = goes_on(left_count, kFewLeftKeypoints);
   watcher.on_keypoints(true, left_count, enough);
-  if (!enough && !ignore_thresholds) return TWINTRUE_TOO_FEW_MATCHES;
+  if (!enough) return TWINTRUE_TOO_FEW_MATCHES;
   const std::int32_t right_count = detect_half(halves.right, right);
   halves.right = {};
   frame = {};
-  enough = test.passes(right_count, kFewRightKeypoints);
+  enough = goes_on(right_count, kFewRightKeypoints);
   watcher.on_keypoints(false, right_count, enough);
-  if (!enough && !ignore_thresholds) return TWINTRUE_TOO_FEW_MATCHES;
+  if (!enough) return TWINTRUE_TOO_FEW_MATCHES;
   const std::int32_t records = fpu::match_frames(left, right, &match_set, false);
-  enough = test.passes(records, kFewMatches);
+  enough = goes_on(records, kFewMatches);
   watcher.on_records(records, enough);
-  if (!enough && !ignore_thresholds) return TWINTRUE_TOO_FEW_MATCHES;
+  if (!enough) return TWINTRUE_TOO_FEW_MATCHES;
 
   std::vector<RayMatch> matches;
   if (records > 0) matches = accepted_matches(match_set);

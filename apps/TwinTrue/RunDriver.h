@@ -30,8 +30,8 @@ struct RunPaths {
 class RunObserver {
  public:
   virtual ~RunObserver() = default;
-  // After each of the counts that a run looks at; `enough` as its test says, whatever follows from it. The
-  // left half of the frame is the right eye's picture.
+  // After the test of a count; `enough` tells whether the run goes on with it. The left half of the frame is
+  // the right eye's picture.
   virtual void on_keypoints([[maybe_unused]] bool left_half, [[maybe_unused]] std::int32_t count,
                             [[maybe_unused]] bool enough) {}
   virtual void on_records([[maybe_unused]] std::int32_t count, [[maybe_unused]] bool enough) {}

@@ -76,6 +76,26 @@ std::string ChatterCapture::finish() {
   return text;
 }
 
+MessagesToErrors::MessagesToErrors() {
+  std::cout.flush();
+  // Unbuffered from here on, so that messages keep their order with those of standard error.
+  std::fflush(stdout);
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
+  saved_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+  if (saved_ < 0 || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+    const int error = errno;
+    if (saved_ >= 0) close(saved_);
+    throw std::system_error(error, std::generic_category(), "redirecting standard output");
+  }
+}
+
+MessagesToErrors::~MessagesToErrors() {
+  std::cout.flush();
+  std::fflush(stdout);
+  dup2(saved_, STDOUT_FILENO);
+  close(saved_);
+}
+
 void open_missing_standard_streams() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) >= 0) continue;

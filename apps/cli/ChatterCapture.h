@@ -35,6 +35,19 @@ class ChatterCapture {
   std::vector<Saved> saved_;
 };
 
+// While the object lives, what the process writes to standard output goes to standard error, byte for byte
+// and in order with what goes there anyway. Make one at a time, from one thread. Throws std::system_error.
+class MessagesToErrors {
+ public:
+  MessagesToErrors();
+  MessagesToErrors(const MessagesToErrors&) = delete;
+  MessagesToErrors& operator=(const MessagesToErrors&) = delete;
+  ~MessagesToErrors();
+
+ private:
+  int saved_ = -1;
+};
+
 // Opens the null device on whichever of the descriptors 0, 1 and 2 the caller left closed, lest a file that
 // the program opens land there.
 void open_missing_standard_streams();

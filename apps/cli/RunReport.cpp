@@ -3,12 +3,9 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <numbers>
 #include <string_view>
-
-#include "apps/TwinTrue/RunDriver.h"
 
 namespace twintrue::cli {
 namespace {
@@ -16,39 +13,28 @@ namespace {
 constexpr double kDegreesPerRadian = 180.0 / std::numbers::pi;
 constexpr double kNotReached = -1.0;  // what calib() leaves in a number that it did not work out
 
-// The number that the library put into the message's place for it, if it printed the message.
-std::optional<std::int64_t> count_in(std::string_view chatter, std::string_view message) {
-  const std::string_view words = message.substr(0, message.find('{'));
-  const std::size_t start = chatter.find(words);
-  if (start == std::string_view::npos) return std::nullopt;
-  const char* const first = chatter.data() + start + words.size();
-  std::int64_t count = 0;
-  const auto [end, error] = std::from_chars(first, chatter.data() + chatter.size(), count);
-  if (error != std::errc{}) return std::nullopt;
-  return count;
-}
-
 std::optional<double> reached(double value) {
   return value == kNotReached ? std::nullopt : std::optional<double>(value);
 }
 
-std::string few(std::int64_t count, const RunReport& report) {
+std::string few(std::optional<std::int32_t> count, const RunReport& report) {
   const double wanted =
       std::ceil(report.settings.detection_ratio_th * static_cast<double>(report.settings.places()));
-  return fmt::format("{} where {:.0f} are wanted", count, wanted);
+  return fmt::format("{} where {:.0f} are wanted", count.value_or(0), wanted);
 }
 
 std::string too_few_found(const RunReport& report) {
-  if (report.few_left_keypoints) {
-    return fmt::format("Too few keypoints in the left half (right eye): {}.",
-                       few(*report.few_left_keypoints, report));
-  }
-  if (report.few_right_keypoints) {
-    return fmt::format("Too few keypoints in the right half (left eye): {}.",
-                       few(*report.few_right_keypoints, report));
-  }
-  if (report.few_matches) {
-    return fmt::format("Too few matches between the two halves: {}.", few(*report.few_matches, report));
+  switch (report.counts.few) {
+    case RunCounts::Few::kLeftHalf:
+      return fmt::format("Too few keypoints in the left half (right eye): {}.",
+                         few(report.counts.left_half_keypoints, report));
+    case RunCounts::Few::kRightHalf:
+      return fmt::format("Too few keypoints in the right half (left eye): {}.",
+                         few(report.counts.right_half_keypoints, report));
+    case RunCounts::Few::kRecords:
+      return fmt::format("Too few matches between the two halves: {}.", few(report.counts.records, report));
+    case RunCounts::Few::kNone:
+      break;
   }
   return fmt::format(
       "Too few good matches: they fill {:.0f} % of the wanted places, and {:.0f} % are needed.",
@@ -71,6 +57,11 @@ VerdictReason reason_of_status(const RunReport& report) {
       return {"error", fmt::format("The calibration ended with status {} before the search.", report.status),
               "Run again with -v to see what the library says."};
   }
+}
+
+// A reason that the status, too, follows from.
+bool has_one_cause(const Verdict& verdict) {
+  return !verdict.reasons.empty() && verdict.reasons.front().key == kExchangedHalves;
 }
 
 std::string file_note(const RunReport& report) {
@@ -116,8 +107,8 @@ std::string fixed_to(double deviation, double prior, bool is_angle) {
 std::string corrections_table(const RunReport& report) {
   struct Row {
     const char* label;
-    double right;
-    double left;
+    double right_eye;
+    double left_eye;
     bool is_angle;
   };
   const CalibResult& r = report.result;
@@ -132,10 +123,10 @@ std::string corrections_table(const RunReport& report) {
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const Row& row = rows[i];
     if (row.is_angle) {
-      out += fmt::format("  {:<15}{:>+10.4f} deg{:>+14.4f} deg", row.label, row.right * kDegreesPerRadian,
-                         row.left * kDegreesPerRadian);
+      out += fmt::format("  {:<15}{:>+10.4f} deg{:>+14.4f} deg", row.label, row.right_eye * kDegreesPerRadian,
+                         row.left_eye * kDegreesPerRadian);
     } else {
-      out += fmt::format("  {:<15}{:>+10.3f} px {:>+14.3f} px ", row.label, row.right, row.left);
+      out += fmt::format("  {:<15}{:>+10.3f} px {:>+14.3f} px ", row.label, row.right_eye, row.left_eye);
     }
     if (report.evidence) {
       const PoseFit& fit = report.evidence->fit;
@@ -180,6 +171,8 @@ std::string folded(std::string_view text, std::string_view indent = "") {
 
 }  // namespace
 
+bool RunReport::has_pose() const { return result.error16 != kNotReached; }
+
 std::optional<bool> Measure::passed() const {
   if (!value || rule == Rule::kNone) return std::nullopt;
   return rule == Rule::kAtLeast ? *value >= threshold : *value < threshold;
@@ -190,7 +183,7 @@ Verdict verdict_of(const RunReport& report) {
   if (report.evidence) verdict = judge_evidence(*report.evidence, report.frame_width);
   if (report.status != TWINTRUE_CALIBRATED) {
     verdict.outcome = Verdict::Outcome::kNotCalibrated;
-    verdict.reasons.insert(verdict.reasons.begin(), reason_of_status(report));
+    if (!has_one_cause(verdict)) verdict.reasons.insert(verdict.reasons.begin(), reason_of_status(report));
   }
   return verdict;
 }
@@ -211,15 +204,9 @@ ExitCode exit_code_of(const RunReport& report) {
   }
 }
 
-void read_counts(const std::string& chatter, RunReport& report) {
-  report.few_left_keypoints = count_in(chatter, kFewLeftKeypoints);
-  report.few_right_keypoints = count_in(chatter, kFewRightKeypoints);
-  report.few_matches = count_in(chatter, kFewMatches);
-}
-
 std::vector<Measure> measures_of(const RunReport& report) {
   const CalibResult& result = report.result;
-  const bool searched = result.error16 != kNotReached;
+  const bool searched = report.has_pose();
   return {
       {"detection_ratio", "detection ratio", "", reached(result.detection_ratio), Measure::Rule::kAtLeast,
        report.settings.detection_ratio_th},
@@ -233,11 +220,12 @@ std::vector<Measure> measures_of(const RunReport& report) {
 }
 
 std::string advice_for(const RunReport& report) {
+  const Verdict verdict = verdict_of(report);
   if (report.status != TWINTRUE_CALIBRATED) {
-    const VerdictReason reason = reason_of_status(report);
-    return fmt::format("{} {}{}", reason.found, reason.to_do, file_warning(report));
+    const VerdictReason& first = verdict.reasons.front();
+    return fmt::format("{} {}{}", first.found, first.to_do, file_warning(report));
   }
-  switch (verdict_of(report).outcome) {
+  switch (verdict.outcome) {
     case Verdict::Outcome::kNotCalibrated:
       return fmt::format("Not calibrated: the pose found is not the one of the two eyes.{}",
                          file_warning(report));
@@ -250,9 +238,11 @@ std::string advice_for(const RunReport& report) {
 
 std::string format_table(const RunReport& report) {
   std::string out =
-      fmt::format("frame     {} ({} x {})\nlens      {}\nsettings  {}\n\n", report.frame_path,
+      fmt::format("frame     {} ({} x {})\nlens      {}\nsettings  {}\n", report.frame_path,
                   report.frame_width, report.frame_height, report.lens_path, report.settings_name);
-  if (report.result.error16 != kNotReached) out += corrections_table(report) + "\n";
+  for (const std::string& note : report.notes) out += "note      " + folded(note, "          ");
+  out += "\n";
+  if (report.has_pose()) out += corrections_table(report) + "\n";
   out += fmt::format("{:<17}{:>14}   {:<16}  {}\n", "measure", "found", "wanted", "test");
   for (const Measure& measure : measures_of(report)) {
     std::string line = fmt::format("  {:<15}{:>14}   {:<16}  {}", measure.label, number_of(measure),
@@ -262,7 +252,7 @@ std::string format_table(const RunReport& report) {
   }
   const Verdict verdict = verdict_of(report);
   out += fmt::format("\nverdict   {}\n", words_of(verdict.outcome));
-  // What the status says stands in the advice.
+  // Of a status that rules the result out, the first reason stands in the advice.
   const std::size_t first = report.status == TWINTRUE_CALIBRATED ? 0 : 1;
   for (std::size_t i = first; i < verdict.reasons.size(); ++i) {
     const VerdictReason& reason = verdict.reasons[i];

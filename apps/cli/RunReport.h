@@ -9,12 +9,24 @@
 
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/Problem.h"
-#include "apps/cli/SettingsCheck.h"
+#include "apps/cli/checks/SettingsCheck.h"
 #include "twintrue/calib.h"
 #include "verdict/Evidence.h"
 #include "verdict/Verdict.h"
 
 namespace twintrue::cli {
+
+// What a run counted, as far as it came.
+struct RunCounts {
+  enum class Few { kNone, kLeftHalf, kRightHalf, kRecords };
+  Few few = Few::kNone;  // the count that ended the run
+  // Keypoints by the halves of the frame; the left one is the right eye's picture.
+  std::optional<std::int32_t> left_half_keypoints;
+  std::optional<std::int32_t> right_half_keypoints;
+  std::optional<std::int32_t> records;   // matches between the halves
+  std::optional<std::int32_t> accepted;  // of these
+  std::optional<std::int32_t> searched;  // of these, those that the search had
+};
 
 struct RunReport {
   std::string frame_path;
@@ -27,14 +39,14 @@ struct RunReport {
 
   std::int32_t status = 0;  // of calib()
   CalibResult result{};
-  // Counts that the library reported as too low.
-  std::optional<std::int64_t> few_left_keypoints;
-  std::optional<std::int64_t> few_right_keypoints;
-  std::optional<std::int64_t> few_matches;
+  RunCounts counts;
   std::optional<Evidence> evidence;     // of a search that ended
   std::optional<std::string> out_lens;  // the corrected file, if one was written
-  bool out_lens_wanted = false;
+  std::vector<std::string> notes;       // what the person ought to know of the inputs
   double seconds = 0.0;
+
+  // Whether there is a pose: without a search the result holds zeros.
+  bool has_pose() const;
 };
 
 // One number of the result beside what it has to reach.
@@ -56,9 +68,6 @@ Verdict verdict_of(const RunReport& report);
 
 ExitCode exit_code_of(const RunReport& report);
 
-// Takes the counts from what the library printed.
-void read_counts(const std::string& chatter, RunReport& report);
-
 // Detection ratio, quality, error16 and score, in this order.
 std::vector<Measure> measures_of(const RunReport& report);
 
@@ -68,7 +77,7 @@ std::string advice_for(const RunReport& report);
 std::string format_table(const RunReport& report);
 
 // Number of the JSON's layout; grows when a field changes its meaning or goes.
-inline constexpr int kJsonSchema = 1;
+inline constexpr int kJsonSchema = 2;
 
 std::string format_json(const RunReport& report);
 std::string format_json(const Failure& failure);

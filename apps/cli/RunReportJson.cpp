@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <numbers>
 
@@ -41,8 +42,9 @@ const char* outcome_of(ExitCode code) {
 // JSON knows neither infinity nor what is no number.
 Json number(double value) { return std::isfinite(value) ? Json(value) : Json(nullptr); }
 
-Json eye(double pan, double tilt, double roll, double offset_x, double offset_y) {
+Json eye(bool known, double pan, double tilt, double roll, double offset_x, double offset_y) {
   Json json;
+  if (!known) pan = tilt = roll = offset_x = offset_y = std::numeric_limits<double>::quiet_NaN();
   json["pan_rad"] = number(pan);
   json["tilt_rad"] = number(tilt);
   json["roll_rad"] = number(roll);
@@ -99,6 +101,7 @@ Json evidence_json(const Evidence& evidence) {
   json["coverage"] = number(evidence.coverage);
   json["unmoved_share"] = number(evidence.unmoved);
   json["behind_share"] = number(evidence.behind);
+  json["exchanged_share"] = number(evidence.exchanged);
   json["parallax_spread_px"] = number(evidence.parallax_spread);
   json["expected_error_px"] = number(evidence.fit.expected_error);
   json["search_gap_px"] = number(evidence.fit.gap);
@@ -110,6 +113,15 @@ Json evidence_json(const Evidence& evidence) {
   for (const PartEvidence& quadrant : evidence.quadrants) json["quadrants"].push_back(part(quadrant));
   json["at_limit"] = {{"right_eye", evidence.right_at_limit}, {"left_eye", evidence.left_at_limit}};
   return json;
+}
+
+Json counts_json(const RunCounts& counts) {
+  const auto count = [](std::optional<std::int32_t> value) { return value ? Json(*value) : Json(nullptr); };
+  return {{"left_half_keypoints", count(counts.left_half_keypoints)},
+          {"right_half_keypoints", count(counts.right_half_keypoints)},
+          {"matches", count(counts.records)},
+          {"accepted", count(counts.accepted)},
+          {"searched", count(counts.searched)}};
 }
 
 Json verdict_json(const RunReport& report) {
@@ -140,13 +152,15 @@ std::string format_json(const RunReport& report) {
   json["lens"] = report.lens_path;
   json["settings"] = report.settings_name;
   json["ignore_thresholds"] = report.ignore_thresholds;
+  json["notes"] = report.notes;
   const CalibResult& r = report.result;
   json["corrections"]["right_eye"] =
-      eye(r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y);
+      eye(report.has_pose(), r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y);
   json["corrections"]["left_eye"] =
-      eye(r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
+      eye(report.has_pose(), r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
   for (const Measure& each : measures_of(report)) json["measures"][each.key] = measure(each);
   json["verdict"] = verdict_json(report);
+  json["counts"] = counts_json(report.counts);
   json["grid_cells"] = report.settings.cells;
   json["out_lens"] = report.out_lens ? Json(*report.out_lens) : Json(nullptr);
   json["seconds"] = number(report.seconds);

@@ -3,12 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "apps/cli/LensCheck.h"
+#include <nlohmann/json.hpp>
+
 #include "apps/cli/Problem.h"
-#include "apps/cli/SettingsCheck.h"
 #include "apps/cli/SettingsSource.h"
+#include "apps/cli/checks/LensCheck.h"
+#include "apps/cli/checks/SettingsCheck.h"
 #include "cli/Fixtures.h"
 #include "cli/ProgramRun.h"
+#include "features/FeatureUnit.h"
 
 namespace {
 
@@ -17,6 +20,8 @@ using cli_test::run_program;
 using cli_test::settings_with;
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
+using twintrue::cli::Reach;
 
 class BadInput : public testing::Test {
  protected:
@@ -49,10 +54,15 @@ void expect_all(const std::vector<Case>& cases) {
 
 TEST_F(BadInput, UsageEndsWithTwo) {
   expect_all({
-      {"no command", {}, 2, {"subcommand"}},
-      {"unknown command", {"calibrat"}, 2, {"calibrat"}},
-      {"no lens", {"calibrate", frame}, 2, {"--lens", "required"}},
+      {"no command", {}, 2, {"twintrue: ", "subcommand"}},
+      {"unknown command", {"calibrat"}, 2, {"twintrue: ", "calibrat"}},
+      {"no lens", {"calibrate", frame}, 2, {"twintrue: ", "--lens", "required"}},
       {"unknown option", {"calibrate", frame, "--lens", lens, "--frob"}, 2, {"--frob"}},
+      {"no thread", {"calibrate", frame, "--lens", lens, "--threads", "0"}, 2, {"--threads", "1 to 1024"}},
+      {"many threads",
+       {"inspect", "matches", frame, "--lens", lens, "--threads", "1025"},
+       2,
+       {"--threads", "1 to 1024"}},
   });
 }
 
@@ -101,75 +111,110 @@ TEST_F(BadInput, UnusableLensFilesEndWithFour) {
   });
 }
 
-// Each row spoils the preset in one place. The message names the key, what was found and what to write.
+// Each row spoils the preset in one place. The message names the key, what was found and what to write. A
+// look at the stages before is not refused.
 TEST_F(BadInput, UnusableSettingsEndWithFour) {
   struct Row {
     std::string line;         // of the preset, by its beginning
     std::string replacement;  // "" takes the line out
+    Reach stops;              // how far no run comes with it
     std::vector<std::string> words;
   };
+  constexpr Reach kDetection = Reach::kDetection;
+  constexpr Reach kMatching = Reach::kMatching;
+  constexpr Reach kSearch = Reach::kSearch;
+  constexpr Reach kResult = Reach::kResult;
   const std::vector<Row> rows{
-      {"  mode: 28", "  mode: 27", {"section `calib`", "`mode`", "27", "write `mode: 28`"}},
-      {"  mode: 28", "", {"section `calib`", "`mode`", "4 (the key is not given", "28"}},
+      {"  mode: 28", "  mode: 27", kSearch, {"section `calib`", "`mode`", "27", "write `mode: 28`"}},
+      {"  mode: 28", "", kSearch, {"section `calib`", "`mode`", "4 (the key is not given", "28"}},
       {"  score_weight_mode: 1",
        "  score_weight_mode: [1, 14]",
+       kSearch,
        {"`score_weight_mode`", "14", "level 1", "0 to 13"}},
-      {"  score_weight_mode_last: 1", "  score_weight_mode_last: -1", {"`score_weight_mode_last`", "-1"}},
-      {"  sigma: [", "", {"`sigma`", "level 0", "above 0"}},
-      {"  num_levels: 19", "  num_levels: 21", {"`num_levels`", "21", "at most 20"}},
-      {"  knn: 1", "  knn: 4", {"`knn`", "4"}},
-      {"  rank_last: 1", "  rank_last: 10", {"`rank_last`", "10", "0 to 9"}},
+      {"  score_weight_mode_last: 1",
+       "  score_weight_mode_last: -1",
+       kSearch,
+       {"`score_weight_mode_last`", "-1"}},
+      {"  sigma: [", "", kResult, {"`sigma`", "level 0", "above 0"}},
+      {"  num_levels: 19", "  num_levels: 21", kSearch, {"`num_levels`", "21", "at most 20"}},
+      {"  knn: 1", "  knn: 4", kSearch, {"`knn`", "4"}},
+      {"  rank_last: 1", "  rank_last: 10", kSearch, {"`rank_last`", "10", "0 to 9"}},
+      {"  rank_last: 1",
+       "  rank_last: 1\n  score_tbl_size: -1",
+       kSearch,
+       {"`score_tbl_size`", "0 to 16777216"}},
       {"  unit: 0",
        "  unit: 0\n  retry_count: 1",
+       kSearch,
        {"section `calib1`", "no such section", "`retry_count` is 1"}},
-      {"  unit: 0", "  unit: 0\n  retry_count: 20", {"`retry_count`", "20", "0 to 19"}},
-      {"      div: 9", "      div: 100000000", {"section `calib`", "too many candidates"}},
-      {"  out_mode: 2", "  out_mode: 1", {"section `matching`", "`out_mode`", "0 (", "2 ("}},
-      {"  k: 2", "  k: 3", {"`k`", "3", "1 or 2"}},
-      {"  k: 2", "  k: 2\n  penalty_mode: 6", {"`penalty_mode`", "6", "0 to 5, or 7"}},
-      {"  k: 2", "  k: 2\n  dist_ratio_offset: 0", {"`dist_ratio_offset`", "1 or more"}},
-      {"  k: 2", "  k: 2\n  dist_ratio_shift: 32", {"section `matching`", "`dist_ratio_shift` 32"}},
-      {"  score_mode: 12", "  score_mode: 13", {"section `mvc`", "`score_mode`", "13", "0 to 12"}},
-      {"  score_mode: 12", "  score_mode: 12\n  score_mode3: -2", {"`score_mode3`", "-2"}},
-      {"  neighbour_mode: 3", "  neighbour_mode: 3\n  bin_width: 0", {"section `mvc`", "`bin_width`"}},
-      {"  det_type: 6", "  det_type: 8", {"section `RENO`", "`det_type`", "8", "write `det_type: 6`"}},
-      {"  det_type: 6", "", {"`det_type`", "0 (the key is not given", "6"}},
-      {"  det_type: 6", "  det_type: 6\n  desc_image_mode: 1", {"`desc_image_mode`", "1"}},
-      {"  det_type: 6", "  det_type: 6\n  wta_k: 2", {"`wta_k`", "2"}},
-      {"  det_type: 6", "  det_type: 6\n  rnd_mode: 2", {"`rnd_mode`", "0 or 1"}},
-      {"  det_type: 6", "  det_type: 6\n  lpf_bit: 12", {"`lpf_bit`", "12"}},
-      {"  det_type: 6", "  det_type: 6\n  rndSeedMake: seed", {"`rndSeedMake`", "no number"}},
-      {"  nlevels: 1", "  nlevels: 21", {"`nlevels`", "21"}},
-      {"  filter_type: 14", "  filter_type: 24", {"`filter_type`", "24", "0 to 23"}},
-      {"  desc_bits: 256", "  desc_bits: 1024", {"`desc_bits`", "128 bytes"}},
-      {"  patchSize: 25", "  patchSize: 15", {"`patchSize`", "15", "256 bits"}},
-      {"  patchSize: 25", "  patchSize: 0", {"`patchSize`", "0", "1 to 256"}},
-      {"  horz_cell_size: 64", "  horz_cell_size: 0", {"section `grid`", "can't be laid"}},
-      {"  vert_cell_size: 64", "  vert_cell_size: 400", {"section `grid`", "without a cell"}},
-      {"grid:", "gird:", {"section `grid`", "no such section"}},
-      {"vdet:", "vdet0:", {"section `vdet`", "no such section"}},
-      {"calib:", "kalib:", {"section `calib`", "no such section"}},
-      {"  ch_bg: 1", "  ch_bg: 1\n  enabled: 0", {"section `vdet`", "`enabled`", "1"}},
+      {"  unit: 0", "  unit: 0\n  retry_count: 20", kSearch, {"`retry_count`", "20", "0 to 19"}},
+      {"      div: 9", "      div: 100000000", kSearch, {"section `calib`", "too many candidates"}},
+      {"  out_mode: 2", "  out_mode: 1", kDetection, {"section `matching`", "`out_mode`", "0 (", "2 ("}},
+      {"  k: 2", "  k: 3", kMatching, {"`k`", "3", "1 or 2"}},
+      {"  k: 2", "  k: 2\n  penalty_mode: 6", kMatching, {"`penalty_mode`", "6", "0 to 5, or 7"}},
+      {"  k: 2",
+       "  k: 2\n  dist_ratio_shift: 32\n  penalty_rshift: 5",
+       kDetection,
+       {"section `matching`", "`penalty_rshift` 5 and `dist_ratio_shift` 32"}},
+      {"  score_mode: 12", "  score_mode: 13", kMatching, {"section `mvc`", "`score_mode`", "13", "0 to 12"}},
+      {"  score_mode: 12", "  score_mode: 12\n  score_mode3: -2", kMatching, {"`score_mode3`", "-2"}},
+      {"  neighbour_mode: 3",
+       "  neighbour_mode: 3\n  num_matching_in_cell_out: -1",
+       kResult,
+       {"`num_matching_in_cell_out`", "-1"}},
+      {"  neighbour_mode: 3",
+       "  neighbour_mode: 3\n  bin_width: 0",
+       kDetection,
+       {"section `mvc`", "`bin_width`"}},
+      {"  det_type: 6",
+       "  det_type: 8",
+       kDetection,
+       {"section `RENO`", "`det_type`", "8", "write `det_type: 6`"}},
+      {"  det_type: 6", "", kResult, {"`det_type`", "0 (the key is not given", "6"}},
+      {"  det_type: 6", "  det_type: 6\n  desc_image_mode: 1", kDetection, {"`desc_image_mode`", "1"}},
+      {"  det_type: 6", "  det_type: 6\n  wta_k: 2", kDetection, {"`wta_k`", "2"}},
+      {"  det_type: 6", "  det_type: 6\n  rnd_mode: 2", kDetection, {"`rnd_mode`", "0 or 1"}},
+      {"  det_type: 6", "  det_type: 6\n  lpf_bit: 12", kDetection, {"`lpf_bit`", "12"}},
+      {"  det_type: 6", "  det_type: 6\n  rndSeedMake: seed", kDetection, {"`rndSeedMake`", "no number"}},
+      {"  nlevels: 1", "  nlevels: 21", kDetection, {"`nlevels`", "21"}},
+      {"  filter_type: 14", "  filter_type: 24", kDetection, {"`filter_type`", "24", "0 to 23"}},
+      {"  desc_bits: 256", "  desc_bits: 512", kDetection, {"`desc_bits`", "64 bytes", "8 to 504 bits"}},
+      {"  patchSize: 25", "  patchSize: 15", kDetection, {"`patchSize`", "15", "256 bits"}},
+      {"  patchSize: 25", "  patchSize: 0", kDetection, {"`patchSize`", "0", "1 to 256"}},
       {"  num_kps_in_cell: 30",
-       "  num_kps_in_cell 30",
-       {"section `grid`", "text: num_kps_in_cell 30", "colon"}},
-      {"  k: 2", "  k: 2\n k: 1", {"Incorrect offset", "Line "}},
-      {"  num_kps_in_cell: 30", "\tnum_kps_in_cell: 30", {"Tab found", "Line "}},
+       "  num_kps_in_cell: 16777217",
+       kDetection,
+       {"`num_kps_in_cell`", "16777217", "16777216 in 4 cells", "512 x 256 pixels", "16777216` or less"}},
+      {"  horz_cell_size: 64", "  horz_cell_size: 0", kDetection, {"section `grid`", "can't be laid"}},
+      {"  vert_cell_size: 64", "  vert_cell_size: 400", kResult, {"section `grid`", "without a cell"}},
+      {"grid:", "gird:", kDetection, {"section `grid`", "no such section"}},
+      {"vdet:", "vdet0:", kDetection, {"section `vdet`", "no such section"}},
+      {"calib:", "kalib:", kSearch, {"section `calib`", "no such section"}},
+      {"  ch_bg: 1", "  ch_bg: 1\n  enabled: 0", kDetection, {"section `vdet`", "`enabled`", "1"}},
+      {"  k: 2", "  k: 2\n k: 1", kDetection, {"Incorrect offset", "Line "}},
+      {"  num_kps_in_cell: 30", "\tnum_kps_in_cell: 30", kDetection, {"Tab found", "Line "}},
   };
   // In this process, as there are many; TellsTheLineAndAllKeysAtOnce shows that the program asks for it all.
   const twintrue::cli::LensFacts facts = twintrue::cli::check_lens(lens);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.replacement + " for " + row.line);
     const std::string path = dir.write("settings.yaml", settings_with(row.line, row.replacement));
-    try {
-      twintrue::cli::check_settings(twintrue::cli::SettingsSource(path), facts);
-      ADD_FAILURE() << "was taken";
-    } catch (const twintrue::cli::Failure& failure) {
-      EXPECT_EQ(failure.code(), twintrue::cli::ExitCode::kFileUnusable);
-      EXPECT_EQ(failure.problems().size(), 1u) << failure.what();
-      EXPECT_THAT(failure.what(), HasSubstr(path));
-      for (const std::string& word : row.words) EXPECT_THAT(failure.what(), HasSubstr(word));
+    const twintrue::cli::SettingsSource source(path);
+    for (const Reach reach : {Reach::kDetection, Reach::kMatching, Reach::kSearch, Reach::kResult}) {
+      try {
+        twintrue::cli::check_settings(source, facts, reach);
+        EXPECT_LT(reach, row.stops) << "was taken";
+      } catch (const twintrue::cli::Failure& failure) {
+        EXPECT_GE(reach, row.stops) << failure.what();
+        EXPECT_EQ(failure.code(), twintrue::cli::ExitCode::kFileUnusable);
+        EXPECT_EQ(failure.problems().size(), 1u) << failure.what();
+        EXPECT_THAT(failure.what(), HasSubstr(path));
+        for (const std::string& word : row.words) EXPECT_THAT(failure.what(), HasSubstr(word));
+      }
     }
+    if (row.stops == Reach::kDetection) continue;
+    EXPECT_TRUE(fpu::createFeatureUnit(path, facts.view_width(), facts.view_height()))
+        << "what may be looked at can be set up";
   }
 }
 
@@ -185,6 +230,38 @@ TEST_F(BadInput, GoodSettingsPass) {
   EXPECT_EQ(settings.error16_th, 3.0);
   EXPECT_EQ(settings.cells, 2 * 2);  // cells of 64 pixels in 256 without the margins of 40
   EXPECT_EQ(settings.places(), 2 * 2 * 2);
+  EXPECT_EQ(settings.levels, 19);
+  EXPECT_EQ(settings.last_retry, 0);
+
+  // Values that mean something, however unusual.
+  for (const char* line : {"  k: 2\n  dist_ratio_offset: 0", "  k: 2\n  penalty_mode: 7"}) {
+    const twintrue::cli::SettingsSource source(settings_with("  k: 2", line));
+    EXPECT_NO_THROW(twintrue::cli::check_settings(source, facts)) << line;
+  }
+}
+
+TEST_F(BadInput, SectionsWithoutTheirColonsAreToldFirst) {
+  const twintrue::cli::LensFacts facts = twintrue::cli::check_lens(lens);
+  const twintrue::cli::SettingsSource source(settings_with("  num_kps_in_cell: 30", "  num_kps_in_cell 30"));
+  try {
+    twintrue::cli::check_settings(source, facts);
+    ADD_FAILURE() << "was taken";
+  } catch (const twintrue::cli::Failure& failure) {
+    EXPECT_EQ(failure.problems().size(), 1u) << failure.what();
+    EXPECT_THAT(failure.what(), AllOf(HasSubstr("section `grid`"), HasSubstr("text: num_kps_in_cell 30"),
+                                      HasSubstr("colon")));
+  }
+}
+
+// A fault that only finds nothing must not hide one that ends the process.
+TEST_F(BadInput, EachLevelsFaultsAreFound) {
+  const twintrue::cli::LensFacts facts = twintrue::cli::check_lens(lens);
+  const twintrue::cli::SettingsSource source(
+      settings_with("  score_weight_mode: 1", "  score_weight_mode: [1, 1, 14]\n  sigma: [0]"));
+  EXPECT_THROW(twintrue::cli::check_settings(source, facts, Reach::kSearch), twintrue::cli::Failure);
+  EXPECT_THROW(twintrue::cli::check_search_settings(source, facts), twintrue::cli::Failure);
+  const twintrue::cli::SettingsSource idle(settings_with("  mode: 28", "  mode: 28\n  score_tbl_size: 0"));
+  EXPECT_NO_THROW(twintrue::cli::check_search_settings(idle, facts));
 }
 
 TEST_F(BadInput, NoRuleThatCouldAcceptAMatchIsToldOf) {
@@ -221,11 +298,39 @@ TEST_F(BadInput, TakesSettingsAsText) {
 }
 
 TEST_F(BadInput, FeaturelessFramesEndWithFive) {
-  const Outcome outcome = run_program({"calibrate", frame, "--lens", lens, "-o", dir.file("out.lens")});
+  const std::string json_path = dir.file("result.json");
+  const Outcome outcome =
+      run_program({"calibrate", frame, "--lens", lens, "-o", dir.file("out.lens"), "--json", json_path});
   EXPECT_EQ(outcome.exit_code, 5);
   EXPECT_THAT(outcome.out, AllOf(HasSubstr("Too few keypoints in the left half"), HasSubstr("0 where"),
-                                 HasSubstr("--ignore-thresholds"), HasSubstr("not reached")));
+                                 HasSubstr("--ignore-thresholds"), HasSubstr("not reached"),
+                                 Not(HasSubstr("correction"))));
   EXPECT_FALSE(std::filesystem::exists(dir.file("out.lens")));
+  // What is not known is not told as zero.
+  const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+  for (const auto& eye : json.at("corrections")) {
+    EXPECT_EQ(eye.size(), 8u);
+    for (const auto& value : eye) EXPECT_TRUE(value.is_null()) << json;
+  }
+  EXPECT_EQ(json.at("counts"),
+            nlohmann::json::parse(R"({"left_half_keypoints": 0, "right_half_keypoints": null,
+                                  "matches": null, "accepted": null, "searched": null})"));
+}
+
+// Whatever goes wrong once the command line is read stands in the JSON file too.
+TEST_F(BadInput, FailuresAreToldAsJson) {
+  const std::string tab = dir.write("tab.yaml", "grid:\n\tnum_kps_in_cell: 30\n");
+  const std::string json_path = dir.file("result.json");
+  for (const auto& [params, code] :
+       {std::pair{tab, 4}, {std::string("calib:\n  a: \"b\n"), 4}, {lens, 4}, {dir.file("missing"), 3}}) {
+    std::filesystem::remove(json_path);
+    EXPECT_EQ(
+        run_program({"calibrate", frame, "--lens", lens, "--params", params, "--json", json_path}).exit_code,
+        code);
+    const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+    EXPECT_EQ(json.at("exit_code"), code);
+    EXPECT_THAT(json.at("problems").at(0).at("where").get<std::string>(), HasSubstr("PARAMS"));
+  }
 }
 
 TEST_F(BadInput, FailedQualityEndsWithSixAndWritesTheLensFile) {

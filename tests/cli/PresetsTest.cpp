@@ -5,10 +5,10 @@
 
 #include <sstream>
 
-#include "apps/cli/LensCheck.h"
 #include "apps/cli/Preset.h"
-#include "apps/cli/SettingsCheck.h"
 #include "apps/cli/SettingsSource.h"
+#include "apps/cli/checks/LensCheck.h"
+#include "apps/cli/checks/SettingsCheck.h"
 #include "cli/Fixtures.h"
 #include "cli/ProgramRun.h"
 

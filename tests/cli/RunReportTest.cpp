@@ -21,16 +21,17 @@ RunReport report_of(std::int32_t status) {
 }
 
 TEST(RunReport, TellsWhatThereWasTooLittleOf) {
-  const std::vector<std::pair<std::string, std::string>> cases{
-      {"Left image detection is failed(12)\n", "left half (right eye): 12 where 80 are wanted"},
-      {"\nRight image detection is failed(79)\n", "right half (left eye): 79 where 80 are wanted"},
-      {"format_version: 1.0\nMatching is failed(0)\n", "Too few matches between the two halves: 0 where 80"},
-      {"format_version: 1.0\n", "they fill 25 % of the wanted places, and 40 % are needed"},
+  using Few = RunCounts::Few;
+  const std::vector<std::pair<RunCounts, std::string>> cases{
+      {{Few::kLeftHalf, 12, {}, {}, {}, {}}, "left half (right eye): 12 where 80 are wanted"},
+      {{Few::kRightHalf, 90, 79, {}, {}, {}}, "right half (left eye): 79 where 80 are wanted"},
+      {{Few::kRecords, 90, 91, 0, {}, {}}, "Too few matches between the two halves: 0 where 80"},
+      {{Few::kNone, 90, 91, 92, 30, {}}, "they fill 25 % of the wanted places, and 40 % are needed"},
   };
-  for (const auto& [chatter, words] : cases) {
+  for (const auto& [counts, words] : cases) {
     RunReport report = report_of(TWINTRUE_TOO_FEW_MATCHES);
     report.result.detection_ratio = 0.25;
-    read_counts(chatter, report);
+    report.counts = counts;
     EXPECT_THAT(advice_for(report), HasSubstr(words));
     EXPECT_EQ(exit_code_of(report), ExitCode::kTooFewMatches);
   }
@@ -71,6 +72,7 @@ TEST(RunReport, EndsWithTheVerdictOfTheMatches) {
   EXPECT_THAT(good, testing::Not(testing::ContainsRegex("pan[^\n]*not fixed")));
 
   report.evidence->systematic = 3.0;
+  report.evidence->within[1] = 0.6;
   EXPECT_EQ(exit_code_of(report), ExitCode::kQualityFailed);
   const std::string bad = format_table(report);
   EXPECT_THAT(bad, HasSubstr("verdict   not calibrated\n"));
@@ -80,8 +82,16 @@ TEST(RunReport, EndsWithTheVerdictOfTheMatches) {
   EXPECT_EQ(json.at("exit_code"), 6);
   EXPECT_EQ(json.at("calib_status"), 0);
   EXPECT_EQ(json.at("verdict").at("outcome"), "not_calibrated");
-  EXPECT_EQ(json.at("verdict").at("reasons").at(0).at("key"), "systematic");
+  EXPECT_EQ(json.at("verdict").at("reasons").at(1).at("key"), "systematic");
   EXPECT_EQ(json.at("verdict").at("evidence").at("systematic_px"), 3.0);
+
+  // One cause stands alone, also before what the status says.
+  report.evidence->exchanged = 0.9;
+  report.status = TWINTRUE_QUALITY_FAILED;
+  ASSERT_EQ(verdict_of(report).reasons.size(), 1U);
+  EXPECT_EQ(verdict_of(report).reasons[0].key, kExchangedHalves);
+  EXPECT_THAT(advice_for(report), HasSubstr("Swap the halves"));
+  EXPECT_EQ(exit_code_of(report), ExitCode::kQualityFailed);
 
   // What the status says leads, and needs no evidence.
   report.status = TWINTRUE_TOO_FEW_MATCHES;

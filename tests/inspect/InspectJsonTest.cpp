@@ -10,8 +10,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <string>
+
+#include "apps/cli/commands/CsvFloat.h"
 
 namespace {
 

@@ -1,10 +1,13 @@
-// Features, matches and search of the example frame: consistent in themselves, with one another and with a
-// calibration.
+// Features, matches and search of the example frame as the program writes them: consistent in themselves,
+// with one another and with a calibration.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,18 +35,20 @@ std::vector<std::string> on_example(const std::string& command, std::vector<std:
   options.insert(options.begin(), {command, example("frame.jpg"), "--lens", example("nominal.lens")});
   return options;
 }
-std::vector<std::string> with_settings(std::vector<std::string> options = {}) {
-  options.insert(options.end(), {"--params", TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml"});
-  return options;
-}
+// Documents of the example frame, each made when a test first asks for it. Radii of their own tell the four
+// scores of a match apart.
+std::string scores_apart() { return settings_with("  th2: 4.0", "  th2: 6.0"); }
 
-// Documents of the example frame, each made when a test first asks for it.
-const Csv& features() {
-  static const Csv csv = parse_csv(inspect_text(on_example("features", with_settings({"--side", "left"}))));
-  return csv;
+const Csv& features(const std::string& side) {
+  static std::map<std::string, Csv> known;
+  if (known.count(side) == 0) {
+    known[side] =
+        parse_csv(inspect_text(on_example("features", {"--side", side, "--params", scores_apart()})));
+  }
+  return known[side];
 }
 const std::string& matches_text() {
-  static const std::string text = inspect_text(on_example("matches", with_settings()));
+  static const std::string text = inspect_text(on_example("matches", {"--params", scores_apart()}));
   return text;
 }
 const Csv& matches() {
@@ -51,111 +56,125 @@ const Csv& matches() {
   return csv;
 }
 const std::string& search_text() {
-  static const std::string text = inspect_text(on_example("search", with_settings()));
+  static const std::string text = inspect_text(on_example("search", {"--params", scores_apart()}));
   return text;
 }
-const Json& search() {
-  static const Json json = Json::parse(search_text());
-  return json;
+
+int whole(const std::map<std::string, std::string>& row, const char* column) {
+  return std::stoi(row.at(column));
 }
 
 TEST(InspectRun, FeaturesAreTheLiveRecordsInOrder) {
-  EXPECT_EQ(features().header, "cell,slot,index,x,y,score,octave,refined,descriptor");
-  EXPECT_EQ(features().facts.at("cells"), kCells);
-  EXPECT_EQ(features().facts.at("capacity"), 30);
-  // Without a sub-pixel step none is dropped, so the rows are numbered through.
-  ASSERT_EQ(features().facts.at("count"), static_cast<int>(features().rows.size()));
-  int cell = 0;
-  int slot = -1;
-  for (std::size_t i = 0; i < features().rows.size(); ++i) {
-    const auto& row = features().rows[i];
-    ASSERT_EQ(std::stoi(row.at("index")), static_cast<int>(i));
-    const int row_cell = std::stoi(row.at("cell"));
-    const int row_slot = std::stoi(row.at("slot"));
-    ASSERT_TRUE(row_cell == cell ? row_slot == slot + 1 : row_cell > cell && row_slot == 0) << i;
-    cell = row_cell;
-    slot = row_slot;
-    ASSERT_EQ((std::stoi(row.at("x")) - 40) / 64, cell % 14);
-    ASSERT_EQ((std::stoi(row.at("y")) - 40) / 64, cell / 14);
-    ASSERT_EQ(row.at("descriptor").size(), 64u);
-    ASSERT_EQ(row.at("descriptor").find_first_not_of("0123456789abcdef"), std::string::npos);
-    ASSERT_GT(std::stoi(row.at("score")), 1000);
+  for (const char* side : {"left", "right"}) {
+    const Csv& csv = features(side);
+    EXPECT_EQ(csv.header, "cell,slot,index,x,y,score,octave,refined,descriptor");
+    EXPECT_EQ(csv.facts.at("cells"), kCells);
+    EXPECT_EQ(csv.facts.at("capacity"), 30);
+    // Without a sub-pixel step none is dropped, so the rows are numbered through.
+    ASSERT_EQ(csv.facts.at("count"), static_cast<int>(csv.rows.size()));
+    int index = 0;
+    int cell = 0;
+    int slot = 0;
+    for (const auto& row : csv.rows) {
+      ASSERT_EQ(whole(row, "index"), index++);
+      slot = whole(row, "cell") == cell ? slot : 0;
+      ASSERT_EQ(whole(row, "slot"), slot++);
+      cell = whole(row, "cell");
+      ASSERT_EQ((whole(row, "x") - 40) / 64, cell % 14);
+      ASSERT_EQ((whole(row, "y") - 40) / 64, cell / 14);
+      ASSERT_EQ(row.at("descriptor").size(), 64u);
+      ASSERT_EQ(row.at("descriptor").find_first_not_of("0123456789abcdef"), std::string::npos);
+      ASSERT_EQ(row.at("octave") + row.at("refined"), "01");
+      ASSERT_GT(whole(row, "score"), 1000);
+    }
   }
 }
 
-TEST(InspectRun, MatchesAreAllRecords) {
-  EXPECT_EQ(
-      matches().header,
-      "x_a,y_a,x_b,y_b,prev_dx,prev_dy,octave_a,octave_b,response_a,response_b,dist_ratio,prev_state,cell,"
-      "rank,score1,score2,score3,score4,accepted,cost,other_cost");
+TEST(InspectRun, MatchesAreAllRecordsWithEachColumnInItsPlace) {
+  EXPECT_EQ(matches().header,
+            "x_a,y_a,x_b,y_b,prev_dx,prev_dy,octave_a,octave_b,response_a,response_b,dist_ratio,prev_state,"
+            "cell,rank,score1,score2,score3,score4,accepted,cost,other_cost");
   EXPECT_EQ(matches().facts.at("records"), static_cast<int>(matches().rows.size()));
-  const auto accepted = std::count_if(matches().rows.begin(), matches().rows.end(),
-                                      [](const auto& row) { return row.at("accepted") == "1"; });
-  EXPECT_EQ(matches().facts.at("rel_match_count"), accepted);
-  EXPECT_LT(accepted, matches().facts.at("records"));
+  // Each keypoint of a match is one of its half.
+  std::map<std::string, std::set<std::string>> keypoints;
+  for (const char* side : {"left", "right"}) {
+    for (const auto& row : features(side).rows) {
+      keypoints[side].insert(row.at("x") + "," + row.at("y") + "," + row.at("score"));
+    }
+  }
+  int accepted = 0;
   int cell = -1;
   int rank = 0;
+  std::array<int, 3> falls{};  // from one score to the next
   for (const auto& row : matches().rows) {
+    const auto keypoint = [&row](const std::string& of) {
+      return row.at("x_" + of) + "," + row.at("y_" + of) + "," + row.at("response_" + of);
+    };
+    ASSERT_EQ(keypoints["left"].count(keypoint("a")), 1u);
+    ASSERT_EQ(keypoints["right"].count(keypoint("b")), 1u);
     // Cells in order, ranks from 0 in each.
-    const int row_cell = std::stoi(row.at("cell"));
-    ASSERT_EQ(std::stoi(row.at("rank")), row_cell == cell ? rank + 1 : 0);
-    ASSERT_GE(row_cell, cell);
-    cell = row_cell;
-    rank = std::stoi(row.at("rank"));
-    ASSERT_EQ(row.at("prev_dx"), "10000");
-    // Only the best candidate stays, which costs less than the other.
-    ASSERT_LE(std::stoi(row.at("cost")), std::stoi(row.at("other_cost")));
+    ASSERT_EQ(whole(row, "rank"), whole(row, "cell") == cell ? rank + 1 : 0);
+    ASSERT_GE(whole(row, "cell"), cell);
+    cell = whole(row, "cell");
+    rank = whole(row, "rank");
+    ASSERT_EQ((whole(row, "x_a") - 40) / 64 + (whole(row, "y_a") - 40) / 64 * 14, cell);
+    ASSERT_EQ(row.at("prev_dx") + row.at("prev_dy") + row.at("octave_a") + row.at("octave_b"),
+              "100001000000");
+    // Only the best candidate stays, which costs less than the other; the ratio is of sixteenths.
+    const int cost = whole(row, "cost") + 3;
+    const int ratio = std::min((whole(row, "other_cost") + 3) * 16 / cost, 255);
+    ASSERT_GE(ratio, 16);
+    ASSERT_NEAR(whole(row, "dist_ratio"), ratio, 1);
+    // A smaller radius has fewer supporters.
+    const char* const scores[] = {"score1", "score2", "score3", "score4"};
+    for (std::size_t i = 0; i < falls.size(); ++i) {
+      ASSERT_GE(whole(row, scores[i]), whole(row, scores[i + 1])) << i;
+      falls[i] += whole(row, scores[i]) > whole(row, scores[i + 1]) ? 1 : 0;
+    }
+    accepted += whole(row, "accepted");
   }
-  // Every keypoint of frame A stands in the features of the left half.
-  std::vector<std::string> keypoints;
-  for (const auto& row : features().rows)
-    keypoints.push_back(row.at("x") + "," + row.at("y") + "," + row.at("score"));
-  std::sort(keypoints.begin(), keypoints.end());
-  for (const auto& row : matches().rows) {
-    const std::string place = row.at("x_a") + "," + row.at("y_a") + "," + row.at("response_a");
-    ASSERT_TRUE(std::binary_search(keypoints.begin(), keypoints.end(), place)) << place;
-  }
+  for (const int fall : falls) EXPECT_GT(fall, 100);
+  EXPECT_EQ(matches().facts.at("rel_match_count"), accepted);
+  EXPECT_LT(accepted, matches().facts.at("records"));
+  EXPECT_NE(matches().facts.at("gmv_x"), matches().facts.at("gmv_y"));
 }
 
-TEST(InspectRun, SearchAgreesWithItself) {
-  EXPECT_EQ(search().at("status"), 0);
-  EXPECT_EQ(search().at("kept"), matches().facts.at("rel_match_count"));
+TEST(InspectRun, SearchShowsItsLevelsAndSums) {
+  const Json search = Json::parse(search_text());
+  EXPECT_EQ(search.at("status"), 0);
+  EXPECT_EQ(search.at("kept"), matches().facts.at("rel_match_count"));
   std::vector<double> by_rank(10, 0.0);
   for (const auto& row : matches().rows) {
     if (row.at("accepted") != "1") continue;
-    for (int rank = std::stoi(row.at("rank")); rank < 10; ++rank) ++by_rank[static_cast<std::size_t>(rank)];
+    for (int rank = whole(row, "rank"); rank < 10; ++rank) ++by_rank[static_cast<std::size_t>(rank)];
   }
-  EXPECT_EQ(numbers(search().at("histogram")), by_rank);
-  EXPECT_DOUBLE_EQ(search().at("detection_ratio").get<double>(), by_rank[1] / (2 * kCells));
+  EXPECT_EQ(numbers(search.at("histogram")), by_rank);
 
-  ASSERT_EQ(search().at("retries").size(), 1u);
-  const Json& retry = search().at("retries").at(0);
+  ASSERT_EQ(search.at("retries").size(), 1u);
+  const Json& retry = search.at("retries").at(0);
   EXPECT_EQ(retry.at("retry"), 0);
   ASSERT_EQ(retry.at("levels").size(), 19u);
-  // The preset's first level: 9 tilts, 7 rolls and 7 pans of the right eye.
+  // The first level: 9 tilts, 7 rolls and 7 pans of the right eye.
   EXPECT_EQ(retry.at("levels").at(0).at("candidates"), 9 * 7 * 7);
   EXPECT_EQ(retry.at("levels").at(0).at("seeds").at(0).at("sigma"), 12.0);
-  for (std::size_t l = 0; l < 19; ++l) {
-    const Json& level = retry.at("levels").at(l);
-    EXPECT_EQ(level.at("level"), l);
-    EXPECT_EQ(level.at("skipped"), false);
-    ASSERT_EQ(level.at("seeds").size(), 3u);
-    EXPECT_EQ(level.at("seeds").at(0).at("pose").size(), 10u);
-    EXPECT_EQ(level.at("seeds").at(1),
-              Json::parse(R"({"pose": [0,0,0,0,0,0,0,0,0,0], "score": -1, "sigma": 0})"));
-  }
+  const Json& last = retry.at("levels").at(18);
+  EXPECT_EQ(last.at("level"), 18);
+  EXPECT_EQ(last.at("skipped"), false);
+  EXPECT_EQ(last.at("seeds").at(1),
+            Json::parse(R"({"pose": [0,0,0,0,0,0,0,0,0,0], "score": -1, "sigma": 0})"));
 
-  const Json& result = search().at("result");
+  // What is told of the result follows from the sums.
+  const Json& result = search.at("result");
   const Json& sums = retry.at("final").at("sums");
-  const double count4 = sums.at("count4").get<double>();
-  EXPECT_EQ(result.at("pose"), retry.at("levels").at(18).at("seeds").at(0).at("pose"));
+  const auto sum = [&sums](const char* key) { return sums.at(key).get<double>(); };
+  EXPECT_EQ(result.at("pose"), last.at("seeds").at(0).at("pose"));
   EXPECT_EQ(result.at("score"), retry.at("final").at("score"));
   EXPECT_EQ(result.at("score"), sums.at("score_sum"));
   EXPECT_DOUBLE_EQ(result.at("quality").get<double>(),
-                   count4 / (2 * kCells * std::sqrt(sums.at("sum4").get<double>() / count4)));
-  EXPECT_DOUBLE_EQ(result.at("error16").get<double>(),
-                   std::sqrt(sums.at("sum16").get<double>() / sums.at("count16").get<double>()));
+                   sum("count4") / (2 * kCells * std::sqrt(sum("sum4") / sum("count4"))));
+  EXPECT_DOUBLE_EQ(result.at("error16").get<double>(), std::sqrt(sum("sum16") / sum("count16")));
   EXPECT_EQ(result.at("best_retry"), 0);
+  EXPECT_EQ(result.at("last_retry"), 0);
 }
 
 // As processes, as people run both. Nothing of the search runs in this process: it leaves threads behind, and
@@ -163,11 +182,12 @@ TEST(InspectRun, SearchAgreesWithItself) {
 TEST(InspectRun, SearchIsThatOfACalibration) {
   const TempDir dir;
   const std::string path = dir.file("result.json");
-  const Json shown = Json::parse(
-      cli_test::run_program({"inspect", "search", example("frame.jpg"), "--lens", example("nominal.lens")})
-          .out);
-  const Outcome outcome = cli_test::run_program(
-      {"calibrate", example("frame.jpg"), "--lens", example("nominal.lens"), "--json", path});
+  const Json shown = Json::parse(cli_test::run_program({"inspect", "search", example("frame.jpg"), "--lens",
+                                                        example("nominal.lens"), "--preset", "fast"})
+                                     .out);
+  const Outcome outcome =
+      cli_test::run_program({"calibrate", example("frame.jpg"), "--lens", example("nominal.lens"), "--preset",
+                             "fast", "--json", path});
   ASSERT_EQ(outcome.exit_code, 0);
   const Json run = Json::parse(read_file(path));
   const std::vector<double> pose = numbers(shown.at("result").at("pose"));
@@ -186,7 +206,8 @@ TEST(InspectRun, MatchesOfAFileTakeThePlaceOfTheFrame) {
   const TempDir dir;
   const std::vector<std::string> options{"--cells", std::to_string(kCells), "--lens",
                                          example("nominal.lens")};
-  const auto run_search = [&](const std::string& csv, std::vector<std::string> more = with_settings()) {
+  const auto run_search = [&](const std::string& csv,
+                              std::vector<std::string> more = {"--params", scores_apart()}) {
     std::vector<std::string> arguments{"search", "--matches", dir.write("matches.csv", csv)};
     arguments.insert(arguments.end(), options.begin(), options.end());
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -253,41 +274,30 @@ TEST(InspectRun, SearchEndsWhereACalibrationEnds) {
   EXPECT_NE(outcome.error.find("Left image detection is failed("), std::string::npos) << outcome.error;
 }
 
-// What would end the process is explained; what merely finds nothing, or belongs to later stages, is not in
-// the way.
+// What belongs to later stages is not in the way.
 TEST(InspectRunChecks, RefuseWhatTheStageCannotCarryOut) {
-  struct Case {
-    std::string line;
-    std::string replacement;
-    int features;
-    int matches;
-    int search;
-  };
-  const Case cases[] = {
-      {"  det_type: 6", "  det_type: 8", 4, 4, 4},
-      {"  desc_gaus_size", "  wta_k: 2", 4, 4, 4},
-      {"  k: 2", "  k: 3", 0, 4, 4},
-      {"  out_mode: 2", "  out_mode: 1", 4, 4, 4},
-      {"  score_mode: 12", "  score_mode: 13", 0, 4, 4},
-      {"  mode: 28", "  mode: 4", 0, 0, 4},
-      {"  det_type: 6", "  det_type: 0", 0, 0, 0},
-  };
-  for (const Case& each : cases) {
-    const TempDir dir;
-    const std::string params = dir.write("params.yaml", settings_with(each.line, each.replacement));
-    const auto code_of = [&](const std::string& command, std::vector<std::string> options) {
-      options.insert(options.end(), {"--params", params});
-      return run_inspect(on_example(command, options)).exit_code;
-    };
-    EXPECT_EQ(code_of("features", {"--side", "right"}), each.features) << each.replacement;
-    // A refusal costs little; of what runs, one look is enough.
-    if (each.matches != 0) {
-      EXPECT_EQ(code_of("matches", {}), each.matches) << each.replacement;
-    }
-    if (each.search != 0) {
-      EXPECT_EQ(code_of("search", {}), each.search) << each.replacement;
-    }
+  const std::string params = settings_with("  k: 2", "  k: 3");
+  EXPECT_EQ(run_inspect(on_example("features", {"--side", "right", "--params", params})).exit_code, 0);
+  for (const char* command : {"matches", "search"}) {
+    const Outcome outcome = run_inspect(on_example(command, {"--params", params}));
+    EXPECT_EQ(outcome.exit_code, 4) << command;
+    EXPECT_NE(outcome.error.find("key `k`"), std::string::npos) << outcome.error;
   }
+  const std::string no_search = settings_with("  mode: 28", "  mode: 4");
+  EXPECT_EQ(run_inspect(on_example("search", {"--params", no_search})).exit_code, 4);
+}
+
+// A frame with more pixels than the lens file speaks of is looked at, and that is told.
+TEST(InspectRunChecks, TellOfALargerFrame) {
+  const TempDir dir;
+  const std::string frame = dir.file("frame.png");
+  cli_test::write_black_frame(frame, cli_test::kSmallWidth, cli_test::kSmallHeight + 1);
+  const std::string settings = TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml";
+  const Outcome outcome = run_inspect({"features", frame, "--lens", dir.write("lens", cli_test::small_lens()),
+                                       "--params", settings, "--side", "left"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_NE(outcome.error.find("twintrue: note: The frame of 512 x 257 pixels"), std::string::npos)
+      << outcome.error;
 }
 
 TEST(InspectRunChecks, TellUnusableInputByTheExitCode) {
@@ -307,6 +317,8 @@ TEST(InspectRunChecks, TellUnusableInputByTheExitCode) {
       {{"matches", small, "--lens", lens}, 4},
       {{"features", frame, "--lens", lens, "--side", "up"}, 2},
       {{"features", frame, "--lens", lens}, 2},
+      {{"features", frame, "--lens", lens, "--side", "left", "--preset", "sharp"}, 2},
+      {{"matches", frame, "--lens", lens, "--preset", "fast", "--params", lens}, 2},
       {{"search", "--lens", lens}, 2},
       {{"search", frame, "--matches", csv, "--cells", "5", "--lens", lens}, 2},
       {{"search", frame, "--cells", "5", "--lens", lens}, 2},

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <numbers>
 #include <set>
 #include <string>
 #include <utility>
@@ -20,7 +19,7 @@ using cli_test::Outcome;
 using cli_test::settings_with;
 using inspect_test::inspect_json;
 using inspect_test::Json;
-using inspect_test::numbers;
+using inspect_test::pairs_of;
 using inspect_test::run_inspect;
 using testing_support::TempDir;
 
@@ -31,86 +30,146 @@ Json settings_of(const std::string& source, int width = 1024, int height = 768, 
 
 const std::string kSettings = TWINTRUE_SOURCE_DIR "/tests/support/settings.yaml";
 
-TEST(InspectSettings, ShowsWhatThePresetMakes) {
-  const Json json = settings_of(kSettings);
+// Values that no two keys of a section share come back under their own names.
+TEST(InspectSettings, ShowsEachKeyUnderItsName) {
+  struct Section {
+    const char* name;
+    const char* values;  // keys, each with its value
+  };
+  const Section sections[] = {
+      {"grid", "num_kps_in_cell 7 horz_cell_count 3 vert_cell_count 2"},
+      {"RENO",
+       "nfeatures 101 scaleFactor 1.5 nlevels 2 edgeThreshold 102 firstLevel 103 wta_k 1 scoreType "
+       "104 patchSize 27 refining 105 ds_mode 106 gamma_mode 107 desc_gaus_size 108 desc_bytes 32 "
+       "desc_bits 256 filter_mode 109 det_type 6 no_extrema_suppression 110 h_sigma 2.5 "
+       "desc_image_mode 111 lpf_bit 112 shift_abd 113 shift_det 114 shift_res 115 mul_subpixel 116 "
+       "rnd_mode 0 rSigma 3.5 weightDist 0 posLimit 117 patchIntCalcPattern 118"},
+      {"matching",
+       "max_vector_ratio_h 0.25 max_vector_ratio_v 0.125 k 1 out_mode 2 penalty_mode 3 "
+       "penalty_rshift 5 penalty_res_coeff 4.5 dist_ratio_offset 6 dist_ratio_shift 7 sat_offset 8 "
+       "score_th3 9 score_th4 10 acc_th 11.5"},
+      {"mvc",
+       "th 1.5 th2 2.5 th3 3.5 th4 4.5 sort_mode 5 sshift 6 score_mode 7 score_mode2 8 score_mode3 9 "
+       "score_mode4 10 max_score 111 count_rshift 12 normalizing_coeff 130 num_matching_in_cell_out "
+       "4 normalizing_mode 15 dist_ratio_shift 16 neighbour_mode 1 bin_width 18 normalizing 0 "
+       "ref_prev_frame_data_mode 20 res_th 21 res_th_both 22 diff_pt_th 23"},
+      {"vdet",
+       "ch_bg 1 res_th_bg 2 res_th_bg_both 3 score_th_bg 4 res_th 5 res_th_both 6 rank_th 7 "
+       "long_mv_th_ratio_gmv 0.5 long_mv_th_ratio_gmv_bg 0.25"},
+      {"calib",
+       "mode 27 fast_mode 2 failure_score_th 0.25 detection_ratio_th 0.5 error16_th 5.5 "
+       "score_diff_mode 6 score_weight_mode_last 7 score_div_mode_last 8 sigma_org_last 9.5 "
+       "use_mid_point_last 10 rank_last 3 num_using_feat_last 12 removing_outer_feat_rratio 13.5 "
+       "skip_num_using_feat_mode 14 unit 0 unit_deg 15 k_offset 16.5 score_tbl_size 17 "
+       "score_tbl_coeff 18.5 retry_count 1 retry_break_th1 20 retry_break_err_th16 21.5 "
+       "retry_break_err_th4 22.5 retry_break_score 23.5 search_radius 24.5"},
+  };
+  std::string text;
+  for (const Section& section : sections) {
+    text += std::string(section.name) + ":\n";
+    for (const auto& [key, value] : pairs_of(section.values)) text += "  " + key + ": " + value + "\n";
+  }
+  // What a run makes of the other keys of the search, by retry and level.
+  text +=
+      "  removing_outlier_: 25.5\n  dir_bias_mode: 26.5\n  depth:\n    max: 27.5\n    min: 28.5\n"
+      "  num_levels: 2\n  knn: [1, 2]\n  rank: [3, 4]\n  sigma: [1.5, 2.5]\n  score_weight_mode: [5, 6]\n"
+      "  score_div_mode: [7, 8]\n  k_radius: [3.5, 4.5]\n  rradius_using_fps: [5.5, 6.5]\n  skip: [9, 10]\n"
+      "  num_of_using_feat: [11, 12]\n  use_mid_point: [13, 14]\n  cont: 15\n  pan_max: 16.5\n"
+      "  tilt_max: 17.5\n  offset_x_max: 18.5\n  offset_y_max: 19.5\n";
+  for (const char* eye : {"right", "left"}) {
+    text += std::string("  ") + eye + "1:\n    mode: " + (*eye == 'r' ? "3" : "4") + "\n";
+    double value = *eye == 'r' ? 1.5 : 11.5;
+    for (const char* key : {"offset_x", "offset_y", "pan", "tilt", "roll"}) {
+      text += std::string("    ") + key + ":\n      max: " + Json(value++).dump() + "\n      div: 3\n";
+    }
+  }
+  text += "calib1:\n  num_levels: 1\n";
+  const TempDir dir;
+  const Json json = settings_of(dir.write("all.yaml", text));
   EXPECT_EQ(json.at("init"), 0);
-
-  const Json& grid = json.at("grid");
-  const int columns = (1024 - 2 * 40) / 64;
-  const int rows = (768 - 2 * 40) / 64;
-  EXPECT_EQ(grid.at("horz_cell_count"), columns);
-  EXPECT_EQ(grid.at("vert_cell_count"), rows);
-  EXPECT_EQ(grid.at("right"), 40 + 64 * columns);
-  EXPECT_EQ(grid.at("bottom"), 40 + 64 * rows);
-  EXPECT_EQ(grid.at("max_num_kps_in_frame"), 30 * columns * rows);
-
-  const Json& detector = json.at("RENO");
-  EXPECT_EQ(detector.at("desc_bits"), 256);
-  EXPECT_EQ(detector.at("desc_length"), 32);
-  EXPECT_EQ(detector.at("filter_type"), Json::parse("[14]"));
-  EXPECT_EQ(detector.at("threshold"), Json::parse("[1000]"));
-  EXPECT_EQ(detector.at("rotating"), false);
-
-  EXPECT_EQ(json.at("matching").at("max_vector_h"), static_cast<int>(768 * 0.12));
-  EXPECT_EQ(json.at("matching").at("patchSize"), detector.at("patchSize"));
-  EXPECT_EQ(json.at("mvc").at("score_mode4"), json.at("mvc").at("score_mode"));
+  for (const Section& section : sections) {
+    for (const auto& [key, value] : pairs_of(section.values)) {
+      EXPECT_EQ(json.at(section.name).at(key), std::stod(value)) << section.name << " " << key;
+    }
+  }
+  EXPECT_EQ(json.at("grid").at("frameWidth"), 1024);
+  EXPECT_EQ(json.at("grid").at("frameHeight"), 768);
+  EXPECT_EQ(json.at("grid").at("max_num_kps_in_frame"), 7 * 3 * 2);
+  EXPECT_LT(json.at("grid").at("left"), json.at("grid").at("right"));
+  EXPECT_LT(json.at("grid").at("top"), json.at("grid").at("bottom"));
+  EXPECT_EQ(json.at("RENO").at("desc_length"), 32);
+  EXPECT_EQ(json.at("matching").at("max_vector_h"), 768 / 4);
+  EXPECT_EQ(json.at("matching").at("max_vector_v"), 768 / 8);
+  EXPECT_EQ(json.at("matching").at("patchSize"), 27);
+  EXPECT_EQ(json.at("mvc").at("max_num_data_in_cell"), 7);
   EXPECT_EQ(json.at("mvc").at("candidates"), 1);
-  EXPECT_EQ(json.at("vdet").at("enabled"), true);
-  EXPECT_EQ(json.at("vdet").at("rules").size(), 5u);
-  EXPECT_EQ(json.at("vdet").at("rules").at(1),
-            Json::parse(R"({"score_th": 60, "ch": 1, "dist_ratio_th": 16})"));
-  // A 32-bit float stands as the double that it is.
-  EXPECT_EQ(json.at("vdet").at("long_mv_th_ratio_gmv_bg").get<double>(), static_cast<double>(0.01f));
 
   EXPECT_EQ(json.at("calib_loaded"), true);
   const Json& calib = json.at("calib");
-  EXPECT_EQ(calib.at("mode"), 28);
-  for (const char* table : {"sigma", "score_weight_mode", "score_div_mode", "use_mid_point", "k_radius",
-                            "num_of_using_feat", "skip", "rradius_using_fps", "left_table", "right_table"}) {
+  EXPECT_EQ(calib.at("removing_outlier"), 25.5);
+  EXPECT_EQ(calib.at("dir_bias"), 26.5);
+  EXPECT_EQ(calib.at("depth_max"), 27.5);
+  EXPECT_EQ(calib.at("depth_min"), 28.5);
+  EXPECT_EQ(calib.at("num_levels").at(0), 2);
+  EXPECT_EQ(calib.at("num_levels").at(1), 1);
+  EXPECT_EQ(calib.at("cont").at(0), 15);
+  EXPECT_EQ(
+      calib.at("limits").at(0),
+      Json::parse(R"({"pan_max": 16.5, "tilt_max": 17.5, "offset_x_max": 18.5, "offset_y_max": 19.5})"));
+  EXPECT_EQ(calib.at("knn").at(1), 2);
+  EXPECT_EQ(calib.at("rank").at(1), 4);
+  const char* const second =
+      "sigma 2.5 score_weight_mode 6 score_div_mode 8 k_radius 4.5 rradius_using_fps 6.5 skip 10 "
+      "num_of_using_feat 12 use_mid_point 14";
+  for (const auto& [table, value] : pairs_of(second)) {
     ASSERT_EQ(calib.at(table).size(), 20u) << table;
-    for (const Json& row : calib.at(table)) EXPECT_EQ(row.size(), 20u) << table;
+    EXPECT_EQ(calib.at(table).at(0).size(), 20u) << table;
+    EXPECT_EQ(calib.at(table).at(0).at(1), std::stod(value)) << table;
   }
-  for (const char* table : {"knn", "rank", "num_levels", "cont", "limits"}) {
-    EXPECT_EQ(calib.at(table).size(), 20u) << table;
+  for (const char* eye : {"right", "left"}) {
+    const Json& sweep = calib.at(std::string(eye) + "_table").at(0).at(1);
+    EXPECT_EQ(sweep.at("mode"), *eye == 'r' ? 3 : 4);
+    double value = *eye == 'r' ? 1.5 : 11.5;
+    for (const char* key : {"offset_x", "offset_y", "pan", "tilt", "roll"}) {
+      EXPECT_EQ(sweep.at(key), Json({-value, value, 3, 0})) << eye << " " << key;
+      ++value;
+    }
   }
-  const double degree = std::numbers::pi / 180.0;
-  EXPECT_NEAR(calib.at("limits").at(0).at("pan_max").get<double>(), 6 * degree, 1e-12);
-  const Json& sweep = calib.at("right_table").at(0).at(0);
-  EXPECT_NEAR(sweep.at("tilt").at(0).get<double>(), -4 * degree, 1e-12);
-  EXPECT_NEAR(sweep.at("tilt").at(1).get<double>(), 4 * degree, 1e-12);
-  EXPECT_EQ(sweep.at("tilt").at(2), 9);
-  EXPECT_EQ(sweep.at("tilt").at(3), 0);
-  EXPECT_EQ(sweep.at("mode"), 0);
 }
 
-// What the file states is read over the defaults, by the rules of each key.
-TEST(InspectSettings, ShowsEffectiveValuesAndNotTheFilesOwn) {
+// The keys that are no numbers, and a preset by its name.
+TEST(InspectSettings, ShowsTextsListsAndPresets) {
   const Json json = settings_of(
-      "grid:\n  horz_cell_count: 3\n  num_kps_in_cell: 7\n"
-      "RENO:\n  desc_bytes: 32\n  nlevels: 3\n  filter_type: 3\n  filter_types: [5, x]\n"
-      "mvc:\n  normalizing_lshift: 9\n  num_kps_in_cell: 4\n"
-      "vdet:\n  ch: 2\n"
-      "calib:\n  unit: 2\n  sigma: [2, 1]\n  k_radius: [2, 1]\n  right:\n    offset_x:\n      max: 100\n"
-      "      div: 9\n  removing_outlier_: 0.5\n  dir_bias_mode: 0.25\n");
-  EXPECT_EQ(json.at("init"), 0);
-  EXPECT_EQ(json.at("RENO").at("desc_bytes"), 32);
-  EXPECT_EQ(json.at("RENO").at("desc_bits"), 128);
-  EXPECT_EQ(json.at("RENO").at("desc_length"), 16);
-  EXPECT_EQ(json.at("RENO").at("filter_type"), Json::parse("[5, 0, 3]"));
-  EXPECT_EQ(json.at("mvc").at("normalizing_coeff"), 512);
-  EXPECT_EQ(json.at("mvc").at("num_matching_in_cell_out"), 4);
-  EXPECT_EQ(json.at("mvc").at("max_num_data_in_cell"), 7);
-  EXPECT_EQ(json.at("mvc").at("candidates"), 2);
-  EXPECT_EQ(json.at("vdet").at("rules").at(0),
-            Json::parse(R"({"score_th": 10000, "ch": 2, "dist_ratio_th": -1})"));
-  const Json& calib = json.at("calib");
-  EXPECT_EQ(calib.at("unit_scale"), 0.5);
-  EXPECT_EQ(calib.at("removing_outlier"), 0.5);
-  EXPECT_EQ(calib.at("dir_bias"), 0.25);
-  EXPECT_EQ(calib.at("sigma").at(0).at(2), 2.0);
-  EXPECT_EQ(calib.at("sigma").at(1).at(0), 0.0);
-  EXPECT_EQ(calib.at("k_radius").at(0).at(2), 1.0);
-  EXPECT_EQ(calib.at("right_table").at(0).at(0).at("offset_x"), Json::parse("[-50.0, 50.0, 4, 0]"));
+      "grid:\n  horz_cell_count: 3\n"
+      "RENO:\n  desc_bytes: 32\n  nlevels: 3\n  filter_types: [5, x, 3]\n  res_ths: [7, 8, 9]\n  rotating: "
+      "1\n"
+      "  rndSeedMake: 11\n  rndSeedSelect: 12\nmatching:\n  check_circle: 1\n"
+      "vdet:\n  check_params:\n    - [30, 1, 20]\n    - [2, 60, 16]\n  long_mv_th_ratio_gmv: 0.01\n");
+  const Json& detector = json.at("RENO");
+  EXPECT_EQ(detector.at("desc_bits"), 128);
+  EXPECT_EQ(detector.at("desc_length"), 16);
+  EXPECT_EQ(detector.at("filter_type"), Json::parse("[5, 0, 3]"));
+  EXPECT_EQ(detector.at("threshold"), Json::parse("[7, 8, 9]"));
+  EXPECT_EQ(detector.at("rotating"), true);
+  EXPECT_EQ(detector.at("rndSeedMake"), "11");
+  EXPECT_EQ(detector.at("rndSeedSelect"), "12");
+  EXPECT_EQ(json.at("matching").at("check_circle"), true);
+  EXPECT_EQ(json.at("vdet").at("enabled"), true);
+  EXPECT_EQ(json.at("vdet").at("auto_night_mode"), settings_of(kSettings).at("vdet").at("auto_night_mode"));
+  EXPECT_EQ(json.at("vdet").at("rules").at(1),
+            Json::parse(R"({"score_th": 60, "ch": 2, "dist_ratio_th": 16})"));
+  // A 32-bit float stands as the double that it is.
+  EXPECT_EQ(json.at("vdet").at("long_mv_th_ratio_gmv").get<double>(), static_cast<double>(0.01f));
+
+  const std::vector<std::string> size{"--width", "1024", "--height", "768", "--frame-width", "4096"};
+  const auto shown = [&size](std::vector<std::string> source) {
+    source.insert(source.begin(), "settings");
+    source.insert(source.end(), size.begin(), size.end());
+    return run_inspect(source);
+  };
+  EXPECT_EQ(shown({"--preset", "wide"}).out, shown({TWINTRUE_SOURCE_DIR "/presets/wide.yaml"}).out);
+  EXPECT_EQ(shown({"--preset", "wide", kSettings}).exit_code, 2);
+  EXPECT_EQ(shown({}).exit_code, 2);
 }
 
 TEST(InspectSettings, ShowsHowFarTheSetUpCame) {

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
@@ -17,9 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "apps/cli/ExitCode.h"
-#include "apps/cli/Problem.h"
-#include "apps/cli/commands/Inspect.h"
+#include "apps/cli/CommandLine.h"
 #include "cli/ProgramRun.h"
 #include "support/TempDir.h"
 
@@ -52,30 +49,16 @@ class CapturedStream {
 
 // Runs the command in this process: the program takes longer to start than most of the commands to run.
 inline cli_test::Outcome run_inspect(std::vector<std::string> arguments) {
-  using namespace twintrue::cli;
   const testing_support::TempDir dir;
-  CLI::App program("", "twintrue");
-  ExitCode code = ExitCode::kOther;
-  add_inspect(program, &code);
   arguments.insert(arguments.begin(), "inspect");
-  std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
+  cli_test::Outcome outcome;
   std::cout.flush();
   std::fflush(stdout);
   {
     const CapturedStream out(STDOUT_FILENO, dir.file("out"));
     const CapturedStream error(STDERR_FILENO, dir.file("error"));
-    try {
-      program.parse(arguments);
-    } catch (const CLI::ParseError& failure) {
-      program.exit(failure);
-      code = ExitCode::kUsage;
-    } catch (const Failure& failure) {
-      std::cerr << failure.what();
-      code = failure.code();
-    }
+    outcome.exit_code = static_cast<int>(twintrue::cli::run_command_line(std::move(arguments)));
   }
-  cli_test::Outcome outcome;
-  outcome.exit_code = static_cast<int>(code);
   outcome.out = testing_support::read_file(dir.file("out"));
   outcome.error = testing_support::read_file(dir.file("error"));
   return outcome;
@@ -102,6 +85,14 @@ inline std::vector<std::string> split(const std::string& line, char separator) {
   std::istringstream stream(line);
   for (std::string field; std::getline(stream, field, separator);) fields.push_back(field);
   return fields;
+}
+
+// Keys, each with its value behind it, blanks between all of them.
+inline std::vector<std::pair<std::string, std::string>> pairs_of(const std::string& text) {
+  std::vector<std::pair<std::string, std::string>> pairs;
+  std::istringstream stream(text);
+  for (std::string key, value; stream >> key >> value;) pairs.emplace_back(key, value);
+  return pairs;
 }
 
 // A CSV document with its first line of `key=value` pairs.

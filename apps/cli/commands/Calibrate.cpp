@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -14,35 +15,23 @@
 #include "apps/TwinTrue/Calibration.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/InputFile.h"
-#include "apps/cli/LensCheck.h"
 #include "apps/cli/OutputFile.h"
 #include "apps/cli/PictureFiles.h"
-#include "apps/cli/Preset.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/Progress.h"
 #include "apps/cli/RunReport.h"
-#include "apps/cli/SettingsCheck.h"
+#include "apps/cli/RunTrace.h"
 #include "apps/cli/SettingsSource.h"
+#include "apps/cli/checks/LensCheck.h"
+#include "apps/cli/checks/SettingsCheck.h"
 #include "twintrue/calib.h"
-#include "verdict/Evidence.h"
 
 namespace twintrue::cli {
 namespace {
 
 constexpr const char* kStandardOutput = "-";  // as the name of the JSON file
 
-struct CalibrateArguments {
-  std::string frame;
-  std::string lens;
-  std::optional<std::string> params;
-  std::optional<std::string> preset;
-  std::optional<std::string> out_lens;
-  std::optional<std::string> json;
-  bool ignore_thresholds = false;
-  bool verbose = false;
-
-  bool json_to_output() const { return json == kStandardOutput; }
-};
+bool json_to_output(const CalibrateArguments& arguments) { return arguments.json == kStandardOutput; }
 
 // The files to write.
 struct Outputs {
@@ -53,13 +42,12 @@ struct Outputs {
 // Files that no output may replace.
 std::vector<NamedPath> inputs_of(const CalibrateArguments& arguments) {
   std::vector<NamedPath> inputs{{"FRAME", arguments.frame}, {"--lens", arguments.lens}};
-  const bool is_text = arguments.params && arguments.params->find('\n') != std::string::npos;
-  if (arguments.params && !is_text) inputs.push_back({"--params", *arguments.params});
+  add_input(inputs, "--params", arguments.settings.params);
   return inputs;
 }
 
 void check_json(const CalibrateArguments& arguments, Outputs& outputs) {
-  if (!arguments.json || arguments.json_to_output()) return;
+  if (!arguments.json || json_to_output(arguments)) return;
   outputs.json = std::make_unique<OutputFile>(NamedPath{"--json", *arguments.json}, inputs_of(arguments));
 }
 
@@ -71,18 +59,6 @@ void check_out_lens(const CalibrateArguments& arguments, Outputs& outputs) {
   refuse_scrambled_name(target);
   outputs.lens = std::make_unique<OutputFile>(target, taken);
 }
-
-class EvidenceGatherer final : public RunObserver {
- public:
-  void on_searched(const CalibContext& context, const RigState& rig, const std::vector<RayMatch>& matches,
-                   const CalibResult& result) override {
-    evidence_ = gather_evidence(context, rig, matches, result);
-  }
-  std::optional<Evidence> take() { return std::move(evidence_); }
-
- private:
-  std::optional<Evidence> evidence_;
-};
 
 // Puts the corrected file in its place if there is one that is worth it.
 void keep_out_lens(const LensFacts& lens, Outputs& outputs, RunReport& report) {
@@ -100,60 +76,87 @@ void keep_out_lens(const LensFacts& lens, Outputs& outputs, RunReport& report) {
   report.out_lens = outputs.lens->target().string();
 }
 
+// Runs calib() with its messages out of the way, or, for -v, on standard error with the steps.
+void run_calibration(const CalibrateArguments& arguments, const Frame& frame, const std::string& params,
+                     const std::string& out_lens, StepLog& log, RunReport& report) {
+  const CalibImage image{frame.width, frame.height, static_cast<std::int32_t>(frame.width * 3),
+                         frame.pixels.data(), 0};
+  std::optional<Progress> progress;
+  std::optional<ChatterCapture> quiet;
+  std::optional<MessagesToErrors> loud;
+  if (log.on()) {
+    loud.emplace();
+  } else {
+    progress.emplace("calibrating");
+    quiet.emplace(ChatterCapture::Streams::kOutput);
+  }
+  RunTrace trace(log);
+  const auto start = std::chrono::steady_clock::now();
+  const RunOptions options{.ignore_thresholds = arguments.ignore_thresholds,
+                           .threads = arguments.threads,
+                           .team_converts = true,
+                           .observer = &trace};
+  report.status = twintrue::calibrate(&image, arguments.lens.c_str(), params.c_str(), out_lens.c_str(),
+                                      options, &report.result);
+  report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  report.counts = trace.counts();
+  report.evidence = trace.take_evidence();
+}
+
 RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
+  StepLog log(arguments.verbose);
   check_out_lens(arguments, outputs);
   require_readable_file({"FRAME", arguments.frame});
   const LensFacts lens = check_lens(arguments.lens);
-  const SettingsSource source =
-      arguments.preset ? SettingsSource(*find_preset(*arguments.preset)) : SettingsSource(arguments.params);
+  log.tell(fmt::format("lens file {}: format {}, frames of {} x {} pixels, circles of {:.1f} pixels' radius",
+                       arguments.lens, lens.format, lens.frame_width, lens.frame_height,
+                       lens.circle_radius_px));
+  const std::unique_ptr<SettingsSource> source = arguments.settings.open();
   const Frame frame = read_frame(arguments.frame);
-  check_frame_size(lens, arguments.lens, frame.width, frame.height);
+  log.tell(fmt::format("frame {}: {} x {} pixels", arguments.frame, frame.width, frame.height));
 
   RunReport report;
-  report.settings = check_settings(source, lens);
+  if (auto note = check_frame_size(lens, arguments.lens, frame.width, frame.height)) {
+    fmt::print(stderr, "twintrue: note: {}\n", *note);
+    report.notes.push_back(std::move(*note));
+  }
+  report.settings = check_settings(*source, lens);
+  log.tell(fmt::format("settings {}: {} cells, {} places to fill, {} levels, retries 0 to {}", source->name(),
+                       report.settings.cells, report.settings.places(), report.settings.levels,
+                       report.settings.last_retry));
   report.frame_path = arguments.frame;
   report.frame_width = frame.width;
   report.frame_height = frame.height;
   report.lens_path = arguments.lens;
-  report.settings_name = source.name();
+  report.settings_name = source->name();
   report.ignore_thresholds = arguments.ignore_thresholds;
 
-  const CalibImage image{frame.width, frame.height, static_cast<std::int32_t>(frame.width * 3),
-                         frame.pixels.data(), 0};
-  const std::string out_path = outputs.lens ? outputs.lens->temporary().string() : "";
-  std::string chatter;
-  EvidenceGatherer gatherer;
-  RunOptions options;
-  options.ignore_thresholds = arguments.ignore_thresholds;
-  options.team_converts = true;
-  options.observer = &gatherer;
-  const auto start = std::chrono::steady_clock::now();
-  {
-    const Progress progress("calibrating");
-    ChatterCapture capture(ChatterCapture::Streams::kOutput);
-    report.status = twintrue::calibrate(&image, arguments.lens.c_str(), source.path().c_str(),
-                                        out_path.c_str(), options, &report.result);
-    chatter = capture.finish();
-  }
-  report.evidence = gatherer.take();
-  report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  if (arguments.verbose) {
-    std::cerr << chatter;
-    fmt::print(stderr, "calib() returned {} after {:.2f} s\n", report.status, report.seconds);
-  }
-  read_counts(chatter, report);
+  const std::string out_lens = outputs.lens ? outputs.lens->temporary().string() : "";
+  run_calibration(arguments, frame, source->path(), out_lens, log, report);
+  log.tell(fmt::format("calib() returned {} after {:.2f} s", report.status, report.seconds));
   keep_out_lens(lens, outputs, report);
   return report;
 }
 
 void write_json(const CalibrateArguments& arguments, Outputs& outputs, const std::string& text) {
-  if (arguments.json_to_output()) {
+  if (json_to_output(arguments)) {
     std::cout << text;
   } else if (outputs.json) {
     outputs.json->write(text);
     outputs.json->commit();
   }
 }
+
+// The first failure decides what the program ends with.
+void tell_failure_as_json(const CalibrateArguments& arguments, Outputs& outputs, const Failure& failure) {
+  try {
+    write_json(arguments, outputs, format_json(failure));
+  } catch (const Failure& second) {
+    std::cerr << "twintrue: " << second.what();
+  }
+}
+
+}  // namespace
 
 ExitCode calibrate(const CalibrateArguments& arguments) {
   Outputs outputs;
@@ -162,50 +165,16 @@ ExitCode calibrate(const CalibrateArguments& arguments) {
   try {
     const RunReport report = run(arguments, outputs);
     write_json(arguments, outputs, format_json(report));
-    if (!arguments.json_to_output()) std::cout << format_table(report);
+    if (!json_to_output(arguments)) std::cout << format_table(report);
     return exit_code_of(report);
   } catch (const Failure& failure) {
-    try {
-      write_json(arguments, outputs, format_json(failure));
-    } catch (const Failure& second) {
-      // The first one decides what the program ends with.
-      std::cerr << "twintrue: " << second.what();
-    }
+    tell_failure_as_json(arguments, outputs, failure);
+    throw;
+  } catch (const std::exception& error) {
+    tell_failure_as_json(arguments, outputs,
+                         Failure(ExitCode::kOther, Problem{"twintrue", error.what(), "", ""}));
     throw;
   }
-}
-
-}  // namespace
-
-void add_calibrate(CLI::App& program, ExitCode* code) {
-  CLI::App* command = program.add_subcommand(
-      "calibrate", "Measure how far the two eyes stand from what the lens file says, from one frame");
-  const auto arguments = std::make_shared<CalibrateArguments>();
-  command
-      ->add_option(
-          "FRAME", arguments->frame,
-          "Picture with both fisheye pictures side by side, as captured (PNG, JPEG, TIFF, BMP, PPM, ...)")
-      ->required()
-      ->type_name("");
-  command->add_option("--lens", arguments->lens, "Lens description file")->required()->type_name("LENS");
-  command
-      ->add_option("--params", arguments->params,
-                   "Parameter file, or its text in more than one line (default: the preset default)")
-      ->type_name("PARAMS");
-  command
-      ->add_option("--preset", arguments->preset,
-                   "Built-in parameter file of this name; `twintrue presets` lists them")
-      ->excludes("--params")
-      ->check(CLI::IsMember(preset_names()))
-      ->type_name("NAME");
-  command->add_option("-o,--out", arguments->out_lens, "Write the corrected lens file here")
-      ->type_name("OUT_LENS");
-  command->add_flag("--ignore-thresholds", arguments->ignore_thresholds,
-                    "Go on with fewer keypoints and matches than the settings ask for");
-  command->add_option("--json", arguments->json, "Write the result as JSON to this file (-: standard output)")
-      ->type_name("FILE");
-  command->add_flag("-v,--verbose", arguments->verbose, "Show the library's messages on standard error");
-  command->callback([arguments, code] { *code = calibrate(*arguments); });
 }
 
 }  // namespace twintrue::cli

@@ -1,13 +1,26 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
 
 #include "apps/cli/ExitCode.h"
+#include "apps/cli/RunOptions.h"
 
 namespace twintrue::cli {
 
-// Adds `twintrue calibrate` to the program. When the command line names it, parsing runs it and stores its
-// exit code in *code.
-void add_calibrate(CLI::App& program, ExitCode* code);
+// What `twintrue calibrate` is given.
+struct CalibrateArguments {
+  std::string frame;
+  std::string lens;
+  SettingsChoice settings;
+  std::optional<std::string> out_lens;
+  std::optional<std::string> json;  // "-": standard output
+  int threads = 0;                  // 1 to kMostThreads; 0: default_thread_count()
+  bool ignore_thresholds = false;
+  bool verbose = false;
+};
+
+// Calibrates and tells the result. Throws Failure, after it has been told as JSON too if that is asked for.
+ExitCode calibrate(const CalibrateArguments& arguments);
 
 }  // namespace twintrue::cli

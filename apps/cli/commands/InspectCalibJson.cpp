@@ -1,5 +1,7 @@
 #include "apps/cli/commands/InspectCalibJson.h"
 
+#include <nlohmann/json.hpp>
+
 namespace twintrue::cli {
 namespace {
 

@@ -5,13 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <memory>
 #include <string>
 
 #include "apps/TwinTrue/RunDriver.h"
-#include "apps/cli/commands/InspectJson.h"
+#include "apps/cli/ChatterCapture.h"
+#include "apps/cli/commands/CsvFloat.h"
 #include "apps/cli/commands/InspectOutput.h"
-#include "apps/cli/commands/InspectRun.h"
 #include "features/FeatureFrame.h"
 
 namespace twintrue::cli {
@@ -46,6 +45,8 @@ std::string features_csv(const fpu::FeatureFrame& frame) {
   return csv;
 }
 
+}  // namespace
+
 void inspect_features(const RunArguments& arguments) {
   DocumentTarget target(arguments.out, inputs_of(arguments));
   const auto run = open_frame_run(arguments, Reach::kDetection);
@@ -55,19 +56,6 @@ void inspect_features(const RunArguments& arguments) {
     detect_half(run->half(arguments.side), frame);
   }
   target.write(features_csv(frame));
-}
-
-}  // namespace
-
-void add_inspect_features(CLI::App& inspect, ExitCode* code) {
-  const auto arguments = std::make_shared<RunArguments>();
-  CLI::App* command =
-      add_inspection(inspect, code, "features", "Keypoints and descriptors of a half of the frame, as CSV",
-                     [arguments] { inspect_features(*arguments); });
-  add_frame(*command, *arguments);
-  add_lens_and_params(*command, *arguments);
-  add_side(*command, *arguments);
-  add_document_option(*command, arguments->out);
 }
 
 }  // namespace twintrue::cli

@@ -1,12 +1,10 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
-#include "apps/cli/ExitCode.h"
+#include "apps/cli/commands/InspectRun.h"
 
 namespace twintrue::cli {
 
-// Adds `inspect features`.
-void add_inspect_features(CLI::App& inspect, ExitCode* code);
+// `inspect features`: keypoints and descriptors of a half of the frame, as CSV.
+void inspect_features(const RunArguments& arguments);
 
 }  // namespace twintrue::cli

@@ -3,7 +3,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
+#include <nlohmann/json.hpp>
 
 namespace twintrue::cli {
 namespace {
@@ -82,10 +82,8 @@ std::string text_of_bytes(std::string_view bytes) {
   return text;
 }
 
-std::string csv_float(float value) {
-  std::array<char, 32> digits;
-  const int length = std::snprintf(digits.data(), digits.size(), "%.9g", static_cast<double>(value));
-  return {digits.data(), static_cast<std::size_t>(length)};
-}
+Json json_array(std::span<const double> values) { return Json(values); }
+Json json_array(std::span<const float> values) { return Json(values); }
+Json json_array(std::span<const std::int32_t> values) { return Json(values); }
 
 }  // namespace twintrue::cli

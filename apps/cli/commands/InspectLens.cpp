@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
-#include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,15 +28,6 @@
 namespace twintrue::cli {
 namespace {
 
-struct Arguments {
-  std::string file;
-  std::optional<std::string> out;
-  std::string eye;                   // ray, image
-  std::array<std::string, 3> point;  // ray: px, py; image: x, y, z
-  std::string out_lens;              // write
-  std::string pose;
-};
-
 // An empty file is one that the lens language can read: it holds no section.
 void require_lens_file(const std::string& path) {
   std::error_code error;
@@ -45,31 +36,10 @@ void require_lens_file(const std::string& path) {
   if (!empty) require_readable_file({"FILE", path});
 }
 
-DocumentTarget make_target(const Arguments& arguments) {
+DocumentTarget make_target(const LensArguments& arguments) {
   DocumentTarget target(arguments.out, {{"FILE", arguments.file}});
   require_lens_file(arguments.file);
   return target;
-}
-
-void inspect_lens_text(const Arguments& arguments) {
-  DocumentTarget target = make_target(arguments);
-  ini_store store;
-  store.current = &ini_open_section(store, "@default");
-  Json json;
-  {
-    const MessagesToErrors redirected;
-    json["loaded"] = ini_load(store, arguments.file);
-  }
-  json["sections"] = Json::array();
-  for (const ini_section& section : store.sections) {
-    Json items = Json::array();
-    for (const ini_item& item : section.items) {
-      items.push_back(
-          {{"name", text_of_bytes(item.name)}, {"type", item.type}, {"value", text_of_bytes(item.value)}});
-    }
-    json["sections"].push_back({{"name", text_of_bytes(section.name)}, {"items", std::move(items)}});
-  }
-  target.write(write_json(json));
 }
 
 Json distortion_json(const LensDistortion& distortion) {
@@ -139,25 +109,6 @@ Json rig_state_json(const RigState& rig) {
   return json;
 }
 
-void inspect_lens(const Arguments& arguments) {
-  DocumentTarget target = make_target(arguments);
-  RigState rig;
-  Json json;
-  json["result"] = nullptr;
-  json["exception"] = nullptr;
-  json["rig_state"] = nullptr;
-  {
-    const MessagesToErrors redirected;
-    try {
-      json["result"] = load_lens_description(rig, arguments.file, kLensSection);
-    } catch (const std::exception& failure) {
-      json["exception"] = failure.what();
-    }
-  }
-  if (json["result"] == 1) json["rig_state"] = rig_state_json(rig);
-  target.write(write_json(json));
-}
-
 [[noreturn]] void fail_lens(const std::string& path, const std::string& found) {
   throw Failure(
       ExitCode::kFileUnusable,
@@ -178,7 +129,7 @@ void load_rig(RigState& rig, const std::string& path) {
   fail_lens(path, thrown.empty() ? "no lens" : fmt::format("no usable lens: {}", thrown));
 }
 
-const EyeModel& eye_of(const RigState& rig, const Arguments& arguments) {
+const EyeModel& eye_of(const RigState& rig, const LensArguments& arguments) {
   return arguments.eye == "left" ? rig.current.left : rig.current.right;
 }
 
@@ -188,38 +139,6 @@ double unwritten() { return std::bit_cast<double>(std::uint64_t{0x7ff8'7477'696e
 Json written_or_null(double value) {
   const bool written = std::bit_cast<std::uint64_t>(value) != std::bit_cast<std::uint64_t>(unwritten());
   return written ? Json(value) : Json(nullptr);
-}
-
-void inspect_ray(const Arguments& arguments) {
-  DocumentTarget target = make_target(arguments);
-  const double px = parse_number("PX", arguments.point[0]);
-  const double py = parse_number("PY", arguments.point[1]);
-  RigState rig;
-  load_rig(rig, arguments.file);
-  std::array<double, 3> ray;
-  ray.fill(unwritten());
-  Json json;
-  json["ok"] = eye_image_to_ray(eye_of(rig, arguments), &ray[0], &ray[1], &ray[2], px, py);
-  json["x"] = written_or_null(ray[0]);
-  json["y"] = written_or_null(ray[1]);
-  json["z"] = written_or_null(ray[2]);
-  target.write(write_json(json));
-}
-
-void inspect_image(const Arguments& arguments) {
-  DocumentTarget target = make_target(arguments);
-  const double x = parse_number("X", arguments.point[0]);
-  const double y = parse_number("Y", arguments.point[1]);
-  const double z = parse_number("Z", arguments.point[2]);
-  RigState rig;
-  load_rig(rig, arguments.file);
-  double px = unwritten();
-  double py = unwritten();
-  Json json;
-  json["ok"] = eye_ray_to_image(eye_of(rig, arguments), &px, &py, x, y, z);
-  json["px"] = written_or_null(px);
-  json["py"] = written_or_null(py);
-  target.write(write_json(json));
 }
 
 CalibResult parse_pose(const std::string& text) {
@@ -251,7 +170,81 @@ void require_whole(const OutputFile& lens) {
               "room for it on the disk", "free some space or choose another folder"});
 }
 
-void inspect_write(const Arguments& arguments) {
+}  // namespace
+
+void inspect_lens_text(const LensArguments& arguments) {
+  DocumentTarget target = make_target(arguments);
+  ini_store store;
+  store.current = &ini_open_section(store, "@default");
+  Json json;
+  {
+    const MessagesToErrors redirected;
+    json["loaded"] = ini_load(store, arguments.file);
+  }
+  json["sections"] = Json::array();
+  for (const ini_section& section : store.sections) {
+    Json items = Json::array();
+    for (const ini_item& item : section.items) {
+      items.push_back(
+          {{"name", text_of_bytes(item.name)}, {"type", item.type}, {"value", text_of_bytes(item.value)}});
+    }
+    json["sections"].push_back({{"name", text_of_bytes(section.name)}, {"items", std::move(items)}});
+  }
+  target.write(write_json(json));
+}
+
+void inspect_lens(const LensArguments& arguments) {
+  DocumentTarget target = make_target(arguments);
+  RigState rig;
+  Json json;
+  json["result"] = nullptr;
+  json["exception"] = nullptr;
+  json["rig_state"] = nullptr;
+  {
+    const MessagesToErrors redirected;
+    try {
+      json["result"] = load_lens_description(rig, arguments.file, kLensSection);
+    } catch (const std::exception& failure) {
+      json["exception"] = failure.what();
+    }
+  }
+  if (json["result"] == 1) json["rig_state"] = rig_state_json(rig);
+  target.write(write_json(json));
+}
+
+void inspect_ray(const LensArguments& arguments) {
+  DocumentTarget target = make_target(arguments);
+  const double px = parse_number("PX", arguments.point[0]);
+  const double py = parse_number("PY", arguments.point[1]);
+  RigState rig;
+  load_rig(rig, arguments.file);
+  std::array<double, 3> ray;
+  ray.fill(unwritten());
+  Json json;
+  json["ok"] = eye_image_to_ray(eye_of(rig, arguments), &ray[0], &ray[1], &ray[2], px, py);
+  json["x"] = written_or_null(ray[0]);
+  json["y"] = written_or_null(ray[1]);
+  json["z"] = written_or_null(ray[2]);
+  target.write(write_json(json));
+}
+
+void inspect_image(const LensArguments& arguments) {
+  DocumentTarget target = make_target(arguments);
+  const double x = parse_number("X", arguments.point[0]);
+  const double y = parse_number("Y", arguments.point[1]);
+  const double z = parse_number("Z", arguments.point[2]);
+  RigState rig;
+  load_rig(rig, arguments.file);
+  double px = unwritten();
+  double py = unwritten();
+  Json json;
+  json["ok"] = eye_ray_to_image(eye_of(rig, arguments), &px, &py, x, y, z);
+  json["px"] = written_or_null(px);
+  json["py"] = written_or_null(py);
+  target.write(write_json(json));
+}
+
+void inspect_write(const LensArguments& arguments) {
   const CalibResult pose = parse_pose(arguments.pose);
   const NamedPath out{"OUT", arguments.out_lens};
   refuse_scrambled_name(out);
@@ -269,56 +262,6 @@ void inspect_write(const Arguments& arguments) {
   require_whole(lens);
   lens.commit();
   target.write(write_json(json));
-}
-
-CLI::Option* add_file(CLI::App& command, Arguments& arguments) {
-  add_document_option(command, arguments.out);
-  return command.add_option("FILE", arguments.file, "Lens description file")->required();
-}
-
-void add_eye(CLI::App& command, Arguments& arguments) {
-  command.add_option("--eye", arguments.eye, "left or right")
-      ->required()
-      ->check(CLI::IsMember({"left", "right"}))
-      ->type_name("EYE");
-}
-
-}  // namespace
-
-void add_inspect_lens(CLI::App& inspect, ExitCode* code) {
-  const auto add = [&](const char* name, const char* description, void (*body)(const Arguments&)) {
-    auto arguments = std::make_shared<Arguments>();
-    CLI::App* command =
-        add_inspection(inspect, code, name, description, [arguments, body] { body(*arguments); });
-    add_file(*command, *arguments);
-    return std::pair{command, arguments};
-  };
-  add("lens-text", "Sections and items of a lens file as its language leaves them, as JSON",
-      inspect_lens_text);
-  add("lens", "The rig that a lens file describes, as JSON", inspect_lens);
-
-  const auto [ray, ray_arguments] = add("ray", "Ray of a pixel through an eye of the rig", inspect_ray);
-  add_eye(*ray, *ray_arguments);
-  ray->add_option("PX", ray_arguments->point[0], "Column of the frame, 0 the centre of the first")
-      ->required();
-  ray->add_option("PY", ray_arguments->point[1], "Row of the frame, downward")->required();
-
-  const auto [image, image_arguments] =
-      add("image", "Pixel of a ray through an eye of the rig", inspect_image);
-  add_eye(*image, *image_arguments);
-  image->add_option("X", image_arguments->point[0], "Ray, to the right")->required();
-  image->add_option("Y", image_arguments->point[1], "Ray, upward")->required();
-  image->add_option("Z", image_arguments->point[2], "Ray; straight ahead is -1")->required();
-
-  const auto [write, write_arguments] =
-      add("write", "Write the lens file anew with ten corrections put in", inspect_write);
-  write->add_option("OUT", write_arguments->out_lens, "Lens file to write")->required();
-  write
-      ->add_option("--pose", write_arguments->pose,
-                   "Corrections: pan, tilt, roll (radians), offset_x, offset_y (pixels) of the right eye, "
-                   "then of the left one")
-      ->required()
-      ->type_name("P0,...,P9");
 }
 
 }  // namespace twintrue::cli

@@ -7,15 +7,13 @@
 #include <cmath>
 #include <cstddef>
 #include <iterator>
-#include <memory>
 #include <string_view>
 #include <system_error>
 
 #include "apps/cli/InputFile.h"
 #include "apps/cli/Problem.h"
-#include "apps/cli/commands/InspectJson.h"
+#include "apps/cli/commands/CsvFloat.h"
 #include "apps/cli/commands/InspectOutput.h"
-#include "apps/cli/commands/InspectRun.h"
 #include "matching/MatchSet.h"
 
 namespace twintrue::cli {
@@ -44,13 +42,6 @@ std::string matches_csv(const FrameRun& run, const MatchedHalves& halves) {
                    record.score4, record.accepted, record.cost, record.other_cost);
   }
   return csv;
-}
-
-void inspect_matches(const RunArguments& arguments) {
-  DocumentTarget target(arguments.out, inputs_of(arguments));
-  const auto run = open_frame_run(arguments, Reach::kMatching);
-  const MatchedHalves halves(*run);
-  target.write(matches_csv(*run, halves));
 }
 
 // Walks a CSV file line by line.
@@ -118,6 +109,13 @@ std::array<std::size_t, kColumns.size()> find_columns(const CsvReader& reader,
 
 }  // namespace
 
+void inspect_matches(const RunArguments& arguments) {
+  DocumentTarget target(arguments.out, inputs_of(arguments));
+  const auto run = open_frame_run(arguments, Reach::kMatching);
+  const MatchedHalves halves(*run);
+  target.write(matches_csv(*run, halves));
+}
+
 std::vector<RayMatch> read_matches(const std::string& path) {
   CsvReader reader(path);
   std::vector<std::string_view> fields;
@@ -143,18 +141,6 @@ std::vector<RayMatch> read_matches(const std::string& path) {
     if (match.accepted != 0) matches.push_back(match);
   }
   return matches;
-}
-
-void add_inspect_matches(CLI::App& inspect, ExitCode* code) {
-  const auto arguments = std::make_shared<RunArguments>();
-  CLI::App* command =
-      add_inspection(inspect, code, "matches",
-                     "All matches from the left half to the right one, as CSV; also those that "
-                     "were not accepted",
-                     [arguments] { inspect_matches(*arguments); });
-  add_frame(*command, *arguments);
-  add_lens_and_params(*command, *arguments);
-  add_document_option(*command, arguments->out);
 }
 
 }  // namespace twintrue::cli

@@ -1,10 +1,12 @@
 #include "apps/cli/commands/InspectParams.h"
 
-#include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "apps/cli/ChatterCapture.h"
+#include "apps/cli/RunOptions.h"
 #include "apps/cli/commands/InspectJson.h"
 #include "apps/cli/commands/InspectOutput.h"
 #include "apps/cli/commands/InspectSource.h"
@@ -38,12 +40,9 @@ Json tree_of(const Yaml::Node& node) {
   return Json(nullptr);
 }
 
-struct Arguments {
-  std::string source;
-  std::optional<std::string> out;
-};
+}  // namespace
 
-void inspect_params(const Arguments& arguments) {
+void inspect_params(const ParamsArguments& arguments) {
   std::vector<NamedPath> inputs;
   add_input(inputs, "SOURCE", arguments.source);
   DocumentTarget target(arguments.out, inputs);
@@ -60,16 +59,6 @@ void inspect_params(const Arguments& arguments) {
   if (error) json["error"] = {{"class", error->type}, {"message", text_of_bytes(error->message)}};
   json["tree"] = document.loaded ? tree_of(document.root) : Json(nullptr);
   target.write(write_json(json));
-}
-
-}  // namespace
-
-void add_inspect_params(CLI::App& inspect, ExitCode* code) {
-  const auto arguments = std::make_shared<Arguments>();
-  CLI::App* command = add_inspection(inspect, code, "params", "Tree of a parameter file, as JSON",
-                                     [arguments] { inspect_params(*arguments); });
-  command->add_option("SOURCE", arguments->source, "Parameter file, or its text")->required();
-  add_document_option(*command, arguments->out);
 }
 
 }  // namespace twintrue::cli

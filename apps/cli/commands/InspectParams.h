@@ -1,12 +1,16 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
-#include "apps/cli/ExitCode.h"
+#include <optional>
+#include <string>
 
 namespace twintrue::cli {
 
-// Adds `inspect params`.
-void add_inspect_params(CLI::App& inspect, ExitCode* code);
+struct ParamsArguments {
+  std::string source;  // a parameter file, or its text
+  std::optional<std::string> out;
+};
+
+// `inspect params`: the tree of a parameter file, as JSON.
+void inspect_params(const ParamsArguments& arguments);
 
 }  // namespace twintrue::cli

@@ -3,7 +3,6 @@
 // The stages of a run on a frame, for the subcommands that look at them: the steps are those of a
 // calibration, in its order.
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -12,8 +11,10 @@
 
 #include "apps/TwinTrue/RunDriver.h"
 #include "apps/cli/OutputFile.h"
+#include "apps/cli/RunOptions.h"
 #include "apps/cli/SettingsSource.h"
-#include "apps/cli/commands/InspectChecks.h"
+#include "apps/cli/checks/KeyProblems.h"
+#include "base/ThreadTeam.h"
 #include "features/FeatureUnit.h"
 #include "imaging/XMat.h"
 #include "lens/RigModel.h"
@@ -25,20 +26,20 @@ namespace twintrue::cli {
 struct RunArguments {
   std::string frame;
   std::string lens;
-  std::optional<std::string> params;
+  SettingsChoice settings;
+  int threads = 0;   // 1 to kMostThreads; 0: default_thread_count()
   std::string side;  // left or right half of the frame
   std::optional<std::string> out;
 };
-
-void add_frame(CLI::App& command, RunArguments& arguments);
-void add_lens_and_params(CLI::App& command, RunArguments& arguments);
-void add_side(CLI::App& command, RunArguments& arguments);
 
 // Files that no output may replace.
 std::vector<NamedPath> inputs_of(const RunArguments& arguments);
 
 // A frame with all that is set up before its halves are looked at.
 struct FrameRun {
+  explicit FrameRun(int threads) : team(threads) {}
+
+  ThreadTeam team;  // of all stages that the command looks at
   RigState rig;
   std::unique_ptr<SettingsSource> settings;
   std::unique_ptr<fpu::FeatureUnit> unit;
@@ -59,11 +60,11 @@ std::unique_ptr<FrameRun> open_frame_run(const RunArguments& arguments, Reach re
 struct MatchedHalves {
   explicit MatchedHalves(FrameRun& run);
 
-  fpu::FeatureFrame left;
-  fpu::FeatureFrame right;
+  fpu::FeatureFrame left_half;  // of the frame: the right eye's picture
+  fpu::FeatureFrame right_half;
   fpu::MatchSet set;
-  std::int32_t left_keypoints = 0;
-  std::int32_t right_keypoints = 0;
+  std::int32_t left_half_keypoints = 0;
+  std::int32_t right_half_keypoints = 0;
   std::int32_t records = 0;
 };
 

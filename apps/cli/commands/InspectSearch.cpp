@@ -5,33 +5,26 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "apps/TwinTrue/RunDriver.h"
-#include "apps/cli/LensCheck.h"
+#include "apps/cli/ChatterCapture.h"
 #include "apps/cli/Problem.h"
-#include "apps/cli/commands/InspectChecks.h"
+#include "apps/cli/checks/LensCheck.h"
+#include "apps/cli/checks/SettingsCheck.h"
 #include "apps/cli/commands/InspectJson.h"
 #include "apps/cli/commands/InspectMatches.h"
 #include "apps/cli/commands/InspectOutput.h"
-#include "apps/cli/commands/InspectRun.h"
 #include "search/CalibContext.h"
 #include "search/MatchFiltering.h"
 #include "search/PoseSearch.h"
 
 namespace twintrue::cli {
 namespace {
-
-constexpr std::int32_t kMostCells = 1 << 26;  // ranks times cells must fit 32 bits
-
-struct SearchArguments : RunArguments {
-  std::optional<std::string> matches;
-  std::int32_t cells = 0;
-  bool ignore_thresholds = false;
-};
 
 // What goes into the search.
 struct SearchInput {
@@ -122,21 +115,22 @@ SearchInput from_frame(const SearchArguments& arguments) {
   const auto passes = [&](std::int32_t count, const char* message) {
     return test.passes(count, message) || ignore;
   };
-  input.enough = passes(halves.left_keypoints, kFewLeftKeypoints) &&
-                 passes(halves.right_keypoints, kFewRightKeypoints) && passes(halves.records, kFewMatches);
+  input.enough = passes(halves.left_half_keypoints, kFewLeftKeypoints) &&
+                 passes(halves.right_half_keypoints, kFewRightKeypoints) &&
+                 passes(halves.records, kFewMatches);
   if (halves.records > 0) input.matches = accepted_matches(halves.set);
   return input;
 }
 
 SearchInput from_matches(const SearchArguments& arguments) {
   const LensFacts lens = check_lens(arguments.lens);
-  const SettingsSource source(arguments.params);
+  const std::unique_ptr<SettingsSource> source = arguments.settings.open();
   SearchInput input;
   input.matches = read_matches(*arguments.matches);
-  require_search(source, lens);
+  check_search_settings(*source, lens);
   const MessagesToErrors redirected;
   read_lens(input.rig, arguments.lens);
-  load_settings(source, input);
+  load_settings(*source, input);
   input.cells = arguments.cells;
   return input;
 }
@@ -156,6 +150,8 @@ void check_arguments(const SearchArguments& arguments) {
     fail("--cells without --matches", "only FRAME, whose grid tells the number of cells");
   }
 }
+
+}  // namespace
 
 void inspect_search(const SearchArguments& arguments) {
   check_arguments(arguments);
@@ -183,26 +179,6 @@ void inspect_search(const SearchArguments& arguments) {
   json["retries"] = trace.take_retries();
   json["result"] = result_json(result);
   target.write(write_json(json));
-}
-
-}  // namespace
-
-void add_inspect_search(CLI::App& inspect, ExitCode* code) {
-  const auto arguments = std::make_shared<SearchArguments>();
-  CLI::App* command = add_inspection(inspect, code, "search",
-                                     "Filtering and search, retry by retry and level by level, as JSON",
-                                     [arguments] { inspect_search(*arguments); });
-  command->add_option("FRAME", arguments->frame, "Picture with both fisheye pictures side by side")
-      ->type_name("");
-  command->add_option("--matches", arguments->matches, "Matches as `inspect matches` writes them, for FRAME")
-      ->type_name("M.csv");
-  command->add_option("--cells", arguments->cells, "Cells of the grid that these matches were found in")
-      ->check(CLI::Range(1, kMostCells))
-      ->type_name("N");
-  add_lens_and_params(*command, *arguments);
-  command->add_flag("--ignore-thresholds", arguments->ignore_thresholds,
-                    "Go on with fewer keypoints and matches than the settings ask for");
-  add_document_option(*command, arguments->out);
 }
 
 }  // namespace twintrue::cli

@@ -1,12 +1,21 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <optional>
+#include <string>
 
-#include "apps/cli/ExitCode.h"
+#include "apps/cli/commands/InspectRun.h"
 
 namespace twintrue::cli {
 
-// Adds `inspect search`.
-void add_inspect_search(CLI::App& inspect, ExitCode* code);
+// The frame, or matches of it with the number of cells.
+struct SearchArguments : RunArguments {
+  std::optional<std::string> matches;
+  std::int32_t cells = 0;
+  bool ignore_thresholds = false;
+};
+
+// `inspect search`: filtering and search, retry by retry and level by level, as JSON.
+void inspect_search(const SearchArguments& arguments);
 
 }  // namespace twintrue::cli

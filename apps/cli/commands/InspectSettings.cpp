@@ -7,14 +7,18 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "apps/cli/ChatterCapture.h"
+#include "apps/cli/Preset.h"
 #include "apps/cli/Problem.h"
+#include "apps/cli/RunOptions.h"
 #include "apps/cli/commands/InspectCalibJson.h"
 #include "apps/cli/commands/InspectJson.h"
 #include "apps/cli/commands/InspectOutput.h"
@@ -28,14 +32,6 @@
 
 namespace twintrue::cli {
 namespace {
-
-struct Arguments {
-  std::string source;
-  std::int32_t width = 0;  // of a half of the frame
-  std::int32_t height = 0;
-  std::int32_t frame_width = 0;
-  std::optional<std::string> out;
-};
 
 void say_error(const std::exception& error) { fmt::print(stderr, "{}\n", error.what()); }
 
@@ -113,8 +109,8 @@ Json detector_json(const Detector& detector) {
   json["patchIntCalcPattern"] = settings.patchIntCalcPattern;
   json["desc_length"] = settings.desc_bytes;
   const auto levels = static_cast<std::size_t>(std::clamp(settings.nlevels, 0, fpu::kMaxLevels));
-  json["filter_type"] = json_array(settings.filter_type.data(), levels);
-  json["threshold"] = json_array(settings.threshold.data(), levels);
+  json["filter_type"] = json_array(std::span(settings.filter_type).first(levels));
+  json["threshold"] = json_array(std::span(settings.threshold).first(levels));
   json["rndSeedMake"] = text_of_bytes(settings.rndSeedMake);
   json["rndSeedSelect"] = text_of_bytes(settings.rndSeedSelect);
   return json;
@@ -200,7 +196,7 @@ Json check_json(const fpu::CheckSettings& settings) {
 
 // Sets a unit up as createFeatureUnit() does, but keeps what a failed set-up leaves. Gives the result of
 // init(), or nothing if it did not come to that.
-std::optional<std::int32_t> set_up(fpu::FeatureUnit& unit, const Arguments& arguments,
+std::optional<std::int32_t> set_up(fpu::FeatureUnit& unit, const SettingsArguments& arguments,
                                    const InspectSource& source) {
   if (arguments.width < 1 || arguments.height < 1) return std::nullopt;
   unit.verbose = false;
@@ -221,7 +217,7 @@ std::optional<std::int32_t> set_up(fpu::FeatureUnit& unit, const Arguments& argu
 
 // Throws Failure (settings unusable) if the set-up of the unit would come to an out_mode that ends the
 // process.
-void require_out_mode(const Arguments& arguments, const InspectSource& source) {
+void require_out_mode(const SettingsArguments& arguments, const InspectSource& source) {
   ParamDocument document;
   open_document(source, document);
   fpu::MatchingSettings matching;
@@ -248,19 +244,37 @@ void require_out_mode(const Arguments& arguments, const InspectSource& source) {
                         "0 (all candidates of a keypoint) or 2 (only the best)", "write `out_mode: 2`"});
 }
 
-InspectSource make_source(const Arguments& arguments) {
-  InspectSource source(arguments.source);
+InspectSource make_source(const SettingsArguments& arguments) {
+  if (arguments.preset) return InspectSource(*find_preset(*arguments.preset));
+  if (!arguments.source) {
+    throw Failure(ExitCode::kUsage, Problem{"inspect", "neither SOURCE nor --preset",
+                                            "a parameter file, its text, or a built-in one", "see --help"});
+  }
+  InspectSource source(*arguments.source);
   source.require_settings();
   return source;
 }
 
-std::vector<NamedPath> inputs_of(const Arguments& arguments) {
+std::vector<NamedPath> inputs_of(const SettingsArguments& arguments) {
   std::vector<NamedPath> inputs;
   add_input(inputs, "SOURCE", arguments.source);
   return inputs;
 }
 
-void inspect_settings(const Arguments& arguments) {
+Json points_json(const fpu::PatternPoint* points, std::size_t count) {
+  Json array = Json::array();
+  for (std::size_t i = 0; i < count; ++i) array.push_back(Json::array({points[i].x, points[i].y}));
+  return array;
+}
+
+[[noreturn]] void fail_pattern(const std::string& found, const std::string& expected,
+                               const std::string& remedy) {
+  throw Failure(ExitCode::kFileUnusable, Problem{"SOURCE: section `RENO`", found, expected, remedy});
+}
+
+}  // namespace
+
+void inspect_settings(const SettingsArguments& arguments) {
   DocumentTarget target(arguments.out, inputs_of(arguments));
   const InspectSource source = make_source(arguments);
   const bool sized = arguments.width > 0 && arguments.height > 0;
@@ -287,18 +301,7 @@ void inspect_settings(const Arguments& arguments) {
   target.write(write_json(json));
 }
 
-Json points_json(const fpu::PatternPoint* points, std::size_t count) {
-  Json array = Json::array();
-  for (std::size_t i = 0; i < count; ++i) array.push_back(Json::array({points[i].x, points[i].y}));
-  return array;
-}
-
-[[noreturn]] void fail_pattern(const std::string& found, const std::string& expected,
-                               const std::string& remedy) {
-  throw Failure(ExitCode::kFileUnusable, Problem{"SOURCE: section `RENO`", found, expected, remedy});
-}
-
-void inspect_pattern(const Arguments& arguments) {
+void inspect_pattern(const SettingsArguments& arguments) {
   DocumentTarget target(arguments.out, inputs_of(arguments));
   const InspectSource source = make_source(arguments);
   fpu::RENO_Impl detector;
@@ -329,8 +332,8 @@ void inspect_pattern(const Arguments& arguments) {
     fail_pattern(
         fmt::format("`patchSize` {}, a descriptor of {} bytes, {} levels", settings.patchSize,
                     settings.desc_bytes, settings.nlevels),
-        fmt::format("a patch within {} x {} pixels with enough different places for a descriptor of 1 "
-                    "to 64 bytes, 1 to 20 levels, kernels up to 23",
+        fmt::format("a patch within {} x {} pixels with enough different places for a descriptor of 8 "
+                    "to 504 bits, 1 to 20 levels, kernels up to 23",
                     arguments.width, arguments.height),
         "write `patchSize: 25`, `desc_bits: 256`, `nlevels: 1`, `filter_type: 14`");
   }
@@ -346,26 +349,6 @@ void inspect_pattern(const Arguments& arguments) {
   json["candidates"] = points_json(candidates.data(), candidates.size());
   json["chain"] = points_json(chain.data(), static_cast<std::size_t>(rules.bits) + 1);
   target.write(write_json(json));
-}
-
-}  // namespace
-
-void add_inspect_settings(CLI::App& inspect, ExitCode* code) {
-  const auto add = [&](const char* name, const char* description, void (*body)(const Arguments&)) {
-    auto arguments = std::make_shared<Arguments>();
-    CLI::App* command =
-        add_inspection(inspect, code, name, description, [arguments, body] { body(*arguments); });
-    command->add_option("SOURCE", arguments->source, "Parameter file, or its text")->required();
-    command->add_option("--width", arguments->width, "Width of a half of the frame, pixels")->required();
-    command->add_option("--height", arguments->height, "Height of a half of the frame, pixels")->required();
-    add_document_option(*command, arguments->out);
-    return std::pair{command, arguments};
-  };
-  const auto [settings, arguments] =
-      add("settings", "Effective values of all sections of a parameter file, as JSON", inspect_settings);
-  settings->add_option("--frame-width", arguments->frame_width, "Width of the whole frame, pixels")
-      ->required();
-  add("pattern", "Test pattern of the settings: the candidates and the chain, as JSON", inspect_pattern);
 }
 
 }  // namespace twintrue::cli

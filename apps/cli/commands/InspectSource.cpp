@@ -27,6 +27,10 @@ InspectSource::InspectSource(const std::string& source) : path_(source) {
   }
 }
 
+InspectSource::InspectSource(const Preset& preset) : text_(std::make_unique<SettingsSource>(preset)) {
+  path_ = text_->path();
+}
+
 void InspectSource::require_settings() const {
   if (is_file_ || text_ || path_.empty()) return;
   if (path_.find_first_of(":\n") == std::string::npos) require_readable_file({"SOURCE", path_});

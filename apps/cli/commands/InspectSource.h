@@ -16,6 +16,7 @@ class InspectSource {
  public:
   // Throws Failure (input unreadable) for what exists and is no readable file.
   explicit InspectSource(const std::string& source);
+  explicit InspectSource(const Preset& preset);
 
   // What to hand to the library's loaders.
   const std::string& path() const { return path_; }

@@ -5,32 +5,23 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "apps/TwinTrue/RunDriver.h"
+#include "apps/cli/ChatterCapture.h"
 #include "apps/cli/OutputFile.h"
 #include "apps/cli/PictureFiles.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/commands/InspectOutput.h"
-#include "apps/cli/commands/InspectRun.h"
 #include "features/FeatureFrame.h"
 #include "features/RENO_Impl.h"
 #include "features/StageTap.h"
 
 namespace twintrue::cli {
 namespace {
-
-const std::vector<std::string> kStages{"linear", "filtered", "fixed", "working", "gx",       "gy",
-                                       "lxx",    "lxy",      "lyy",   "det",     "response", "smoothed"};
-
-struct StageArguments : RunArguments {
-  std::string stage;
-  std::string picture;  // the TIFF to write
-};
 
 // Keeps one image as floats.
 class OneImage final : public fpu::StageTap {
@@ -86,6 +77,15 @@ class OneImage final : public fpu::StageTap {
               "`det_type: 6`; for `smoothed` a `desc_gaus_size` above 0", "change these keys"});
 }
 
+}  // namespace
+
+const std::vector<std::string>& stage_names() {
+  static const std::vector<std::string> kNames{"linear", "filtered", "fixed",    "working",
+                                               "gx",     "gy",       "lxx",      "lxy",
+                                               "lyy",    "det",      "response", "smoothed"};
+  return kNames;
+}
+
 void inspect_stage(const StageArguments& arguments) {
   OutputFile file({"-o", arguments.picture}, inputs_of(arguments));
   const auto run = open_frame_run(arguments, Reach::kDetection);
@@ -101,26 +101,6 @@ void inspect_stage(const StageArguments& arguments) {
   if (image.pixels.empty()) fail_absent(arguments, frame);
   write_float_picture(file, image.cols, image.rows, image.pixels);
   file.commit();
-}
-
-}  // namespace
-
-void add_inspect_stage(CLI::App& inspect, ExitCode* code) {
-  const auto arguments = std::make_shared<StageArguments>();
-  CLI::App* command = add_inspection(inspect, code, "stage",
-                                     "An image between the steps of detection, as a TIFF of 32-bit floats",
-                                     [arguments] { inspect_stage(*arguments); });
-  command
-      ->add_option(
-          "NAME", arguments->stage,
-          fmt::format("One of {}; gx to response show the grid's area alone", fmt::join(kStages, ", ")))
-      ->required()
-      ->check(CLI::IsMember(kStages))
-      ->type_name("");
-  add_frame(*command, *arguments);
-  add_lens_and_params(*command, *arguments);
-  add_side(*command, *arguments);
-  command->add_option("-o,--out", arguments->picture, "Picture to write")->required()->type_name("FILE");
 }
 
 }  // namespace twintrue::cli

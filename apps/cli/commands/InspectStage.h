@@ -1,12 +1,21 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
 
-#include "apps/cli/ExitCode.h"
+#include "apps/cli/commands/InspectRun.h"
 
 namespace twintrue::cli {
 
-// Adds `inspect stage`.
-void add_inspect_stage(CLI::App& inspect, ExitCode* code);
+struct StageArguments : RunArguments {
+  std::string stage;    // one of stage_names()
+  std::string picture;  // the TIFF to write
+};
+
+// The images between the steps of detection, in their order.
+const std::vector<std::string>& stage_names();
+
+// `inspect stage`: one of them, as a TIFF of 32-bit floats.
+void inspect_stage(const StageArguments& arguments);
 
 }  // namespace twintrue::cli

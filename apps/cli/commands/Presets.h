@@ -1,13 +1,10 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
-#include "apps/cli/ExitCode.h"
+#include <string>
 
 namespace twintrue::cli {
 
-// Adds `twintrue presets`, which lists the built-in parameter files, and `twintrue presets show NAME`, which
-// prints one. When the command line names it, parsing runs it and stores its exit code in *code.
-void add_presets(CLI::App& program, ExitCode* code);
+// What `twintrue presets` prints: the built-in parameter files, one a line, each with what it is for.
+std::string list_of_presets();
 
 }  // namespace twintrue::cli

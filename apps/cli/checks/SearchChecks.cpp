@@ -1,4 +1,4 @@
-#include "apps/cli/SearchChecks.h"
+#include "apps/cli/checks/SearchChecks.h"
 
 #include <fmt/format.h>
 
@@ -27,34 +27,37 @@ std::string section_that_gives(const KeyProblems& problems, std::int32_t retry, 
 // What made the load refuse the settings. The loader stops at the first thing, so values behind it are not
 // known: only the first is told.
 void explain_refusal(KeyProblems& problems, ParamDocument& document, const CalibContext& context) {
-  const std::size_t before = problems.all().size();
+  const std::size_t before = problems.count();
   const std::int32_t retries = std::clamp(context.retry_count, 0, kMaxRetries - 1);
-  problems.require(context.retry_count < kMaxRetries, "calib", "retry_count", context.retry_count, "0 to 19",
-                   "write `retry_count: 0`");
-  for (std::int32_t r = 0; r <= retries && problems.all().size() == before; ++r) {
+  problems.require(Reach::kSearch, context.retry_count < kMaxRetries, "calib", "retry_count",
+                   context.retry_count, "0 to 19", "write `retry_count: 0`");
+  for (std::int32_t r = 0; r <= retries && problems.count() == before; ++r) {
     if (r > 0 && param_is_none(param_root_child(document, section_of(r)))) {
       problems.add_section(
-          section_of(r), "no such section",
+          Reach::kSearch, section_of(r), "no such section",
           fmt::format("a section for each retry, as `retry_count` is {}", context.retry_count),
           fmt::format("add `{}:` or write `retry_count: {}` in `calib`", section_of(r), r - 1));
       return;
     }
     const std::int32_t levels = context.num_levels[static_cast<std::size_t>(r)];
-    problems.require(levels <= kMaxLevels, section_of(r), "num_levels", levels, "at most 20",
+    problems.require(Reach::kSearch, levels <= kMaxLevels, section_of(r), "num_levels", levels, "at most 20",
                      "write the number of levels that the section gives ranges for");
   }
-  if (problems.all().size() != before) return;
+  if (problems.count() != before) return;
   const std::int32_t most_seeds = *std::max_element(context.knn.begin(), context.knn.end());
-  problems.require(most_seeds <= kMaxSeeds, "calib", "knn", most_seeds, "1 to 3 at every level",
-                   "write `knn: 1`");
-  problems.require(context.rank_last >= 0 && context.rank_last < kRankBins, "calib", "rank_last",
-                   context.rank_last, "0 to 9", "write `rank_last: 1`");
-  problems.require(context.score_tbl_size >= 0 && context.score_tbl_size <= kMaxScoreTable, "calib",
-                   "score_tbl_size", context.score_tbl_size, "0 to 16777216", "write `score_tbl_size: 4096`");
-  if (problems.all().size() != before) return;
+  problems.require(Reach::kSearch, most_seeds <= kMaxSeeds, "calib", "knn", most_seeds,
+                   "1 to 3 at every level", "write `knn: 1`");
+  problems.require(Reach::kSearch, context.rank_last >= 0 && context.rank_last < kRankBins, "calib",
+                   "rank_last", context.rank_last, "0 to 9", "write `rank_last: 1`");
+  problems.require(Reach::kSearch, context.score_tbl_size >= 0 && context.score_tbl_size <= kMaxScoreTable,
+                   "calib", "score_tbl_size", context.score_tbl_size, "0 to 16777216",
+                   "write `score_tbl_size: 4096`");
+  if (problems.count() != before) return;
   problems.add_section(
-      "calib", "a level whose ranges make too many candidates",
-      "at most 100 million: the product of all `div` of a level and `knn`",
+      Reach::kSearch, "calib", "a level whose ranges make too many candidates",
+      "at most 100 million: the product of all `div` of a level and `knn`, without what limits such as "
+      "`pan_max` "
+      "exclude",
       fmt::format("write smaller `div`{}",
                   context.unit_scale == 1.0
                       ? ""
@@ -62,23 +65,25 @@ void explain_refusal(KeyProblems& problems, ParamDocument& document, const Calib
                                     context.unit_scale, context.unit)));
 }
 
+// Of a fault that the levels of a retry mostly share, only the first is told.
 void check_levels(KeyProblems& problems, const CalibContext& context, std::int32_t retry) {
   const auto r = static_cast<std::size_t>(retry);
   const auto levels = static_cast<std::size_t>(std::clamp(context.num_levels[r], 0, kMaxLevels));
-  for (std::size_t l = 0; l < levels; ++l) {
+  bool good_mode = true;
+  bool good_sigma = true;
+  for (std::size_t l = 0; l < levels && good_mode; ++l) {
     if (context.skip[r][l] != 0) continue;
     const std::int32_t mode = context.score_weight_mode[r][l];
-    const std::string mode_section = section_that_gives(problems, retry, "score_weight_mode");
-    const std::string sigma_section = section_that_gives(problems, retry, "sigma");
-    const bool good_mode = is_weight_mode(mode);
-    const bool good_sigma = mode == kModeWithoutSigma || context.sigma[r][l] != 0.0;
-    problems.require(good_mode, mode_section, "score_weight_mode",
-                     fmt::format("{} for level {} of retry {}", mode, l, retry), "0 to 13 at every level",
-                     "write `score_weight_mode: 1`");
-    problems.require(good_sigma, sigma_section, "sigma", fmt::format("0 for level {} of retry {}", l, retry),
+    good_mode = is_weight_mode(mode);
+    problems.require(Reach::kSearch, good_mode, section_that_gives(problems, retry, "score_weight_mode"),
+                     "score_weight_mode", fmt::format("{} for level {} of retry {}", mode, l, retry),
+                     "0 to 13 at every level", "write `score_weight_mode: 1`");
+    if (!good_sigma) continue;
+    good_sigma = mode == kModeWithoutSigma || context.sigma[r][l] != 0.0;
+    problems.require(Reach::kResult, good_sigma, section_that_gives(problems, retry, "sigma"), "sigma",
+                     fmt::format("0 for level {} of retry {}", l, retry),
                      "the error in pixels that a match may have at that level, above 0",
                      "write a list with a value for each level, from about 12 down to 1");
-    if (!good_mode || !good_sigma) return;  // the levels behind it mostly repeat the fault
   }
 }
 
@@ -88,7 +93,7 @@ void check_search_sections(KeyProblems& problems, ParamDocument& document, std::
                            CalibContext& context) {
   if (param_is_none(param_root_child(document, "calib"))) {
     problems.add_section(
-        "calib", "no such section", "the ranges and steps of the search",
+        Reach::kSearch, "calib", "no such section", "the ranges and steps of the search",
         "add `calib:` with `mode: 28`, or start from the preset that comes with the program");
     return;
   }
@@ -96,10 +101,11 @@ void check_search_sections(KeyProblems& problems, ParamDocument& document, std::
     explain_refusal(problems, document, context);
     return;
   }
-  problems.require(context.mode == kSearchMode, "calib", "mode", context.mode,
+  problems.require(Reach::kSearch, context.mode == kSearchMode, "calib", "mode", context.mode,
                    "28, the only mode of the search", "write `mode: 28`");
-  problems.require(is_weight_mode(context.score_weight_mode_last), "calib", "score_weight_mode_last",
-                   context.score_weight_mode_last, "0 to 13", "write `score_weight_mode_last: 1`");
+  problems.require(Reach::kSearch, is_weight_mode(context.score_weight_mode_last), "calib",
+                   "score_weight_mode_last", context.score_weight_mode_last, "0 to 13",
+                   "write `score_weight_mode_last: 1`");
   for (std::int32_t r = 0; r <= std::max(context.retry_count, 0); ++r) check_levels(problems, context, r);
 }
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "apps/cli/KeyProblems.h"
+#include "apps/cli/checks/KeyProblems.h"
 #include "params/ParamDocument.h"
 #include "search/CalibContext.h"
 

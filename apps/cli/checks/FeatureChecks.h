@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "apps/cli/KeyProblems.h"
-#include "apps/cli/LensCheck.h"
+#include "apps/cli/checks/KeyProblems.h"
+#include "apps/cli/checks/LensCheck.h"
 #include "params/ParamDocument.h"
 
 namespace twintrue::cli {

@@ -1,4 +1,4 @@
-#include "apps/cli/LensCheck.h"
+#include "apps/cli/checks/LensCheck.h"
 
 #include <fmt/format.h>
 
@@ -30,7 +30,8 @@ LensReading read_lens(const std::string& path) {
   try {
     RigState rig;
     if (load_lens_description(rig, path, kLensSection) != 0 && rig_is_usable(rig)) {
-      reading.facts = LensFacts{rig.frame_width, rig.frame_height, rig.half_width, rig.circle_radius_px};
+      reading.facts = LensFacts{rig.current.right.distortion.kind, rig.frame_width, rig.frame_height,
+                                rig.half_width, rig.circle_radius_px};
     }
   } catch (const std::exception& error) {
     thrown = error.what();
@@ -63,18 +64,24 @@ LensFacts check_lens(const std::string& path) {
               "correct the lines named above, or take the lens file that came with the lens"});
 }
 
-void check_frame_size(const LensFacts& lens, const std::string& lens_path, std::uint32_t width,
-                      std::uint32_t height) {
-  if (width >= static_cast<std::uint32_t>(lens.frame_width) &&
-      height >= static_cast<std::uint32_t>(lens.frame_height)) {
-    return;
+std::optional<std::string> check_frame_size(const LensFacts& lens, const std::string& lens_path,
+                                            std::uint32_t width, std::uint32_t height) {
+  const auto lens_width = static_cast<std::uint32_t>(lens.frame_width);
+  const auto lens_height = static_cast<std::uint32_t>(lens.frame_height);
+  if (width < lens_width || height < lens_height) {
+    throw Failure(
+        ExitCode::kFileUnusable,
+        Problem{fmt::format("LENS: {}", lens_path),
+                fmt::format("a frame of {} x {} pixels, smaller than the lens file says", width, height),
+                fmt::format("at least {} x {} pixels", lens.frame_width, lens.frame_height),
+                "give the frame as captured, not scaled or cut, or the lens file for this frame size"});
   }
-  throw Failure(
-      ExitCode::kFileUnusable,
-      Problem{fmt::format("LENS: {}", lens_path),
-              fmt::format("a frame of {} x {} pixels, smaller than the lens file says", width, height),
-              fmt::format("at least {} x {} pixels", lens.frame_width, lens.frame_height),
-              "give the frame as captured, not scaled or cut, or the lens file for this frame size"});
+  if (width == lens_width && height == lens_height) return std::nullopt;
+  return fmt::format(
+      "The frame of {} x {} pixels is larger than the lens file says: only {} x {} pixels from its upper "
+      "left "
+      "corner are looked at. Give the frame as captured, or the lens file for this frame size.",
+      width, height, lens_width, lens_height);
 }
 
 bool is_whole_lens(const std::string& path, const LensFacts& original) {

@@ -1,16 +1,17 @@
-#include "apps/cli/SettingsCheck.h"
+#include "apps/cli/checks/SettingsCheck.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <string_view>
 
 #include "apps/cli/ChatterCapture.h"
-#include "apps/cli/FeatureChecks.h"
-#include "apps/cli/KeyProblems.h"
-#include "apps/cli/SearchChecks.h"
+#include "apps/cli/checks/FeatureChecks.h"
+#include "apps/cli/checks/KeyProblems.h"
+#include "apps/cli/checks/SearchChecks.h"
 #include "params/ParamDocument.h"
 
 namespace twintrue::cli {
@@ -56,40 +57,53 @@ bool is_library_section(const std::string& name) {
 void check_sections_are_maps(KeyProblems& problems, ParamDocument& document) {
   if (param_is_none({"", &document.root})) return;
   if (!param_is_map({"", &document.root})) {
-    problems.add_document("no `section:` lines", "sections such as `calib:` with indented `key: value` lines",
+    problems.add_document(Reach::kResult, "no `section:` lines",
+                          "sections such as `calib:` with indented `key: value` lines",
                           "start from the preset that comes with the program");
     return;
   }
   document.root.for_each_child([&problems](const std::string& key, const Yaml::Node& section) {
     const bool is_text = !section.text().empty();
     if (!is_library_section(key) || (!is_text && section.kind() != Yaml::Kind::kSequence)) return;
-    problems.add_section(key, is_text ? fmt::format("text: {}", first_words(section.text())) : "a list",
+    problems.add_section(Reach::kResult, key,
+                         is_text ? fmt::format("text: {}", first_words(section.text())) : "a list",
                          "indented lines of `key: value`", "look for a line without its colon");
   });
 }
 
 }  // namespace
 
-SettingsFacts check_settings(const SettingsSource& source, const LensFacts& lens) {
+SettingsFacts check_settings(const SettingsSource& source, const LensFacts& lens, Reach reach) {
   ParamDocument document;
   open_document(source, document);
   KeyProblems problems(source);
   check_sections_are_maps(problems, document);
-  if (!problems.all().empty()) throw Failure(ExitCode::kFileUnusable, problems.all());
+  problems.fail_if_any_stops(reach);  // keys that went unnoticed are not told one by one
   SettingsFacts facts;
   {
     // Loading the detector prints a line break.
-    ChatterCapture quiet(ChatterCapture::Streams::kOutput);
+    const ChatterCapture quiet(ChatterCapture::Streams::kOutput);
     facts.cells = check_feature_sections(problems, document, lens);
-    const auto context = std::make_unique<CalibContext>();
-    check_search_sections(problems, document, lens.frame_width, *context);
-    facts.failure_score_th = context->failure_score_th;
-    facts.detection_ratio_th = context->detection_ratio_th;
-    facts.error16_th = context->error16_th;
-    facts.rank_last = context->rank_last;
   }
-  if (!problems.all().empty()) throw Failure(ExitCode::kFileUnusable, problems.all());
+  const auto context = std::make_unique<CalibContext>();
+  check_search_sections(problems, document, lens.frame_width, *context);
+  problems.fail_if_any_stops(reach);
+  facts.failure_score_th = context->failure_score_th;
+  facts.detection_ratio_th = context->detection_ratio_th;
+  facts.error16_th = context->error16_th;
+  facts.rank_last = context->rank_last;
+  facts.levels = context->num_levels[0];
+  facts.last_retry = std::max(context->retry_count, 0);
   return facts;
+}
+
+void check_search_settings(const SettingsSource& source, const LensFacts& lens) {
+  ParamDocument document;
+  open_document(source, document);
+  KeyProblems problems(source);
+  const auto context = std::make_unique<CalibContext>();
+  check_search_sections(problems, document, lens.frame_width, *context);
+  problems.fail_if_any_stops(Reach::kSearch);
 }
 
 }  // namespace twintrue::cli

@@ -1,0 +1,51 @@
+#include "apps/cli/RunTrace.h"
+
+#include <fmt/format.h>
+
+namespace twintrue::cli {
+
+void StepLog::tell(const std::string& text) {
+  if (!on_) return;
+  const auto now = std::chrono::steady_clock::now();
+  fmt::print(stderr, "{:8.2f} s  {}\n", std::chrono::duration<double>(now - last_).count(), text);
+  last_ = now;
+}
+
+void RunTrace::on_keypoints(bool left_half, std::int32_t count, bool enough) {
+  (left_half ? counts_.left_half_keypoints : counts_.right_half_keypoints) = count;
+  if (!enough) counts_.few = left_half ? RunCounts::Few::kLeftHalf : RunCounts::Few::kRightHalf;
+  log_.tell(fmt::format("keypoints in the {}: {}",
+                        left_half ? "left half (right eye)" : "right half (left eye)", count));
+}
+
+void RunTrace::on_records(std::int32_t count, bool enough) {
+  counts_.records = count;
+  if (!enough) counts_.few = RunCounts::Few::kRecords;
+  log_.tell(fmt::format("matches between the halves: {}", count));
+}
+
+void RunTrace::on_accepted(std::int32_t count) {
+  counts_.accepted = count;
+  log_.tell(fmt::format("matches accepted: {}", count));
+}
+
+void RunTrace::on_level(std::int32_t retry, std::int32_t level, bool skipped, std::int64_t candidates,
+                        const Seeds& seeds) {
+  const std::string outcome =
+      skipped ? "skipped" : fmt::format("{} candidates, best score {:.6g}", candidates, seeds[0].score);
+  log_.tell(fmt::format("retry {}, level {}: {}", retry, level, outcome));
+}
+
+void RunTrace::on_final(std::int32_t retry, double score, const MatchScoreSums& sums) {
+  log_.tell(fmt::format("retry {}: score {:.6g}, {} matches within 4 pixels, {} within 16", retry, score,
+                        sums.count4, sums.count16));
+}
+
+void RunTrace::on_searched(const CalibContext& context, const RigState& rig,
+                           const std::vector<RayMatch>& matches, const CalibResult& result) {
+  counts_.searched = static_cast<std::int32_t>(matches.size());
+  evidence_ = gather_evidence(context, rig, matches, result);
+  log_.tell(fmt::format("matches that the search had: {}; looked at for the verdict", matches.size()));
+}
+
+}  // namespace twintrue::cli

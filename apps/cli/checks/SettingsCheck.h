@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+
+#include "apps/cli/SettingsSource.h"
+#include "apps/cli/checks/KeyProblems.h"
+#include "apps/cli/checks/LensCheck.h"
+
+namespace twintrue::cli {
+
+// What the report needs to know of the settings.
+struct SettingsFacts {
+  double failure_score_th = 0.0;    // least quality
+  double detection_ratio_th = 0.0;  // least share of filled places
+  double error16_th = 0.0;          // pixels; error16 must stay below
+  std::int32_t rank_last = 0;
+  std::int32_t cells = 0;
+  std::int32_t levels = 0;      // of the first retry
+  std::int32_t last_retry = 0;  // by its number; 0 is the first
+
+  // Places that keypoints and matches are to fill: so many ranks of each cell.
+  std::int64_t places() const { return (std::int64_t{rank_last} + 1) * cells; }
+};
+
+// Reads the settings by the loaders of the library and looks for all that keeps a run from coming that far:
+// what would end the process, make calib() refuse the settings, or, for kResult, find nothing for certain.
+// Throws Failure (settings unusable) with one problem a key.
+SettingsFacts check_settings(const SettingsSource& source, const LensFacts& lens,
+                             Reach reach = Reach::kResult);
+
+// The same for a search without the steps before it.
+void check_search_settings(const SettingsSource& source, const LensFacts& lens);
+
+}  // namespace twintrue::cli
