@@ -133,7 +133,7 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
   command.app
       ->add_option("--json", arguments.json, "Write the result as JSON to this file (-: standard output)")
       ->type_name("FILE");
-  add_run_options(*command.app, arguments.options);
+  add_threads(*command.app, arguments.threads);
   command.app->add_flag("-v,--verbose", arguments.verbose,
                         "Tell every step and the library's messages on standard error");
   command.app->footer(kExitCodes);
