@@ -16,6 +16,7 @@
 #include "features/KeypointScan.h"
 #include "features/LevelBuild.h"
 #include "features/RENO_Impl.h"
+#include "features/Response.h"
 #include "imaging/Filters.h"
 
 #ifdef TWINTRUE_BENCH_OPENCV_FEATURES
@@ -66,7 +67,7 @@ struct Half {
 
   void plain_scan(fpu::KeyPointStore& store) const {
     store = fpu::FeatureFrame(*run.unit).store;
-    plain::select(plain::response_steps(working, area).response, threshold, store);
+    plain::select(fpu::computeResponse(working, area, nullptr).response, threshold, store);
   }
 
   bool same_keypoints(const fpu::KeyPointStore& other) const {

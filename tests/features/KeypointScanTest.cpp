@@ -4,6 +4,7 @@
 
 #include "FeatureTestSupport.h"
 #include "PlainDetection.h"
+#include "features/Response.h"
 
 namespace {
 
@@ -24,10 +25,10 @@ TEST(KeypointScanTest, EqualsResponseThenSelection) {
                                 grid_of(9, 3, 64, 64, 2, 2, 5), grid_of(9, 30, 128, 1, 1, 100, 3),
                                 grid_of(40, 30, 1, 1, 3, 4, 1), grid_of(3, 3, 164, 154, 1, 1, 9)}) {
     const Region area = area_of(grid);
-    const plain::ResponseSteps steps = plain::response_steps(image, area);
+    const fpu::ResponseImages images = fpu::computeResponse(image, area, nullptr);
     for (const float threshold : {0.0f, 1000.0f, 20000.0f, 1e9f}) {
       fpu::KeyPointStore expected = store_for(grid);
-      plain::select(steps.response, threshold, expected);
+      plain::select(images.response, threshold, expected);
       for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         for (const int threads : {1, 2, 7, 150}) {
           SCOPED_TRACE(testing::Message() << area.width << ' ' << threshold << ' ' << threads);
@@ -38,7 +39,7 @@ TEST(KeypointScanTest, EqualsResponseThenSelection) {
           fpu::KeyPointStore again = store_for(grid);
           fpu::scanKeypoints(image, area, threshold, &det, again, set);
           EXPECT_TRUE(testing_support::same_records(again, expected));
-          EXPECT_TRUE(same_bits(pixels_of(det, 1), pixels_of(steps.det, 1)));
+          EXPECT_TRUE(same_bits(pixels_of(det, 1), pixels_of(images.det, 1)));
           if (threads > 2 && threshold > 0.0f) break;
         }
       }

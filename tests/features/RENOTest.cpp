@@ -10,6 +10,7 @@
 #include "FeatureTestSupport.h"
 #include "PlainDetection.h"
 #include "features/RENO_Impl.h"
+#include "features/Response.h"
 
 namespace {
 
@@ -99,12 +100,12 @@ TEST(RENOTest, RefiningMovesKeepsOrDrops) {
   const Outcome whole = run(*detector, image, grid);
   fpu::LevelImages levels;
   detector->levelImages(levels);
-  const auto steps =
-      plain::response_steps(levels.levelImage(0), {grid.left, grid.top, grid.areaWidth(), grid.areaHeight()});
+  const auto images = fpu::computeResponse(
+      levels.levelImage(0), {grid.left, grid.top, grid.areaWidth(), grid.areaHeight()}, nullptr);
   for (const std::int32_t refining : {1, 2, 3}) {
     SCOPED_TRACE(refining);
     fpu::KeyPointStore expected = whole.store;
-    plain::refine(steps.det, refining == 1, expected);
+    plain::refine(images.det, refining == 1, expected);
     const Outcome found = run(*detector_of(keys + std::to_string(refining) + "\n"), image, grid);
     EXPECT_TRUE(same_records(found.store, expected));
 

@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -87,6 +90,78 @@ TEST(Filters, ConvolutionIsBitExactAtAwkwardSizesAndOnViews) {
           }
         }
       }
+    }
+  }
+}
+
+// Each kernel by what it is: a low pass cut off at that share of the Nyquist frequency and faded out by a
+// window, a normal curve, or a row of Pascal's triangle.
+TEST(Filters, KernelsHaveTheirClosedForms) {
+  constexpr double kPi = 3.14159265358979323846;
+  using Weight = std::function<double(int)>;  // by distance, whatever their sum
+  const auto low_pass = [](double cutoff, const Weight& window) -> Weight {
+    return [=](int i) { return (i == 0 ? cutoff : std::sin(cutoff * kPi * i) / (kPi * i)) * window(i); };
+  };
+  const auto hamming = [](int size) -> Weight {
+    return [=](int i) { return 0.54 + 0.46 * std::cos(kPi * i / size); };
+  };
+  const Weight blackman = [](int i) {
+    return 0.42 + 0.5 * std::cos(kPi * i / 7) + 0.08 * std::cos(2 * kPi * i / 7);
+  };
+  const auto normal = [](double sigma, double raised) -> Weight {
+    return [=](int i) { return std::exp(-i * i / (2 * sigma * sigma)) + raised; };
+  };
+  const auto pascal = [](int row) -> Weight {
+    return [=](int i) { return 1.0 / (std::tgamma(row / 2 + i + 1) * std::tgamma(row / 2 - i + 1)); };
+  };
+  // Nearly normal, in whole numbers over 64 and 256.
+  const Weight seven = [](int i) { return std::array{18.0, 14.0, 7.0, 2.0}[static_cast<std::size_t>(i)]; };
+  const Weight nine = [](int i) {
+    return std::array{60.0, 51.0, 30.0, 13.0, 4.0}[static_cast<std::size_t>(i)];
+  };
+  // What is added to all weights, as a share of the curve's top.
+  const double raised15 = 0.01 / 0.204163685;
+  const double raised17 = 0.05 * std::sqrt(2 * kPi);
+  const struct {
+    int taps;
+    Weight weight;
+  } kernels[] = {
+      {6, low_pass(0.99998, hamming(7))},
+      {5, low_pass(0.66666, hamming(7))},
+      {5, low_pass(0.6, hamming(7))},
+      {5, low_pass(0.5, hamming(7))},
+      {5, low_pass(0.4, hamming(7))},
+      {6, low_pass(0.32, hamming(7))},
+      {8, low_pass(0.2, hamming(7))},
+      {5, low_pass(0.16666, hamming(7))},
+      {6, low_pass(0.1, hamming(7))},
+      {8, low_pass(0.8, hamming(7))},
+      {8, low_pass(0.9, hamming(7))},
+      {11, low_pass(0.2, hamming(10))},
+      {11, low_pass(0.4, hamming(10))},
+      {7, normal(3, 0)},
+      {5, normal(2, 0)},
+      {5, normal(2, raised15)},
+      {3, normal(1, 0)},
+      {3, normal(1, raised17)},
+      {8, low_pass(0.2, blackman)},
+      {2, pascal(2)},
+      {3, pascal(4)},
+      {4, seven},
+      {5, nine},
+      {11, normal(4, 0)},
+  };
+  static_assert(std::size(kernels) == cve::kKernelCount);
+  for (int number = 0; number < cve::kKernelCount; ++number) {
+    const auto& [taps, weight] = kernels[number];
+    const cve::FilterKernel kernel = cve::make_float_kernel(number);
+    ASSERT_EQ(kernel.radius, taps - 1) << number;
+    double sum = weight(0);
+    for (int i = 1; i < taps; ++i) sum += 2 * weight(i);
+    for (int i = 0; i < taps; ++i) {
+      // The table's weights have six to nine digits.
+      EXPECT_NEAR(kernel.coefficients[static_cast<std::size_t>(i)], weight(i) / sum, 1e-6)
+          << number << " at " << i;
     }
   }
 }

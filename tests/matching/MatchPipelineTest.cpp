@@ -41,7 +41,10 @@ std::vector<std::int32_t> plant(Scene& scene, const Truth& truth, std::uint32_t 
   for (int i = 0; i < truth.keypoints; ++i) {
     const float x = uniform(random, kMargin, kMargin + grid.areaWidth());
     const float y = uniform(random, kMargin, kMargin + grid.areaHeight());
-    if (add_keypoint(*scene.a, x, y, 3000) == nullptr) continue;
+    // No two keypoints of a frame, nor partners, score alike.
+    const auto score_a = static_cast<std::uint16_t>(3000 + i);
+    const auto score_b = static_cast<std::uint16_t>(9000 - i);
+    if (add_keypoint(*scene.a, x, y, score_a) == nullptr) continue;
     rows_a.push_back(random_descriptor(random, truth.bytes));
     partner.push_back(-1);
     if (share(truth.missing)) continue;
@@ -50,9 +53,9 @@ std::vector<std::int32_t> plant(Scene& scene, const Truth& truth, std::uint32_t 
     const auto shift = static_cast<float>(truth.disparity * depth);
     const bool outlier = share(truth.outliers);
     const KeyPointRecord* b =
-        outlier ? add_keypoint(*scene.b, uniform(random, kMargin, kMargin + grid.areaWidth()), y, 3000)
+        outlier ? add_keypoint(*scene.b, uniform(random, kMargin, kMargin + grid.areaWidth()), y, score_b)
                 : add_keypoint(*scene.b, x + shift + uniform(random, -0.5, 0.5),
-                               y + uniform(random, -0.5, 0.5), 3000);
+                               y + uniform(random, -0.5, 0.5), score_b);
     if (b == nullptr) continue;
     rows_b.push_back(outlier ? random_descriptor(random, truth.bytes) : rows_a.back());
     if (outlier) continue;
@@ -149,6 +152,9 @@ TEST(MatchFramesTest, FindsThePlantedMatches) {
 TEST(MatchFramesTest, RecordsTellTheirVectorAndKeypoints) {
   Planted planted(42);
   const Scene& scene = *planted.scene;
+  for (fpu::FeatureFrame* frame : {scene.a.get(), scene.b.get()}) {
+    for (KeyPointRecord& keypoint : frame->store.records) keypoint.octave = 3;
+  }
   ASSERT_GT(planted.match(), 100);
   for_each_record(planted.set, [&](const MatchRecord& r, const MatchVector& v, std::int32_t i) {
     const KeyPointRecord& a = keypoint_a(*scene.a, v);
@@ -161,9 +167,9 @@ TEST(MatchFramesTest, RecordsTellTheirVectorAndKeypoints) {
                     r.dist_ratio}),
         (std::array{a.cell, i, v.score1, v.score2, v.score3, v.score4, v.cost, v.other_cost, v.dist_ratio}));
     EXPECT_EQ((std::array{r.prev_dx, r.prev_dy, r.response_a, r.response_b}),
-              (std::array{10000.0f, 10000.0f, 3000.0f, 3000.0f}));
+              (std::array{10000.0f, 10000.0f, static_cast<float>(a.score), static_cast<float>(b.score)}));
     EXPECT_EQ((std::array{r.octave_a, r.octave_b, r.prev_state, r.reserved27, r.reserved32}),
-              (std::array{0, 0, 0, -1, -1}));
+              (std::array{3, 3, 0, -1, -1}));
   });
 }
 

@@ -9,46 +9,6 @@
 #include "imaging/Filters.h"
 
 namespace plain {
-namespace {
-
-template <class Pixel>
-cve::XMat_<float> image_of(const fpu::Region& area, std::int32_t margin, Pixel pixel) {
-  auto image = cve::createWithMargin<float>({area.width, area.height}, margin);
-  for (std::int32_t y = -margin; y < area.height + margin; ++y) {
-    for (std::int32_t x = -margin; x < area.width + margin; ++x) image.row(y)[x] = pixel(x, y);
-  }
-  return image;
-}
-
-float derivative(float before, float centre, float after) {
-  float sum = 0.0f;
-  sum += -1.0f * before;
-  sum += 0.0f * centre;
-  sum += 1.0f * after;
-  return sum;
-}
-
-float smoothing(float before, float centre, float after) {
-  float sum = centre * 0.3125f;
-  sum += (before + after) * 0.09375f;
-  return sum;
-}
-
-using Pass = float (*)(float, float, float);
-
-cve::XMat_<float> along(Pass pass, const fpu::Region& area, const cve::XMat_<float>& image) {
-  return image_of(area, 1, [&](int x, int y) {
-    const float* p = image.row(y) + x;
-    return pass(p[-1], p[0], p[1]);
-  });
-}
-
-cve::XMat_<float> down(Pass pass, const fpu::Region& area, const cve::XMat_<float>& image) {
-  return image_of(
-      area, 0, [&](int x, int y) { return pass(image.row(y - 1)[x], image.row(y)[x], image.row(y + 1)[x]); });
-}
-
-}  // namespace
 
 short tone10(float light, std::int32_t gamma_mode) {
   float curve = light;
@@ -83,36 +43,6 @@ cve::XMat_<unsigned char> working_image(const cve::XMat_<float>& linear, const f
     }
   }
   return working;
-}
-
-ResponseSteps response_steps(const cve::XMat_<unsigned char>& working, const fpu::Region& area) {
-  const auto p = [&](int x, int y) { return int{working.at(area.y + y, area.x + x)}; };
-  ResponseSteps s;
-  s.gx = image_of(area, 2, [&](int x, int y) {
-    const int corners = p(x + 1, y + 1) - p(x - 1, y + 1) - p(x - 1, y - 1) + p(x + 1, y - 1);
-    return static_cast<float>(corners * 3 + (p(x + 1, y) - p(x - 1, y)) * 10);
-  });
-  s.gy = image_of(area, 2, [&](int x, int y) {
-    const int corners = p(x - 1, y + 1) - p(x + 1, y - 1) - p(x - 1, y - 1) + p(x + 1, y + 1);
-    return static_cast<float>(corners * 3 + (p(x, y + 1) - p(x, y - 1)) * 10);
-  });
-  s.lxx = down(smoothing, area, along(derivative, area, s.gx));
-  s.lxy = down(derivative, area, along(smoothing, area, s.gx));
-  s.det = along(smoothing, area, s.gy);
-  s.lyy = down(derivative, area, s.det);
-  s.response = image_of(area, 0, [&](int x, int y) {
-    const float xx = s.lxx.at(y, x);
-    const float xy = s.lxy.at(y, x);
-    const float yy = s.lyy.at(y, x);
-    const float det = (xx * yy - xy * xy) * 1.0f;
-    s.det.at(y, x) = det;
-    if (!(det > 0.0f)) return 0.0f;
-    const float m = yy * 0.5f + xx * 0.5f;
-    const float h = xx * 0.5f - yy * 0.5f;
-    const float q = std::sqrt(h * h + xy * xy);
-    return std::min(std::fabs(m - q), std::fabs(q + m));
-  });
-  return s;
 }
 
 void select(const cve::XMat_<float>& response, float threshold, fpu::KeyPointStore& store) {

@@ -1,6 +1,7 @@
 #pragma once
 
-// Detection by its definition: one image for each step, each of its pixels by the step's formula.
+// Detection by its definition, step after step and pixel by pixel. The response by its definition is
+// fpu::computeResponse.
 
 #include <cstdint>
 
@@ -19,13 +20,6 @@ short tone10(float light, std::int32_t gamma_mode);
 cve::XMat_<unsigned char> working_image(const cve::XMat_<float>& linear, const fpu::Region& view, int number,
                                         bool borders, bool clamp, std::int32_t gamma_mode);
 
-// All steps from a working image to its response. Each has the size of the area, and a margin: 2 for the
-// gradients, 1 for the determinant image, whose margin holds the smoothed vertical gradient.
-struct ResponseSteps {
-  cve::XMat_<float> gx, gy, lxx, lxy, lyy, det, response;
-};
-ResponseSteps response_steps(const cve::XMat_<unsigned char>& working, const fpu::Region& area);
-
 // Candidates of a response and the best of each cell into a store.
 void select(const cve::XMat_<float>& response, float threshold, fpu::KeyPointStore& store);
 
@@ -33,7 +27,7 @@ void select(const cve::XMat_<float>& response, float threshold, fpu::KeyPointSto
 // at `origin`.
 bool refine(const float* origin, std::int32_t pitch, float& x, float& y);
 
-// Sub-pixel step of a store; `det` as ResponseSteps has it.
+// Sub-pixel step of a store; `det` as fpu::computeResponse makes it.
 void refine(const cve::XMat_<float>& det, bool drop, fpu::KeyPointStore& store);
 
 }  // namespace plain
