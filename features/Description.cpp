@@ -21,9 +21,6 @@ constexpr float kByteToUnit = 0.003921569f;
 // Kernels by half of the last two digits of desc_gaus_size.
 constexpr std::array<std::int32_t, 6> kKernels{0, 19, 20, 21, 22, 13};
 
-// Rows that one thread makes in one go: many beside the rows that two neighbours both filter.
-constexpr std::int32_t kBandRows = 128;
-
 // Eight bytes as one number, the first of them lowest.
 std::uint64_t eight_bytes(const unsigned char* bytes) {
   std::uint64_t value = 0;
@@ -34,6 +31,25 @@ std::uint64_t eight_bytes(const unsigned char* bytes) {
 
 // Nearest pixel, halves away from zero.
 std::int32_t nearest_pixel(float coordinate) { return static_cast<std::int32_t>(std::round(coordinate)); }
+
+// Bit k of byte j is set when the pixel of point 8 * j + k is at most the pixel of the next point. `offsets`
+// has 8 * length + 1 entries, relative to `pixel`; length at most kMaxDescriptorBytes.
+void describe_pixel(const unsigned char* pixel, const std::ptrdiff_t* offsets, std::int32_t length,
+                    unsigned char* out) {
+  constexpr std::uint64_t kTops = 0x8080808080808080;
+  constexpr std::uint64_t kGather = 0x0102040810204080;  // moves the lowest bit of byte k to bit 56 + k
+  std::array<unsigned char, 8 * kMaxDescriptorBytes + 1> values;
+  for (std::int32_t i = 0; i <= 8 * length; ++i) values[static_cast<std::size_t>(i)] = pixel[offsets[i]];
+  for (std::int32_t j = 0; j < length; ++j) {
+    const unsigned char* first = values.data() + 8 * j;
+    const std::uint64_t current = eight_bytes(first);
+    const std::uint64_t next = eight_bytes(first + 1);
+    // Byte by byte, next - current on seven bits, with the top bit to lend: it stays where nothing was lent.
+    const std::uint64_t low_le = (next | kTops) - (current & ~kTops);
+    const std::uint64_t le = ((~current & next) | (~(current ^ next) & low_le)) & kTops;
+    out[j] = static_cast<unsigned char>((le >> 7) * kGather >> 56);
+  }
+}
 
 }  // namespace
 
@@ -84,7 +100,7 @@ cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& 
   const auto width = static_cast<std::size_t>(image.cols);
   cve::XMat_<unsigned char> smoothed;
   smoothed.create(image.rows, image.cols);
-  twintrue::parallel_rows(0, (image.rows + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
+  cve::parallel_bands(image.rows, [&](std::int32_t begin, std::int32_t end) {
     cve::BandFilter filter(weights, image.cols, image.rows, true, set);
     std::vector<float> linear(width);
     std::vector<float> sums(width);
@@ -93,30 +109,12 @@ cve::XMat_<unsigned char> smoothForDescription(const cve::XMat_<unsigned char>& 
                      [&](unsigned char value) { return light[value]; });
       return linear.data();
     };
-    const std::int32_t end = std::min((band + 1) * kBandRows, image.rows);
-    for (std::int32_t y = band * kBandRows; y < end; ++y) {
+    for (std::int32_t y = begin; y < end; ++y) {
       if (filtered) filter.make_row(y, light_row, sums.data());
       curve.convert(filtered ? sums.data() : light_row(y), width, smoothed.row(y), set);
     }
   });
   return smoothed;
-}
-
-void describe_pixel(const unsigned char* pixel, const std::ptrdiff_t* offsets, std::int32_t length,
-                    unsigned char* out) {
-  constexpr std::uint64_t kTops = 0x8080808080808080;
-  constexpr std::uint64_t kGather = 0x0102040810204080;  // moves the lowest bit of byte k to bit 56 + k
-  std::array<unsigned char, 8 * kMaxDescriptorBytes + 1> values;
-  for (std::int32_t i = 0; i <= 8 * length; ++i) values[static_cast<std::size_t>(i)] = pixel[offsets[i]];
-  for (std::int32_t j = 0; j < length; ++j) {
-    const unsigned char* first = values.data() + 8 * j;
-    const std::uint64_t current = eight_bytes(first);
-    const std::uint64_t next = eight_bytes(first + 1);
-    // Byte by byte, next - current on seven bits, with the top bit to lend: it stays where nothing was lent.
-    const std::uint64_t low_le = (next | kTops) - (current & ~kTops);
-    const std::uint64_t le = ((~current & next) | (~(current ^ next) & low_le)) & kTops;
-    out[j] = static_cast<unsigned char>((le >> 7) * kGather >> 56);
-  }
 }
 
 void describeKeypoints(const std::vector<DescribedLevel>& levels, const std::vector<PatternPoint>& chain,

@@ -26,20 +26,15 @@ cve::XMat_<unsigned char> smoothForDescription(
 float linear_of_byte(unsigned char value, std::int32_t tone);
 unsigned char byte_of_linear(float value, std::int32_t tone);
 
-// Kernel of one descriptor: bit k of byte j is set when the pixel of point 8 * j + k is at most the pixel of
-// the next point. `offsets` has 8 * length + 1 entries, relative to `pixel`; length at most
-// kMaxDescriptorBytes.
-void describe_pixel(const unsigned char* pixel, const std::ptrdiff_t* offsets, std::int32_t length,
-                    unsigned char* out);
-
 // Where to look: the working image of each octave and the reciprocal of its scale.
 struct DescribedLevel {
   cve::XMat_<unsigned char> image;
   float inverse_scale = 1.0f;
 };
 
-// Descriptors of all live records into the rows of their indices. Keypoints of an octave without an image are
-// left out. Cells run in parallel.
+// Descriptors of all live records into the rows of their indices: bit k of byte j is set when the pixel of
+// point 8 * j + k of the chain is at most the pixel of the next point. Rows hold at most kMaxDescriptorBytes.
+// Keypoints of an octave without an image are left out. Cells run in parallel.
 void describeKeypoints(const std::vector<DescribedLevel>& levels, const std::vector<PatternPoint>& chain,
                        const KeyPointStore& store, cve::XMat_<unsigned char>& descriptors);
 

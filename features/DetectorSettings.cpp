@@ -27,7 +27,8 @@ void read_float(const ParamNode& section, const char* key, float& value) {
 }
 
 void read_text(const ParamNode& section, const char* key, std::string& value) {
-  const std::string& text = twintrue::param_text(param_child(section, key));
+  const ParamNode node = param_child(section, key);
+  const std::string& text = twintrue::param_text(node);
   if (!text.empty()) value = text;
 }
 

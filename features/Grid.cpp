@@ -13,6 +13,9 @@ namespace {
 
 constexpr std::int64_t kMaxInt = std::numeric_limits<std::int32_t>::max();
 
+// Keypoints of a cell where the file says nothing.
+constexpr std::int32_t kUsualCapacity = 30;
+
 // One direction of the raster, in pixels and cells.
 struct Axis {
   std::int32_t margin = 0;
@@ -125,7 +128,7 @@ bool Grid::load_capacity(twintrue::ParamDocument& document) {
   auto& wanted = num_min_kps_in_cell_of_octave;
   wanted.fill(0);
   if (!param_is_sequence(node)) {
-    if (num_kps_in_cell < 1) num_kps_in_cell = 30;
+    if (num_kps_in_cell < 1) num_kps_in_cell = kUsualCapacity;
     wanted[0] = num_kps_in_cell;
     return true;
   }

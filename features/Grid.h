@@ -4,6 +4,7 @@
 // spread over the whole frame.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "params/ParamDocument.h"
@@ -48,6 +49,9 @@ struct ExcludedRect {
   bool enabled = false;
 };
 
+// Levels for which a file may want keypoints.
+inline constexpr std::size_t kMaxOctaves = 20;
+
 class Grid final : public GridIF {
  public:
   // Reads the section `grid` (and one key of `RENO`). frameWidth and frameHeight must be set before;
@@ -76,7 +80,7 @@ class Grid final : public GridIF {
 
   std::int32_t frameWidth = 0;
   std::int32_t frameHeight = 0;
-  std::array<std::int32_t, 20> num_min_kps_in_cell_of_octave{30};
+  std::array<std::int32_t, kMaxOctaves> num_min_kps_in_cell_of_octave{30};
   std::int32_t num_kps_in_cell = -1;
   std::int32_t max_num_kps_in_frame = -1;
   std::int32_t horz_cell_size = 120;

@@ -10,7 +10,7 @@
 
 namespace fpu {
 
-// Fills the store as selectKeypoints does from the response of computeResponse; `area` is the grid's, at
+// Fills the store with what CellRow selects from the response of computeResponse; `area` is the grid's, at
 // least kResponseReach pixels inside the image, and threshold 0 or above. With `det`, the determinant image
 // of computeResponse goes there; its memory is used again where it has the right size and no other header.
 // Cell rows run in parallel; the result depends neither on the number of threads nor on the set. Ends the

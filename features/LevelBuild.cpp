@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/ParallelEach.h"
 #include "imaging/BandFilter.h"
 #include "imaging/ByteCurve.h"
 #include "imaging/Filters.h"
@@ -48,9 +47,6 @@ std::pair<std::int32_t, std::int32_t> widened(std::int32_t start, std::int32_t l
   const std::int32_t to = std::min(length - 2 * inset + 2 * radius + from, frame - radius);
   return {from, to - from};
 }
-
-// Rows that one thread makes in one go: many beside the rows that two neighbours both filter.
-constexpr std::int32_t kBandRows = 128;
 
 unsigned char working_byte(float light, std::int32_t gamma_mode) {
   return cve::byteFromTone10(cve::tone10FromLinear(light, gamma_mode));
@@ -132,11 +128,10 @@ cve::XMat_<unsigned char> buildWorkingImage(const cve::XMat_<float>& linear, con
   const auto source_row = [&](std::int32_t y) { return linear.row(view.y + y) + view.x; };
   const cve::FilterKernel kernel = filtered ? cve::make_float_kernel(number) : cve::FilterKernel();
   const auto width = static_cast<std::size_t>(view.width);
-  twintrue::parallel_rows(0, (view.height + kBandRows - 1) / kBandRows, [&](std::int32_t band) {
+  cve::parallel_bands(view.height, [&](std::int32_t begin, std::int32_t end) {
     cve::BandFilter filter(kernel, view.width, view.height, mode.borders, set);
     std::vector<float> light(width);
-    const std::int32_t end = std::min((band + 1) * kBandRows, view.height);
-    for (std::int32_t y = band * kBandRows; y < end; ++y) {
+    for (std::int32_t y = begin; y < end; ++y) {
       if (filtered) filter.make_row(y, source_row, light.data());
       if (filtered && mode.clamp) {
         std::transform(light.begin(), light.end(), light.begin(),

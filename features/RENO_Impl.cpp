@@ -75,9 +75,6 @@ void RENO_Impl::detect(std::int32_t slot, const cve::XMat& image, KeyPointStore&
   build_levels(image, *store.grid);
   smoothed_ = false;
 
-  SlotImages& kept = slots_[static_cast<std::size_t>(slot)];
-  kept.floats.resize(static_cast<std::size_t>(settings_.nlevels));
-  kept.ints.resize(static_cast<std::size_t>(settings_.nlevels));
   switch (settings_.det_type) {
     case 6:
       find_keypoints(slot, image, store);
@@ -147,7 +144,7 @@ void RENO_Impl::find_keypoints(std::int32_t slot, const cve::XMat& image, KeyPoi
   if (tap_ != nullptr) tap_->image("working", working, 0, 0);
   if (tap_ != nullptr) computeResponse(working, area, tap_);
   const bool refines = settings_.refining >= 1;
-  cve::XMat_<float>& det = slots_[static_cast<std::size_t>(slot)].floats.front();
+  cve::XMat_<float>& det = determinants_[static_cast<std::size_t>(slot)];
   if (!refines) det = {};
   const float threshold = std::max(settings_.threshold[0], 0.0f);
   scanKeypoints(working, area, threshold, refines ? &det : nullptr, store, twintrue::best_instruction_set());

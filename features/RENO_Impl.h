@@ -58,17 +58,11 @@ class RENO_Impl final : public RENO {
   std::vector<PatternPoint> pattern() const;
   void smooth_levels();
 
-  // Images that a detect keeps for its slot, one a level.
-  struct SlotImages {
-    std::vector<cve::XMat_<float>> floats;  // first entry: the determinant image, where points are refined
-    std::vector<cve::XMat_<int>> ints;
-  };
-
   DetectorSettings settings_;
   LevelImages levels_;
   std::vector<float> scales_;
-  std::array<SlotImages, 2> slots_;
-  bool smoothed_ = false;  // since the last detect
+  std::array<cve::XMat_<float>, 2> determinants_;  // of each slot's last image, where points were refined
+  bool smoothed_ = false;                          // since the last detect
   StageTap* tap_ = nullptr;
 };
 

@@ -6,6 +6,12 @@
 #include "base/ParallelEach.h"
 
 namespace fpu {
+namespace {
+
+// Of the second derivatives: below it the surface is flat, or a saddle.
+constexpr float kLeastDeterminant = 0.0000001f;
+
+}  // namespace
 
 bool refine_point(const float* det, std::ptrdiff_t pitch, float& x, float& y) {
   const auto ix = static_cast<std::ptrdiff_t>(x);
@@ -21,7 +27,7 @@ bool refine_point(const float* det, std::ptrdiff_t pitch, float& x, float& y) {
   const float t = above[-1] + below[1] - above[1] - below[-1];
   const float dxy = t * 0.25f;
   const float den = dyy * dxx - t * t * 0.0625f;
-  if (den < 0.0000001f) return false;
+  if (den < kLeastDeterminant) return false;
 
   const float inverse = 1.0f / den;
   const float ox = (dxy * dy - dyy * dx) * inverse;

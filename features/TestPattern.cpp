@@ -15,6 +15,8 @@
 namespace fpu {
 namespace {
 
+constexpr const char* kHistogramFile = "./histgram/hist_0.csv";
+
 // Failed attempts after which a point is no longer held to the neighbour rules.
 constexpr std::int32_t kMaxAttempts = 9999;
 
@@ -117,10 +119,6 @@ class ChainSelection {
 
 }  // namespace
 
-std::string histogram_path(std::int32_t number) {
-  return fmt::format("{}/hist_{}.csv", kHistogramFolder, number);
-}
-
 CandidatePattern makePattern(std::int32_t patchSize, std::int32_t rnd_mode, float rSigma,
                              std::uint64_t seed) {
   const std::int32_t half = patchSize / 2;
@@ -185,7 +183,7 @@ std::vector<PatternPoint> select_chain(const CandidatePattern& candidates, const
 
 std::vector<PatternPoint> selectPattern(const CandidatePattern& candidates,
                                         const DetectorSettings& settings) {
-  std::ofstream histogram(histogram_path(0));
+  std::ofstream histogram(kHistogramFile);
   if (settings.wta_k != 1) std::abort();
   return select_chain(candidates, chain_rules(settings), histogram);
 }

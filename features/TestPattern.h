@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <ostream>
-#include <string>
 #include <vector>
 
 #include "features/DetectorSettings.h"
@@ -22,10 +21,6 @@ struct PatternPoint {
 
 inline constexpr std::size_t kCandidates = 512;
 using CandidatePattern = std::array<PatternPoint, kCandidates>;
-
-// Where description leaves the histogram of the chain's steps, if the folder exists.
-inline constexpr const char* kHistogramFolder = "./histgram";
-std::string histogram_path(std::int32_t number);
 
 // The candidates, with |x| and |y| at most patchSize / 2. rnd_mode 0 draws them uniformly, 1 with deviation
 // rSigma round the centre; any other mode writes a message to standard error and ends the process with exit
@@ -57,7 +52,8 @@ bool chain_can_be_completed(const CandidatePattern& candidates, const ChainRules
 std::vector<PatternPoint> select_chain(const CandidatePattern& candidates, const ChainRules& rules,
                                        std::ostream& histogram);
 
-// The chain of the settings, as description uses it: writes the histogram file and aborts unless wta_k is 1.
+// The chain of the settings, as description uses it. Leaves the histogram in ./histgram/hist_0.csv, if that
+// folder exists. Aborts unless wta_k is 1.
 std::vector<PatternPoint> selectPattern(const CandidatePattern& candidates, const DetectorSettings& settings);
 
 }  // namespace fpu

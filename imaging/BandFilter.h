@@ -8,10 +8,21 @@
 #include <vector>
 
 #include "base/InstructionSet.h"
+#include "base/ParallelEach.h"
 #include "imaging/Filters.h"
 #include "imaging/TapSums.h"
 
 namespace cve {
+
+// Rows that one thread filters in one go: many beside those that two neighbours both make.
+inline constexpr int kBandRows = 128;
+
+// Calls body(begin, end) for bands of the rows below `rows`, which run in parallel.
+template <class Body>
+void parallel_bands(int rows, const Body& body) {
+  twintrue::parallel_rows(0, (rows + kBandRows - 1) / kBandRows,
+                          [&](int band) { body(band * kBandRows, std::min((band + 1) * kBandRows, rows)); });
+}
 
 class BandFilter {
  public:

@@ -10,9 +10,6 @@ namespace {
 
 constexpr int kMaxTaps = 11;
 
-// Rows that one thread filters in one go: many beside the rows that two neighbours both make.
-constexpr int kBandRows = 128;
-
 // One low-pass kernel as it is given: half of it, centre first, before its sum is brought to 1.
 struct KernelRow {
   int taps;
@@ -76,7 +73,6 @@ float sum_of_weights(const KernelRow& row) {
 }
 
 // The pixels round one output pixel or row, by distance.
-constexpr int kMaxRadius = 63;
 template <typename T>
 class Taps {
  public:
@@ -208,11 +204,12 @@ FilterKernel make_float_kernel(int number) {
 
 FixedKernel make_fixed_kernel(int number) {
   const KernelRow& row = kernel_row(number);
+  constexpr float kOne = 1 << kFixedBits;
   const float sum = sum_of_weights(row);
   FixedKernel kernel;
   kernel.radius = row.taps - 1;
   for (std::size_t i = 0; i < static_cast<std::size_t>(row.taps); ++i) {
-    kernel.coefficients[i] = static_cast<std::int32_t>((row.coefficients[i] * 4096.0f) * (1.0f / sum));
+    kernel.coefficients[i] = static_cast<std::int32_t>((row.coefficients[i] * kOne) * (1.0f / sum));
   }
   return kernel;
 }
@@ -267,11 +264,9 @@ void convolveFloat(const FilterKernel& kernel, const XMat_<float>& source, XMat_
                             [&](int y) { std::copy_n(apart.row(y), apart.cols, destination.row(y)); });
     return;
   }
-  const int bands = (source.rows + kBandRows - 1) / kBandRows;
-  twintrue::parallel_rows(0, bands, [&](int band) {
+  parallel_bands(source.rows, [&](int begin, int end) {
     BandFilter filter(kernel, source.cols, source.rows, borders, set);
-    const int end = std::min<int>((band + 1) * kBandRows, source.rows);
-    for (int y = band * kBandRows; y < end; ++y) {
+    for (int y = begin; y < end; ++y) {
       filter.make_row(
           y, [&](int row) { return source.row(row); }, destination.row(y));
     }

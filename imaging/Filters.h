@@ -16,9 +16,13 @@
 
 #include "base/InstructionSet.h"
 #include "base/ParallelEach.h"
+#include "imaging/TapSums.h"
 #include "imaging/XMat.h"
 
 namespace cve {
+
+// The longest reach of a kernel, in pixels.
+inline constexpr int kMaxRadius = 63;
 
 // A one-dimensional kernel of 32-bit floats.
 // Symmetric: coefficients[0] is the centre, coefficients[i] applies at the distances i and -i.
@@ -35,15 +39,15 @@ struct FilterKernel {
     return *this;
   }
 
-  std::array<float, 64> coefficients{};
+  std::array<float, kMaxRadius + 1> coefficients{};
   std::int32_t radius = 0;
   const float* centre = coefficients.data();
   bool symmetric = true;
 };
 
-// A symmetric kernel in units of 1/4096, centre first.
+// A symmetric kernel in units of 2^-kFixedBits, centre first.
 struct FixedKernel {
-  std::array<std::int32_t, 64> coefficients{};
+  std::array<std::int32_t, kMaxRadius + 1> coefficients{};
   std::int32_t radius = 0;
 };
 
@@ -53,7 +57,7 @@ inline constexpr int kKernelCount = 24;
 // Reach in pixels of the kernel of that number; 0 for a negative number, which means no filter.
 int kernel_radius(int number);
 FilterKernel make_float_kernel(int number);
-// Weights are cut, not rounded, so their sum may fall short of 4096.
+// Weights are cut, not rounded, so their sum may fall short of 1.
 FixedKernel make_fixed_kernel(int number);
 
 // Images with fewer rows or columns than this are not filtered by number.

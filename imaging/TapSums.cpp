@@ -120,7 +120,7 @@ TWINTRUE_INLINE void fixed_sums(const std::int32_t* k, int radius, const short* 
       const std::int32_t weight = k[i];
       for (int j = 0; j < n; ++j) sums[j] += (before[j] + after[j]) * weight;
     }
-    for (int j = 0; j < n; ++j) out[x + j] = static_cast<short>(sums[j] >> 12);
+    for (int j = 0; j < n; ++j) out[x + j] = static_cast<short>(sums[j] >> kFixedBits);
   }
 }
 

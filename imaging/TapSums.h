@@ -17,6 +17,9 @@
 
 namespace cve {
 
+// Fraction bits of the weights in fixed point.
+inline constexpr int kFixedBits = 12;
+
 struct TapSums {
   // out = taps[0] * k[0], then + (taps[-i] + taps[i]) * k[i] for i from 1 to radius, in 32-bit floats.
   void (*symmetric)(const float* k, int radius, const float* const* taps, float* out, int count);
@@ -24,7 +27,7 @@ struct TapSums {
   // out = 0, then + k[i] * taps[i] for i from -radius to radius, in 32-bit floats.
   void (*general)(const float* k, int radius, const float* const* taps, float* out, int count);
 
-  // As `symmetric` in 32-bit integers; the sum >> 12 is stored in 16 bits.
+  // As `symmetric` in 32-bit integers; the sum >> kFixedBits is stored in 16 bits.
   void (*fixed)(const std::int32_t* k, int radius, const short* const* taps, short* out, int count);
 };
 

@@ -60,8 +60,8 @@ struct Query {
   std::int32_t octave;
 };
 
-// What one thread writes while it searches. Nothing may be allocated, and so thrown, inside the parallel
-// loop, so all has room for whatever may come.
+// What one member of the team writes while it searches. Room for whatever may come is taken once a run, not
+// once a keypoint.
 struct Workspace {
   Workspace(const PackedKeypoints& frame_b, std::int32_t raster_rows, std::size_t query_words)
       : words(query_words) {

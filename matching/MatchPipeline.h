@@ -23,8 +23,8 @@ inline constexpr std::int32_t kNoMatchSet = -7;
 //
 // Aborts if k is neither 1 nor 2, on an unknown penalty_mode or score mode, and on a vector without a rank.
 // If memory is exhausted that exception passes through, and the set's contents are undefined. The calling
-// thread runs the stage; matching shares its cells among the threads of OpenMP. The result is the same for
-// every number of them.
+// thread runs the stage; matching shares its cells among the members of the thread team. The result is the
+// same for every number of them.
 std::int32_t match_frames(FeatureFrame& frame_a, FeatureFrame& frame_b, MatchSet* match_set, bool keep_links);
 
 // Copies the leading `record_bytes` bytes of each of the first `count` records to `dest`, one behind the

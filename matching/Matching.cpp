@@ -60,6 +60,9 @@ void list_runs(const PackedKeypoints& frame_b, const GridIF& grid, std::int32_t 
   }
 }
 
+// Of the longer of two displacements: by so much they may differ and still agree.
+constexpr float kToleratedShare = 0.2f;
+
 // Agreement of the best candidate with the match that frame A's keypoint had in the previous pair.
 std::int32_t compare_with_previous(const MatchingSettings& settings, const MatchSet& set,
                                    const KeyPointRecord& a, const KeyPointRecord& b) {
@@ -73,7 +76,7 @@ std::int32_t compare_with_previous(const MatchingSettings& settings, const Match
   const float px = previous->x_b - previous->x_a;
   const float py = previous->y_b - previous->y_a;
   const float longer = std::max(length(vx, vy), length(px, py));
-  const float tolerance = std::max(0.2f * longer, settings.acc_th);
+  const float tolerance = std::max(kToleratedShare * longer, settings.acc_th);
   return length(vx - px, vy - py) <= tolerance ? kPrevAgrees : kPrevDisagrees;
 }
 
@@ -209,7 +212,7 @@ std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& f
                      distance_decides};
   const std::int32_t reach_h = reach_of(settings.max_vector_h, grid.cellWidth(), grid.numHorzCells());
   const std::int32_t reach_v = reach_of(settings.max_vector_v, grid.cellHeight(), grid.numVertCells());
-  std::mt19937 draws(5489);
+  std::mt19937 draws(std::mt19937::default_seed);
 
   std::vector<Workspace> spaces;
   spaces.reserve(static_cast<std::size_t>(twintrue::loop_thread_count()));

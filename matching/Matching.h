@@ -21,8 +21,8 @@ namespace fpu {
 // has no more than k descriptor rows, or if the raster has more cells, or a cell more slots, than kMaxPlaces.
 // Aborts on an unknown penalty_mode, at the first pair of keypoints.
 //
-// Cells are shared among the threads of the runtime; the result is the same for every number of them. With
-// penalty_mode 7, whose draws must come in a fixed order, one thread does it all.
+// Cells are shared among the members of the thread team; the result is the same for every number of them.
+// With penalty_mode 7, whose draws must come in a fixed order, one thread does it all.
 std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
                          const FeatureFrame& frame_b, MatchSet& cells);
 

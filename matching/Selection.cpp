@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <span>
 #include <utility>
 
 namespace fpu {
@@ -36,6 +38,23 @@ std::int32_t key_of(const CorrectionSettings& settings, const MatchVector& v) {
     }
     default:
       return 0;
+  }
+}
+
+// Whether `a` goes before `b` under sort_mode 1 to 12; under any other nothing goes before anything. Modes 5
+// and 6 are no strict order: two vectors of the same dist_ratio from 24 on go before each other.
+bool goes_before(const CorrectionSettings& settings, const MatchVector& a, const MatchVector& b) {
+  switch (settings.sort_mode) {
+    case 5:
+      return a.dist_ratio >= kDistinctRatio ? a.dist_ratio >= b.dist_ratio : a.score5 > b.score5;
+    case 6:
+      return a.dist_ratio >= kDistinctRatio ? a.dist_ratio >= b.dist_ratio : a.score1 > b.score1;
+    case 7:
+      return a.dist_ratio != b.dist_ratio ? a.dist_ratio > b.dist_ratio : a.score5 > b.score5;
+    case 8:
+      return a.dist_ratio != b.dist_ratio ? a.dist_ratio > b.dist_ratio : a.score1 > b.score1;
+    default:
+      return key_of(settings, a) > key_of(settings, b);
   }
 }
 
@@ -74,27 +93,8 @@ void merge_sort(const CorrectionSettings& settings, std::span<MatchVector> vecto
   if (from.data() != vectors.data()) std::copy(from.begin(), from.end(), vectors.begin());
 }
 
-bool responds(const CorrectionSettings& settings, std::int32_t score_a, std::int32_t score_b) {
-  return std::max(score_a, score_b) >= settings.res_th && std::min(score_a, score_b) >= settings.res_th_both;
-}
-
-}  // namespace
-
-bool goes_before(const CorrectionSettings& settings, const MatchVector& a, const MatchVector& b) {
-  switch (settings.sort_mode) {
-    case 5:
-      return a.dist_ratio >= kDistinctRatio ? a.dist_ratio >= b.dist_ratio : a.score5 > b.score5;
-    case 6:
-      return a.dist_ratio >= kDistinctRatio ? a.dist_ratio >= b.dist_ratio : a.score1 > b.score1;
-    case 7:
-      return a.dist_ratio != b.dist_ratio ? a.dist_ratio > b.dist_ratio : a.score5 > b.score5;
-    case 8:
-      return a.dist_ratio != b.dist_ratio ? a.dist_ratio > b.dist_ratio : a.score1 > b.score1;
-    default:
-      return key_of(settings, a) > key_of(settings, b);
-  }
-}
-
+// Up to kInsertionSortLimit vectors an insertion sort, above a merge sort; under a strict order both are
+// stable, and neither leaves the array under the others. `scratch` holds at least as many.
 void sort_vectors(const CorrectionSettings& settings, std::span<MatchVector> vectors,
                   std::span<MatchVector> scratch) {
   if (vectors.size() <= kInsertionSortLimit) {
@@ -103,6 +103,12 @@ void sort_vectors(const CorrectionSettings& settings, std::span<MatchVector> vec
     merge_sort(settings, vectors, scratch);
   }
 }
+
+bool responds(const CorrectionSettings& settings, std::int32_t score_a, std::int32_t score_b) {
+  return std::max(score_a, score_b) >= settings.res_th && std::min(score_a, score_b) >= settings.res_th_both;
+}
+
+}  // namespace
 
 std::int32_t select_cell(const CorrectionSettings& settings, const FeatureFrame& frame_a,
                          const FeatureFrame& frame_b, MatchVector* vectors, std::int32_t count,
