@@ -131,6 +131,32 @@ TEST(GridTest, CapacityComesFromTheGridOrTheLevels) {
   }
 }
 
+// A frame may have as many slots as pixels, but always a million, and never more than sixteen.
+TEST(GridTest, RefusesMoreSlotsThanAFrameCanFill) {
+  const struct {
+    std::int32_t width, height;
+    std::int32_t most;  // in a cell of eight
+  } cases[] = {{1000, 1000, (1 << 20) / 8}, {3000, 1000, 3000 * 1000 / 8}, {8000, 8000, (1 << 24) / 8}};
+  for (const auto& test : cases) {
+    for (const std::int32_t capacity : {test.most, test.most + 1}) {
+      fpu::Grid grid;
+      grid.frameWidth = test.width;
+      grid.frameHeight = test.height;
+      auto document = document_of("grid:\n  horz_cell_count: 4\n  vert_cell_count: 2\n  num_kps_in_cell: " +
+                                  std::to_string(capacity) + "\n");
+      EXPECT_EQ(grid.load(document, 14), capacity == test.most) << test.width << ' ' << capacity;
+    }
+  }
+  // Nor may a cell have more pixels than 32 bits can count.
+  for (const auto& [cell_width, loads] : {std::pair{53687, true}, {53688, false}}) {
+    fpu::Grid grid;
+    grid.frameWidth = grid.frameHeight = 1000;
+    auto document =
+        document_of("grid:\n  vert_cell_size: 40000\n  horz_cell_size: " + std::to_string(cell_width) + "\n");
+    EXPECT_EQ(grid.load(document, 14), loads);
+  }
+}
+
 TEST(GridTest, ReadsTheExcludedRectangle) {
   fpu::Grid grid;
   grid.frameWidth = grid.frameHeight = 1000;

@@ -156,43 +156,13 @@ TEST(Filters, KernelsHaveTheirClosedForms) {
     const auto& [taps, weight] = kernels[number];
     const cve::FilterKernel kernel = cve::make_float_kernel(number);
     ASSERT_EQ(kernel.radius, taps - 1) << number;
+    ASSERT_EQ(cve::kernel_radius(number), taps - 1);
     double sum = weight(0);
     for (int i = 1; i < taps; ++i) sum += 2 * weight(i);
     for (int i = 0; i < taps; ++i) {
       // The table's weights have six to nine digits.
       EXPECT_NEAR(kernel.coefficients[static_cast<std::size_t>(i)], weight(i) / sum, 1e-6)
           << number << " at " << i;
-    }
-  }
-}
-
-TEST(Filters, ConvolutionAgreesWithATwoDimensionalSum) {
-  const XMat_<float> parent = noise<float>(90, 90);
-  const XMat_<float> view = parent.view(15, 12, 50, 45);
-  for (int number = 0; number < cve::kKernelCount; ++number) {
-    const cve::FilterKernel kernel = cve::make_float_kernel(number);
-    const int r = kernel.radius;
-    ASSERT_EQ(cve::kernel_radius(number), r);
-    const auto weight = [&](int d) { return double{kernel.coefficients[std::size_t(std::abs(d))]}; };
-    double total = 0.0;
-    for (int d = -r; d <= r; ++d) total += weight(d);
-    EXPECT_NEAR(total, 1.0, 1e-6) << number;
-    for (const bool borders : {true, false}) {
-      XMat_<float> filtered;
-      cve::filterFloat(view, filtered, number, false, borders);
-      for (int y = 0; y < view.rows; y += 4) {
-        for (int x = 0; x < view.cols; ++x) {
-          double sum = 0.0;
-          for (int j = -r; j <= r; ++j) {
-            for (int i = -r; i <= r; ++i) {
-              const int column = borders ? std::clamp(x + i, 0, view.cols - 1) : x + i;
-              sum += weight(i) * weight(j) * double{view.at(std::clamp(y + j, 0, view.rows - 1), column)};
-            }
-          }
-          // Up to 44 products and sums of values below 4, at 24 bits.
-          ASSERT_NEAR(filtered.at(y, x), sum, 1e-5) << number << " at " << x << ", " << y;
-        }
-      }
     }
   }
 }
@@ -291,15 +261,6 @@ TEST(Filters, FixedKernelsCutTheirWeights) {
       EXPECT_LE(std::abs(kernel.coefficients[i]), std::abs(exact) + 1e-3) << number;
     }
   }
-  const cve::FixedKernel identity = cve::make_fixed_kernel(0);
-  EXPECT_EQ(identity.coefficients[0], 4095);
-  EXPECT_EQ(std::count(identity.coefficients.begin(), identity.coefficients.end(), 0), 63);
-
-  XMat_<short> constant, filtered;
-  constant.create(40, 40);
-  std::fill(constant.owner->begin(), constant.owner->end(), short{-1001});
-  cve::filterFixed(constant, filtered, 19);
-  expect_same_bits(filtered, constant, "weights 2048 and 1024");
 }
 
 TEST(Filters, NoNumberOrASmallImagePassesThrough) {

@@ -76,14 +76,6 @@ TEST(ToneCurves, TwelveBitsToBytesRoundToTheNearest) {
   for (const int below : {-1, -4095, -32768}) EXPECT_EQ(cve::byteFromLinear12(static_cast<short>(below)), 0);
 }
 
-TEST(ToneCurves, ADisplayByteSurvivesTwelveBits) {
-  // Above the dark end, where a step of the byte is less than a step of linear light.
-  for (int v = 40; v < 256; ++v) {
-    const short linear = cve::linear12FromByte(static_cast<unsigned char>(v));
-    EXPECT_NEAR(cve::byteFromLinear12(linear), v, 1) << v;
-  }
-}
-
 // An image of the given pixels inside a larger one, of the value `rim`.
 template <typename T, class Pixel>
 cve::XMat_<T> framed(int rows, int cols, T rim, Pixel pixel) {

@@ -1,4 +1,3 @@
-#include "base/ThreadTeam.h"
 #include "matching/MatchPipeline.h"
 
 #include <gmock/gmock.h>
@@ -111,12 +110,6 @@ void for_each_record(const MatchSet& set, Visit&& visit) {
   EXPECT_EQ(record, set.records.end());
 }
 
-std::vector<unsigned char> bytes_of(const MatchSet& set) {
-  std::vector<unsigned char> bytes(set.records.size() * sizeof(MatchRecord));
-  if (!bytes.empty()) std::memcpy(bytes.data(), set.records.data(), bytes.size());
-  return bytes;
-}
-
 TEST(MatchFramesTest, FindsThePlantedMatches) {
   struct Case {
     Truth truth;
@@ -171,24 +164,6 @@ TEST(MatchFramesTest, RecordsTellTheirVectorAndKeypoints) {
     EXPECT_EQ((std::array{r.octave_a, r.octave_b, r.prev_state, r.reserved27, r.reserved32}),
               (std::array{3, 3, 0, -1, -1}));
   });
-}
-
-TEST(MatchFramesTest, ResultsAreTheSameForEveryNumberOfThreads) {
-  for (const int mode : {1, 7}) {
-    std::vector<std::vector<unsigned char>> results;
-    for (const int threads : {1, 2, 7}) {
-      Planted planted(43);
-      FeatureUnit& unit = planted.scene->unit;
-      unit.matchingSettings.penalty_mode = mode;
-      const twintrue::ThreadTeam team(threads);
-      planted.match();
-      results.push_back(bytes_of(planted.set));
-      results.back().push_back(static_cast<unsigned char>(unit.mvcSettings.gmv_x));
-    }
-    EXPECT_GT(results[0].size(), 1000u);
-    EXPECT_EQ(results[0], results[1]);
-    EXPECT_EQ(results[0], results[2]);
-  }
 }
 
 TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <random>
 #include <vector>
 
@@ -69,50 +67,6 @@ TEST_P(PlainMatchingTest, TheFastFormGivesTheSame) {
 }
 
 INSTANTIATE_TEST_SUITE_P(PenaltyModes, PlainMatchingTest, testing::Values(0, 1, 2, 3, 4, 5, 7));
-
-// Runs that begin and end anywhere in a block: lanes of other runs are neither measured nor collected.
-TEST(AreaKernelTest, MeasuresTheLanesOfTheRunOnly) {
-  std::mt19937 random(5);
-  Scene scene({1, 1, 240, 160, 100});
-  fill_randomly(*scene.b, random, 75, 32);
-  const DescriptorWords order(32, 0, 0);
-  const PackedKeypoints packed(*scene.b, order);
-  const auto count = static_cast<std::int32_t>(packed.index.size());
-  const std::vector<std::uint32_t> words(order.count(), 0x0F0F1234U);
-  std::vector<unsigned char> query(32);
-  for (std::size_t i = 0; i < 32; ++i) query[i] = reinterpret_cast<const unsigned char*>(words.data())[i];
-  const Area area{120, 90, 60, 45, words.data()};
-  for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
-    const AreaKernel kernel = area_kernel(set);
-    for (std::int32_t begin = 0; begin < 35; ++begin) {
-      for (std::int32_t end = begin + 1; end <= count; end += 3) {
-        const fpu::Run run{begin, end};
-        std::vector<Lanes<std::uint32_t>> distances(run.blocks());
-        Lanes<std::uint32_t> minima;
-        minima.v.fill(kOutside);
-        kernel.measure(packed, order, area, run, distances.data(), minima);
-        std::vector<std::int32_t> within;
-        std::uint32_t least = kOutside;
-        for (std::size_t lane = 0; lane < run.blocks() * kLanes; ++lane) {
-          const auto place = static_cast<std::int32_t>(run.first_block() * kLanes + lane);
-          std::uint32_t expected = kOutside;
-          if (place >= begin && place < end && std::abs(packed.x_of(place) - 120) <= 60 &&
-              std::abs(packed.y_of(place) - 90) <= 45) {
-            const std::int32_t row = packed.index[static_cast<std::size_t>(place)];
-            expected = descriptor_distance(query.data(), scene.b->descriptors.row(row), 32, 0, 0);
-          }
-          ASSERT_EQ(distances[lane / kLanes].v[lane % kLanes], expected) << begin << " to " << end;
-          least = std::min(least, expected);
-          if (expected <= 130) within.push_back(static_cast<std::int32_t>(lane));
-        }
-        EXPECT_EQ(*std::min_element(minima.v.begin(), minima.v.end()), least);
-        std::vector<std::int32_t> found(run.blocks() * kLanes);
-        found.resize(kernel.collect(distances.data(), run.blocks(), 130, found.data()));
-        ASSERT_EQ(found, within) << begin << " to " << end;
-      }
-    }
-  }
-}
 
 // Descriptors that differ in every bit, up to more words than a byte can count the bits of.
 TEST(AreaKernelTest, CountsEveryBitOfLongDescriptors) {

@@ -1,10 +1,8 @@
 #include "PlainMatching.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <random>
 #include <utility>
 #include <vector>
@@ -15,11 +13,6 @@ namespace plain_matching {
 namespace {
 
 using namespace fpu;
-
-template <class Word>
-std::uint32_t bits(Word word) {
-  return static_cast<std::uint32_t>(std::popcount(word));
-}
 
 class PlainMatcher {
  public:
@@ -148,41 +141,21 @@ class PlainMatcher {
     }
   }
 
-  std::uint32_t distance(std::int32_t row_a, std::int32_t row_b) const {
-    const std::int32_t bytes = a_.descriptors.cols;
-    const auto weight = static_cast<std::uint32_t>(s_.weightDist);
-    std::uint32_t distance = 0;
-    for (std::int32_t i = 0; i < bytes / 8; ++i) {
-      const std::uint64_t x = word<std::uint64_t>(a_, row_a, 8 * i) ^ word<std::uint64_t>(b_, row_b, 8 * i);
-      const std::int32_t start = 64 * i;
-      if (weight == 0 || start > split_) {
-        distance += bits(x);
-      } else if (start + 64 <= split_) {
-        distance += weight * bits(x);
-      } else {
-        distance += bits(x >> (split_ - start)) + weight * bits(x << ((start + 64 - split_) % 64));
-      }
-    }
-    for (std::int32_t i = 0; i < bytes % 8; ++i) {
-      const std::int32_t at = bytes / 8 * 8 + 4 * i;
-      distance += bits(word<std::uint32_t>(a_, row_a, at) ^ word<std::uint32_t>(b_, row_b, at));
-    }
-    return distance;
+  // Words may reach into the rows behind; what is behind the last one counts as zero.
+  static std::vector<unsigned char> rows_of(const FeatureFrame& frame) {
+    const cve::XMat_<unsigned char>& rows = frame.descriptors;
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(rows.rows * rows.cols) +
+                                     sizeof(std::uint64_t) * 4);
+    for (std::int32_t y = 0; y < rows.rows; ++y)
+      std::copy_n(rows.row(y), rows.cols, &bytes[static_cast<std::size_t>(y * rows.cols)]);
+    return bytes;
   }
 
-  // Words may reach into the rows behind; what is behind the last one counts as zero.
-  template <class Word>
-  static Word word(const FeatureFrame& frame, std::int32_t row, std::int32_t at) {
-    const cve::XMat_<unsigned char>& rows = frame.descriptors;
-    const unsigned char* const from = rows.row(row) + at;
-    const unsigned char* const end = rows.row(rows.rows - 1) + rows.cols;
-    Word value = 0;
-    if (end - from >= static_cast<std::ptrdiff_t>(sizeof(value))) {
-      std::memcpy(&value, from, sizeof(value));
-    } else if (end > from) {
-      std::memcpy(&value, from, static_cast<std::size_t>(end - from));
-    }
-    return value;
+  std::uint32_t distance(std::int32_t row_a, std::int32_t row_b) const {
+    const std::int32_t width = a_.descriptors.cols;
+    return descriptor_distance(&rows_a_[static_cast<std::size_t>(row_a * width)],
+                               &rows_b_[static_cast<std::size_t>(row_b * width)], width, split_,
+                               s_.weightDist);
   }
 
   const MatchingSettings& s_;
@@ -190,6 +163,8 @@ class PlainMatcher {
   const FeatureFrame& b_;
   MatchSet& set_;
   const std::int32_t split_;
+  const std::vector<unsigned char> rows_a_ = rows_of(a_);
+  const std::vector<unsigned char> rows_b_ = rows_of(b_);
   std::mt19937 draws_{5489};
 };
 
