@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <csignal>
 #include <cstdint>
 #include <limits>
@@ -121,32 +120,6 @@ struct Pair {
 
   Scene scene;
 };
-
-TEST(MatchCellsTest, AnOctagonBoundsTheLengthInModeTwo) {
-  for (const auto& [dx, dy] : std::vector<std::pair<int, int>>{
-           {0, 0}, {100, 0}, {0, 100}, {960, 60}, {960, 59}, {961, 60}, {700, 700}, {333, 901}}) {
-    const int hi = std::max(dx, dy);
-    const int lo = std::min(dx, dy);
-    const double slope = hi < 16 * lo ? 967.0 : 1007.0;
-    const auto length = static_cast<std::int32_t>(std::lround((slope * hi + 441.0 * lo) / 1024.0));
-    EXPECT_NEAR(length, std::hypot(dx, dy), 0.04 * hi + 1.0);  // what an octagon of these slopes is off
-    for (const std::int32_t max_h : {length, length - 1}) {
-      Scene scene({10, 10, 200, 200, 4});
-      MatchingSettings& s = scene.unit.matchingSettings;
-      s.k = 1;
-      s.penalty_mode = 2;
-      s.penalty_rshift = 0;
-      s.max_vector_h = max_h;
-      s.max_vector_v = 1000;
-      for (const float x : {30.0f, 1900.0f}) add_keypoint(*scene.a, x, x, 9);
-      add_keypoint(*scene.b, 30.0f + static_cast<float>(dx), 30.0f + static_cast<float>(dy), 9);
-      set_descriptors(*scene.a, std::vector(2, Descriptor(8, 0)));
-      set_descriptors(*scene.b, std::vector(1, Descriptor(8, 0)));
-      MatchSet set(scene.unit, 1);
-      EXPECT_EQ(match_cells(s, *scene.a, *scene.b, set), max_h == length ? 1 : 0) << dx << ", " << dy;
-    }
-  }
-}
 
 TEST(MatchCellsTest, TooFewKeypointsClearTheSet) {
   Pair pair({{105, 80}, {106, 80}}, 2, 1);
