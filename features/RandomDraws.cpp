@@ -15,11 +15,12 @@ std::int32_t draw_uniform_int(std::mt19937_64& engine, std::int32_t half) {
   const std::uint64_t n = 2 * static_cast<std::uint64_t>(half) + 1;
   if (n == 1) return 0;
   // The outputs above the last whole multiple of n are drawn again, so that all values are equally likely.
+  // There are some: n is odd, and so no divisor of 2^64.
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
   std::uint64_t output = 0;
   do {
     output = engine();
-  } while (!(output / n < kMax / n || kMax % n == n - 1));
+  } while (output / n >= kMax / n);
   return static_cast<std::int32_t>(static_cast<std::int64_t>(output % n) - half);
 }
 

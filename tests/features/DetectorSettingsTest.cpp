@@ -11,51 +11,60 @@
 namespace {
 
 fpu::DetectorSettings settings_of(const std::string& keys) {
-  auto document = testing_support::document_of("RENO:\n  ds_mode: 2\n" + keys);
+  auto document = testing_support::document_of("RENO:\n  any: 1\n" + keys);
   fpu::DetectorSettings settings;
   settings.read(twintrue::param_root_child(document, "RENO"));
   return settings;
 }
 
-TEST(DetectorSettingsTest, EveryKeyReachesItsField) {
+TEST(DetectorSettingsTest, EveryKeyReachesItsFieldAndNeedNotBeThere) {
   using S = fpu::DetectorSettings;
-  const std::pair<const char*, std::int32_t S::*> keys[] = {
-      {"nfeatures", &S::nfeatures},
-      {"nlevels", &S::nlevels},
-      {"edgeThreshold", &S::edgeThreshold},
-      {"firstLevel", &S::firstLevel},
-      {"wta_k", &S::wta_k},
-      {"scoreType", &S::scoreType},
-      {"patchSize", &S::patchSize},
-      {"refining", &S::refining},
-      {"ds_mode", &S::ds_mode},
-      {"gamma_mode", &S::gamma_mode},
-      {"desc_gaus_size", &S::desc_gaus_size},
-      {"filter_mode", &S::filter_mode},
-      {"det_type", &S::det_type},
-      {"no_extrema_suppression", &S::no_extrema_suppression},
-      {"desc_image_mode", &S::desc_image_mode},
-      {"lpf_bit", &S::lpf_bit},
-      {"shift_abd", &S::shift_abd},
-      {"shift_det", &S::shift_det},
-      {"shift_res", &S::shift_res},
-      {"mul_subpixel", &S::mul_subpixel},
-      {"rnd_mode", &S::rnd_mode},
-      {"weightDist", &S::weightDist},
-      {"posLimit", &S::posLimit},
-      {"patchIntCalcPattern", &S::patchIntCalcPattern},
+  const struct {
+    const char* key;
+    std::int32_t S::*field;
+    std::int32_t otherwise;  // where the file says nothing
+  } keys[] = {
+      {"nfeatures", &S::nfeatures, 0},
+      {"nlevels", &S::nlevels, 1},
+      {"edgeThreshold", &S::edgeThreshold, 15},
+      {"firstLevel", &S::firstLevel, 0},
+      {"wta_k", &S::wta_k, 1},
+      {"scoreType", &S::scoreType, 1},
+      {"patchSize", &S::patchSize, 13},
+      {"refining", &S::refining, 1},
+      {"ds_mode", &S::ds_mode, 2},
+      {"gamma_mode", &S::gamma_mode, 2},
+      {"desc_gaus_size", &S::desc_gaus_size, 7},
+      {"filter_mode", &S::filter_mode, 7},
+      {"det_type", &S::det_type, 0},
+      {"no_extrema_suppression", &S::no_extrema_suppression, 0},
+      {"desc_image_mode", &S::desc_image_mode, 0},
+      {"lpf_bit", &S::lpf_bit, 0},
+      {"shift_abd", &S::shift_abd, 0},
+      {"shift_det", &S::shift_det, 0},
+      {"shift_res", &S::shift_res, 0},
+      {"mul_subpixel", &S::mul_subpixel, 32},
+      {"rnd_mode", &S::rnd_mode, 0},
+      {"weightDist", &S::weightDist, 0},
+      {"posLimit", &S::posLimit, 0},
+      {"patchIntCalcPattern", &S::patchIntCalcPattern, 0},
   };
   std::string text =
       "  scaleFactor: 1.5\n  rotating: 1\n  h_sigma: 2.5\n  rSigma: 3.5\n  rndSeedMake: 4\n  rndSeedSelect: "
       "5\n";
   std::int32_t value = 101;
-  for (const auto& [key, field] : keys)
+  for (const auto& [key, field, otherwise] : keys)
     text += std::string("  ") + key + ": " + std::to_string(value++) + "\n";
   auto document = testing_support::document_of("RENO:\n" + text);
   S settings;
   settings.read(twintrue::param_root_child(document, "RENO"));
   value = 101;
-  for (const auto& [key, field] : keys) EXPECT_EQ(settings.*field, value++) << key;
+  for (const auto& [key, field, otherwise] : keys) {
+    EXPECT_EQ(settings.*field, value++) << key;
+    EXPECT_EQ(settings_of("").*field, otherwise) << key;
+  }
+  EXPECT_EQ(settings_of("").scaleFactor, 2.0);
+  EXPECT_EQ(settings_of("").h_sigma, 1.0f);
   EXPECT_EQ(settings.scaleFactor, 1.5);
   EXPECT_TRUE(settings.rotating);
   EXPECT_EQ(settings.h_sigma, 2.5f);

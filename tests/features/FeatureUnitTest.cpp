@@ -114,6 +114,22 @@ TEST(FeatureUnitTest, RefusesWhatItCantCarryOut) {
   EXPECT_EQ(unit_of(kGrid + kDetector + kRest, 2147483647, 2147483647), nullptr);
 }
 
+TEST(FeatureUnitTest, TellsTheStagesWhatTheyNeedOfEachOther) {
+  for (const auto& [matching, candidates] :
+       {std::pair{"  out_mode: 2\n", 1}, {"  k: 2\n", 2}, {"  k: 1\n", 1}}) {
+    const auto unit = unit_of(kGrid + kDetector + "  patchSize: 15\n  weightDist: 3\nmatching:\n" + matching +
+                              "vdet:\n  ch_bg: 1\n");
+    ASSERT_NE(unit, nullptr);
+    const fpu::MatchingSettings& m = unit->matchingSettings;
+    EXPECT_EQ((std::array{m.image_width, m.image_height, m.patchSize, m.weightDist}),
+              (std::array{120, 100, 15, 3}));
+    const fpu::CorrectionSettings& c = unit->mvcSettings;
+    EXPECT_EQ((std::array{c.image_width, c.image_height, c.max_num_data_in_cell, c.candidates}),
+              (std::array{120, 100, 9, candidates}));
+    EXPECT_EQ((std::array{unit->grid.frameWidth, unit->grid.frameHeight}), (std::array{120, 100}));
+  }
+}
+
 TEST(FeatureUnitTest, ExceptionsOfTheLoadEndInItsMessage) {
   const struct {
     std::string text;

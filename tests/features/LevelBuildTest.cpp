@@ -55,7 +55,8 @@ TEST(LevelBuildTest, ViewsFollowTheReachOfTheKernel) {
 // pixel. At sizes of one and several bands and too small for a filter, for pixels of their own and for part
 // of a wider picture. What only packed rows allow, to read on beside them, is left to the whole images.
 TEST(LevelBuildTest, FiltersTheViewOfItsModeAndEncodesIt) {
-  for (const auto& [cols, rows] : {std::pair{33, 140}, {131, 45}, {40, 31}, {31, 40}, {1, 1}}) {
+  for (const auto& [cols, rows] :
+       {std::pair{33, 140}, {131, 45}, {40, 31}, {31, 40}, {40, 32}, {32, 40}, {1, 1}}) {
     // Much of it leaves 0 to 1, as the kernels that sharpen do: that wraps in the byte, unless it is clamped.
     cve::XMat_<float> packed = testing_support::random_light(cols, rows, 7);
     for (int y = 0; y < rows; ++y) {

@@ -8,17 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "matching/MatchScene.h"
-#include "params/ParamDocument.h"
+#include "FeatureTestSupport.h"
 
 namespace fpu {
 namespace {
 
-twintrue::ParamDocument parse(const std::string& text) {
-  twintrue::ParamDocument document;
-  EXPECT_TRUE(matching_tests::open_text(document, text));
-  return document;
-}
+using testing_support::document_of;
 
 MatchingSettings fresh_matching() {
   MatchingSettings settings;
@@ -33,11 +28,34 @@ CorrectionSettings fresh_correction() {
   return settings;
 }
 
-TEST(MatchSettingsTest, EveryKeyReachesItsField) {
-  auto document = parse(
-      "matching:\n  check_circle: 1\n  k: 1\n  out_mode: 2\n  penalty_mode: 5\n  penalty_rshift: 7\n"
-      "  penalty_res_coeff: 1.5\n  dist_ratio_offset: 8\n  dist_ratio_shift: 9\n  sat_offset: 10\n"
-      "  score_th3: 11\n  score_th4: 12\n  acc_th: 13.5\n"
+// What the keys set, in the order of the texts below.
+template <class... T>
+std::vector<double> values(T... value) {
+  return {static_cast<double>(value)...};
+}
+std::vector<double> values_of(const MatchingSettings& m) {
+  return values(m.max_vector_ratio_h, m.max_vector_ratio_v, m.check_circle, m.k, m.out_mode, m.penalty_mode,
+                m.penalty_rshift, m.penalty_res_coeff, m.dist_ratio_offset, m.dist_ratio_shift, m.sat_offset,
+                m.score_th3, m.score_th4, m.acc_th);
+}
+std::vector<double> values_of(const CorrectionSettings& c) {
+  return values(c.th[0], c.th[1], c.th[2], c.th[3], c.sort_mode, c.sshift, c.score_mode[0], c.score_mode[1],
+                c.score_mode[2], c.score_mode[3], c.max_score, c.count_rshift, c.normalizing_coeff,
+                c.num_matching_in_cell_out, c.normalizing_mode, c.dist_ratio_shift, c.neighbour_mode,
+                c.bin_width, c.normalizing, c.ref_prev_frame_data_mode, c.res_th, c.res_th_both,
+                c.diff_pt_th);
+}
+std::vector<double> values_of(const CheckSettings& v) {
+  return values(v.ch_bg, v.res_th_bg, v.res_th_bg_both, v.score_th_bg, v.res_th, v.res_th_both, v.rank_th,
+                v.long_mv_th_ratio_gmv, v.long_mv_th_ratio_gmv_bg, v.auto_night_mode);
+}
+
+TEST(MatchSettingsTest, EveryKeyReachesItsFieldAndNeedNotBeThere) {
+  auto document = document_of(
+      "matching:\n  max_vector_ratio_h: 0.75\n  max_vector_ratio_v: 0.25\n  check_circle: 1\n  k: 7\n  "
+      "out_mode: 2\n"
+      "  penalty_mode: 5\n  penalty_rshift: 8\n  penalty_res_coeff: 1.5\n  dist_ratio_offset: 18\n"
+      "  dist_ratio_shift: 9\n  sat_offset: 10\n  score_th3: 11\n  score_th4: 12\n  acc_th: 13.5\n"
       "mvc:\n  th: 1\n  th2: 2.5\n  th3: 3.5\n  th4: 4.5\n  sort_mode: 5\n  sshift: 6\n  score_mode: 7\n"
       "  score_mode2: 8\n  score_mode3: 9\n  score_mode4: 10\n  max_score: 11\n  count_rshift: 12\n"
       "  normalizing_coeff: 13\n  num_matching_in_cell_out: 14\n  normalizing_mode: 15\n"
@@ -46,32 +64,25 @@ TEST(MatchSettingsTest, EveryKeyReachesItsField) {
       "vdet:\n  ch_bg: 1\n  res_th_bg: 2\n  res_th_bg_both: 3\n  score_th_bg: 4\n  res_th: 5\n"
       "  res_th_both: 6\n  rank_th: 7\n  long_mv_th_ratio_gmv: 8.5\n  long_mv_th_ratio_gmv_bg: 9.5\n"
       "  auto_night_mode: 10\n");
+  auto bare = document_of("matching:\n  x: 1\nmvc:\n  x: 1\nvdet:\n  x: 1\n");
   auto m = fresh_matching();
+  ASSERT_TRUE(load_matching_settings(m, bare, 0));
+  EXPECT_EQ(values_of(m), values(0.4, 0.2, 0, 2, 0, 1, 6, 2, 3, 4, 0, 15, 15, 6));
   ASSERT_TRUE(load_matching_settings(m, document, 0));
-  EXPECT_TRUE(m.check_circle);
-  EXPECT_EQ((std::array{m.k, m.out_mode, m.penalty_mode, m.penalty_rshift, m.dist_ratio_offset,
-                        m.dist_ratio_shift, m.sat_offset, m.score_th3, m.score_th4}),
-            (std::array{1, 2, 5, 7, 8, 9, 10, 11, 12}));
-  EXPECT_EQ(m.penalty_res_coeff, 1.5f);
-  EXPECT_EQ(m.acc_th, 13.5f);
+  EXPECT_EQ(values_of(m), values(0.75, 0.25, 1, 7, 2, 5, 8, 1.5, 18, 9, 10, 11, 12, 13.5));
 
   auto c = fresh_correction();
+  ASSERT_TRUE(load_correction_settings(c, bare, 0));
+  EXPECT_EQ(values_of(c), values(4, 2, 3, 3, 1, 8, 1, 1, 1, 1, 255, 0, 128, 30, 0, 4, 2, 8, 0, 1, 0, 0, 2));
   ASSERT_TRUE(load_correction_settings(c, document, 0));
-  EXPECT_EQ(c.th, (std::array{1.0f, 2.5f, 3.5f, 4.5f}));
-  EXPECT_EQ(
-      (std::array{c.sort_mode, c.sshift, c.score_mode[0], c.score_mode[1], c.score_mode[2], c.score_mode[3],
-                  c.max_score, c.count_rshift, c.normalizing_coeff, c.num_matching_in_cell_out,
-                  c.normalizing_mode, c.dist_ratio_shift, c.neighbour_mode, c.bin_width, c.normalizing,
-                  c.ref_prev_frame_data_mode, c.res_th, c.res_th_both, c.diff_pt_th}),
-      (std::array{5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23}));
+  EXPECT_EQ(values_of(c),
+            values(1, 2.5, 3.5, 4.5, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23));
 
   CheckSettings v;
+  ASSERT_TRUE(load_check_settings(v, bare, "vdet", false));
+  EXPECT_EQ(values_of(v), values(0, 0, 0, 1000, 0, 0, 10000, 0.02f, 0.01f, 0));
   ASSERT_TRUE(load_check_settings(v, document, "vdet", false));
-  EXPECT_EQ((std::array{v.ch_bg, v.res_th_bg, v.res_th_bg_both, v.score_th_bg, v.res_th, v.res_th_both,
-                        v.rank_th, v.auto_night_mode}),
-            (std::array{1, 2, 3, 4, 5, 6, 7, 10}));
-  EXPECT_EQ(v.long_mv_th_ratio_gmv, 8.5f);
-  EXPECT_EQ(v.long_mv_th_ratio_gmv_bg, 9.5f);
+  EXPECT_EQ(values_of(v), values(1, 2, 3, 4, 5, 6, 7, 8.5, 9.5, 10));
   EXPECT_EQ(v.section, "vdet");
 }
 
@@ -91,7 +102,7 @@ TEST(MatchSettingsTest, DisplacementLimitsFollowTheShorterSide) {
            {"matching:\n  max_vector_ratio_h: 0.0116\n  max_vector_ratio_v: -0.0116\n", 6, -7},
            {"matching:\n  max_vector_ratio_h: 1e300\n  max_vector_ratio_v: -1e300\n", kNothing, kNothing},
        }) {
-    auto document = parse(c.text);
+    auto document = document_of(c.text);
     auto settings = fresh_matching();
     ASSERT_TRUE(load_matching_settings(settings, document, 0)) << c.text;
     EXPECT_EQ(settings.max_vector_h, c.h) << c.text;
@@ -122,12 +133,12 @@ TEST(MatchSettingsTest, CorrectionKeysThatDependOnEachOther) {
             }},
            {"neighbour_mode: -3\n", [](S s) { return s.neighbour_mode == -3; }},
        }) {
-    auto document = parse(std::string("mvc:\n  ") + c.keys);
+    auto document = document_of(std::string("mvc:\n  ") + c.keys);
     auto settings = fresh_correction();
     ASSERT_TRUE(load_correction_settings(settings, document, 0)) << c.keys;
     EXPECT_TRUE(c.holds(settings)) << c.keys;
   }
-  auto without_section = parse("other: 1\n");
+  auto without_section = document_of("other: 1\n");
   auto settings = fresh_correction();
   ASSERT_TRUE(load_correction_settings(settings, without_section, 0));
   EXPECT_EQ(settings.score_mode, (std::array{1, 1, 1, 1}));
@@ -149,7 +160,7 @@ TEST(MatchSettingsTest, RefusesWhatNoStepCanCarryOutAndKeepsTheRecord) {
                                          {"penalty_mode: 2\n  penalty_rshift: -1", false},
                                          {"penalty_mode: 4\n  penalty_rshift: -1", false},
                                          {"dist_ratio_offset: 0", true}}) {
-    auto document = parse(std::string("matching:\n  k: 1\n  ") + c.keys + "\n");
+    auto document = document_of(std::string("matching:\n  k: 1\n  ") + c.keys + "\n");
     auto settings = fresh_matching();
     EXPECT_EQ(load_matching_settings(settings, document, 0), c.loads) << c.keys;
     EXPECT_EQ(settings.k, c.loads ? 1 : 2) << c.keys;
@@ -167,7 +178,7 @@ TEST(MatchSettingsTest, RefusesWhatNoStepCanCarryOutAndKeepsTheRecord) {
                                          {"normalizing: 2\n  neighbour_mode: -1", false},
                                          {"normalizing: 5\n  neighbour_mode: 0", true},
                                          {"normalizing: 4\n  neighbour_mode: 1", true}}) {
-    auto document = parse(std::string("mvc:\n  max_score: 7\n  ") + c.keys + "\n");
+    auto document = document_of(std::string("mvc:\n  max_score: 7\n  ") + c.keys + "\n");
     auto settings = fresh_correction();
     EXPECT_EQ(load_correction_settings(settings, document, 0), c.loads) << c.keys;
     EXPECT_EQ(settings.max_score, c.loads ? 7 : 255) << c.keys;
@@ -202,7 +213,7 @@ TEST(MatchSettingsTest, RulesComeAsRowsOrAsFlatKeys) {
             kOff},
            {"ch: 1\n  check_params: 4", {}, kOff},
        }) {
-    auto document = parse(std::string("vdet:\n  ") + c.keys + "\n");
+    auto document = document_of(std::string("vdet:\n  ") + c.keys + "\n");
     CheckSettings settings;
     ASSERT_TRUE(load_check_settings(settings, document, "vdet", false)) << c.keys;
     for (std::size_t i = 0; i < settings.rules.size(); ++i) {
@@ -212,7 +223,7 @@ TEST(MatchSettingsTest, RulesComeAsRowsOrAsFlatKeys) {
     }
   }
   // A missing entry ends the list.
-  auto document = parse("vdet:\n  check_params:\n    - [1, 1, 1]\n");
+  auto document = document_of("vdet:\n  check_params:\n    - [1, 1, 1]\n");
   auto& rows = document.root["vdet"]["check_params"];
   rows.push_back();
   auto& late = rows.push_back();
@@ -228,7 +239,7 @@ TEST(MatchSettingsTest, NumberedSectionsAndSwitchedOffChecks) {
   EXPECT_EQ(numbered_section("mvc", 12), "mvc12");
   EXPECT_EQ(numbered_section("vdet", -3), "vdet-3");
 
-  auto document = parse(
+  auto document = document_of(
       "matching:\n  k: 1\nmatching3:\n  acc_th: 2\nvdet:\n  rank_th: 4\nvdet3:\n  enabled: 0\n"
       "  rank_th: 9\n");
   auto settings = fresh_matching();
