@@ -106,6 +106,11 @@ TEST(ResponseTest, RowsEqualTheImage) {
     for (const int width : {1, 15, 63, 64, 65, 128, 200, 255}) {
       const Region area{3, 3, width, 34};
       const fpu::ResponseImages images = fpu::computeResponse(image, area, nullptr);
+      for (std::int32_t y = 0; y < area.height; ++y) {
+        for (std::int32_t x = 0; x < width; ++x) {
+          ASSERT_TRUE(images.det.at(y, x) > 0.0f || images.response.at(y, x) == 0.0f);
+        }
+      }
       for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         fpu::ResponseRows rows(image, area, set);
         const auto length = static_cast<std::size_t>(width);

@@ -292,6 +292,7 @@ TEST(Filters, SharedPixelsTakeOnlyTheClampedResult) {
   expect_same_bits(image, original, "lost");
 
   XMat_<float> expected = plain::filter(cve::make_float_kernel(8), original, true);
+  expect_same_bits(cve::filterFloatImage(original, 8), expected, "a new image");
   for (float& pixel : *expected.owner) pixel = std::min(std::max(pixel, 0.0f), 1.0f);
   XMat_<float> apart;
   cve::filterFloat(image, apart, 8, true, true);
