@@ -1,0 +1,375 @@
+#include "refine/RobustPose.h"
+
+#include <Eigen/Dense>
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "base/ParallelEach.h"
+
+namespace twintrue {
+namespace {
+
+constexpr std::size_t kBlock = 256;
+constexpr double kTukey = 4.685;  // 95 % efficiency for normal errors
+constexpr double kDeviationPerMedian = 1.4826;
+
+using Vector = Eigen::Matrix<double, kPoseValues, 1>;
+using Matrix = Eigen::Matrix<double, kPoseValues, kPoseValues>;
+
+double median_of(std::vector<double> values) {
+  if (values.empty()) return 0.0;
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+double tukey(double share) {
+  if (!(std::abs(share) < 1.0)) return 0.0;
+  const double rest = 1.0 - share * share;
+  return rest * rest;
+}
+
+// A match as the steps look at it.
+struct Line {
+  EyeRay right;
+  EyeRay left;
+  double residual = 0.0;
+  PoseVector slopes{};
+  std::size_t field = 0;
+  bool seen = false;
+};
+
+class Fit {
+ public:
+  Fit(const RigState& rig, const CalibResult& start, std::vector<PosePair>& pairs,
+      const RobustPoseSettings& settings)
+      : rig_(rig), pairs_(pairs), settings_(settings), lines_(pairs.size()), pose_(start) {
+    for (std::size_t i = 0; i < kPoseValues; ++i) {
+      const double deviation =
+          is_offset(i) ? settings.prior_offset_share * rig.frame_width : settings.prior_angle;
+      prior_(static_cast<Eigen::Index>(i)) = 1.0 / (deviation * deviation);
+    }
+    look(true);
+  }
+
+  // Residuals and slopes under the pose; the rays anew if offsets have moved.
+  void look(bool rays) {
+    const PairGeometry geometry(rig_, pose_);
+    parallel_each((lines_.size() + kBlock - 1) / kBlock, [&](std::size_t block) {
+      const std::size_t end = std::min(lines_.size(), (block + 1) * kBlock);
+      for (std::size_t m = block * kBlock; m < end; ++m) {
+        Line& line = lines_[m];
+        if (rays) {
+          line.right = geometry.right_ray(pairs_[m].right[0], pairs_[m].right[1]);
+          line.left = geometry.left_ray(pairs_[m].left[0], pairs_[m].left[1]);
+          line.seen = line.right.seen && line.left.seen;
+          if (line.seen) line.field = field_of(geometry, line);
+        }
+        if (line.seen) line.residual = geometry.across(line.left, line.right, line.slopes);
+        pairs_[m].residual = line.residual;
+        pairs_[m].weight = 0.0;
+      }
+    });
+  }
+
+  // One weighted Gauss-Newton step; weights and deviations are in the pairs. Returns the rms move over the
+  // matches that fit, pixels.
+  double step() {
+    solve_for_step();
+    const Vector move = information_.ldlt().solve(pull_);
+    double sum = 0.0;
+    double weights = 0.0;
+    for (std::size_t m = 0; m < lines_.size(); ++m) {
+      if (pairs_[m].weight == 0.0) continue;
+      double change = 0.0;
+      for (std::size_t i = 0; i < kPoseValues; ++i) {
+        change += lines_[m].slopes[i] * move(static_cast<Eigen::Index>(i));
+      }
+      sum += pairs_[m].weight * change * change;
+      weights += pairs_[m].weight;
+    }
+    PoseVector values = vector_of(pose_);
+    for (std::size_t i = 0; i < kPoseValues; ++i) values[i] += move(static_cast<Eigen::Index>(i));
+    put_vector(pose_, values);
+    look(true);
+    return weights > 0.0 ? std::sqrt(sum / weights) : 0.0;
+  }
+
+  void weigh(double window) {
+    for (std::size_t m = 0; m < lines_.size(); ++m) {
+      pairs_[m].deviation = window / kTukey;
+      pairs_[m].weight = lines_[m].seen ? tukey(lines_[m].residual / window) : 0.0;
+    }
+  }
+
+  // Weights by each match's own deviation.
+  void weigh_by_variance(double factor, double floor) {
+    for (std::size_t m = 0; m < lines_.size(); ++m) {
+      pairs_[m].deviation = std::sqrt(factor * pairs_[m].variance + floor);
+      pairs_[m].weight =
+          lines_[m].seen ? tukey(lines_[m].residual / (kTukey * pairs_[m].deviation)) : 0.0;
+    }
+  }
+
+  double scatter() const {
+    std::vector<double> sizes;
+    for (const Line& line : lines_) {
+      if (line.seen) sizes.push_back(std::abs(line.residual));
+    }
+    return kDeviationPerMedian * median_of(std::move(sizes));
+  }
+
+  // Deviation of a match: sqrt(factor * variance + floor), to the scatter in classes of the variance.
+  void fit_variances(double& factor, double& floor) const {
+    constexpr std::size_t kClasses = 8;
+    std::vector<std::size_t> order;
+    for (std::size_t m = 0; m < lines_.size(); ++m) {
+      if (lines_[m].seen) order.push_back(m);
+    }
+    std::sort(order.begin(), order.end(), [this](std::size_t a, std::size_t b) {
+      return pairs_[a].variance != pairs_[b].variance ? pairs_[a].variance < pairs_[b].variance : a < b;
+    });
+    // Relative errors of a class's scatter are the same for all: lines through 1.
+    double aa = 0.0, ab = 0.0, bb = 0.0, ya = 0.0, yb = 0.0;
+    double median_all = 0.0;
+    std::vector<double> all;
+    for (std::size_t k = 0; k < kClasses; ++k) {
+      const std::size_t begin = order.size() * k / kClasses;
+      const std::size_t end = order.size() * (k + 1) / kClasses;
+      if (end == begin) continue;
+      std::vector<double> sizes, variances;
+      for (std::size_t i = begin; i < end; ++i) {
+        sizes.push_back(std::abs(lines_[order[i]].residual));
+        variances.push_back(pairs_[order[i]].variance);
+      }
+      const double scatter = kDeviationPerMedian * median_of(sizes);
+      const double square = std::max(scatter * scatter, 1e-8);
+      all.push_back(square);
+      const double x = median_of(variances) / square;
+      const double one = 1.0 / square;
+      aa += x * x;
+      ab += x * one;
+      bb += one * one;
+      ya += x;
+      yb += one;
+    }
+    median_all = median_of(all);
+    const double det = aa * bb - ab * ab;
+    factor = det > 0.0 ? (ya * bb - yb * ab) / det : -1.0;
+    floor = det > 0.0 ? (yb * aa - ya * ab) / det : -1.0;
+    if (!(factor > 0.0)) {
+      factor = 0.0;
+      floor = bb > 0.0 ? yb / bb : 1.0;
+    } else if (!(floor > 0.0)) {
+      floor = 0.0;
+      factor = aa > 0.0 ? ya / aa : 1.0;
+    }
+    constexpr double kLeast = 0.3;  // of the median deviation
+    floor = std::max(floor, kLeast * kLeast * median_all);
+  }
+
+  // Covariance of the pose: what leaving out each piece of the field in turn does to it.
+  Matrix covariance(std::size_t& held) {
+    solve_for_step();
+    const std::size_t fields = field_count();
+    std::vector<Matrix> information(fields, Matrix::Zero());
+    std::vector<Vector> pull(fields, Vector::Zero());
+    std::vector<std::size_t> crowd(fields, 0);
+    for (std::size_t m = 0; m < lines_.size(); ++m) {
+      if (pairs_[m].weight == 0.0) continue;
+      const Eigen::Map<const Vector> slope(lines_[m].slopes.data());
+      const double w = pairs_[m].weight / (pairs_[m].deviation * pairs_[m].deviation);
+      information[lines_[m].field] += w * slope * slope.transpose();
+      pull[lines_[m].field] -= w * lines_[m].residual * slope;
+      ++crowd[lines_[m].field];
+    }
+    held = 0;
+    Matrix sum = Matrix::Zero();
+    const Vector whole = information_.ldlt().solve(pull_);
+    for (std::size_t f = 0; f < fields; ++f) {
+      if (crowd[f] == 0) continue;
+      ++held;
+      const Matrix rest = information_ - information[f];
+      const Vector move = rest.ldlt().solve(pull_ - pull[f]) - whole;
+      sum += move * move.transpose();
+    }
+    const double count = static_cast<double>(held);
+    Matrix covariance = held > 1 ? Matrix(sum * ((count - 1.0) / count)) : Matrix::Zero();
+    // What was taken for granted beforehand errs as well: its share of the pose is not in the matches.
+    const Matrix inverse = information_.ldlt().solve(Matrix::Identity());
+    covariance += inverse * prior_.asDiagonal() * inverse;
+    return covariance;
+  }
+
+  std::size_t fitting() const {
+    std::size_t count = 0;
+    for (const PosePair& pair : pairs_) count += pair.weight > 0.0 ? 1 : 0;
+    return count;
+  }
+  const CalibResult& pose() const { return pose_; }
+
+ private:
+  std::size_t field_count() const { return static_cast<std::size_t>(settings_.rings * settings_.sectors); }
+
+  std::size_t field_of(const PairGeometry& geometry, const Line& line) const {
+    const Vec3& ray = line.right.ray;
+    const double off = std::atan2(std::hypot(ray[0], ray[1]), -ray[2]) / geometry.rim(false);
+    const double turn = std::atan2(ray[1], ray[0]) / (2.0 * std::numbers::pi) + 0.5;
+    // Rings of the same area in the picture.
+    const int ring = std::clamp(static_cast<int>(off * off * settings_.rings), 0, settings_.rings - 1);
+    const int sector = std::clamp(static_cast<int>(turn * settings_.sectors), 0, settings_.sectors - 1);
+    return static_cast<std::size_t>(ring * settings_.sectors + sector);
+  }
+
+  void solve_for_step() {
+    information_.setZero();
+    pull_.setZero();
+    const PoseVector values = vector_of(pose_);
+    for (Eigen::Index i = 0; i < kPoseValues; ++i) {
+      information_(i, i) = prior_(i);
+      pull_(i) = -prior_(i) * values[static_cast<std::size_t>(i)];
+    }
+    for (std::size_t m = 0; m < lines_.size(); ++m) {
+      if (pairs_[m].weight == 0.0) continue;
+      const Eigen::Map<const Vector> slope(lines_[m].slopes.data());
+      const double w = pairs_[m].weight / (pairs_[m].deviation * pairs_[m].deviation);
+      information_.selfadjointView<Eigen::Lower>().rankUpdate(slope, w);
+      pull_ -= w * lines_[m].residual * slope;
+    }
+    information_ = Matrix(information_.selfadjointView<Eigen::Lower>());
+  }
+
+  const RigState& rig_;
+  std::vector<PosePair>& pairs_;
+  const RobustPoseSettings& settings_;
+  std::vector<Line> lines_;
+  CalibResult pose_;
+  Vector prior_;
+  Matrix information_;
+  Vector pull_;
+};
+
+Matrix matrix_of(const PoseMatrix& from) {
+  Matrix to;
+  for (std::size_t i = 0; i < kPoseValues; ++i) {
+    for (std::size_t j = 0; j < kPoseValues; ++j) {
+      to(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j)) = from[i][j];
+    }
+  }
+  return to;
+}
+
+}  // namespace
+
+RobustPose coarse_pose(const RigState& rig, const CalibResult& start, std::vector<PosePair>& pairs,
+                       const RobustPoseSettings& settings) {
+  RobustPose result;
+  Fit fit(rig, start, pairs, settings);
+  constexpr int kMostSteps = 20;
+  constexpr double kLeastWindow = 1.5;
+  double window = std::max(3.0 * fit.scatter(), kLeastWindow);
+  for (; result.steps < kMostSteps; ++result.steps) {
+    fit.weigh(window);
+    const double move = fit.step();
+    const double next = std::clamp(3.0 * fit.scatter(), kLeastWindow, std::max(0.7 * window, kLeastWindow));
+    if (move < 0.01 && next >= 0.99 * window) break;
+    window = next;
+  }
+  result.pose = vector_of(fit.pose());
+  result.scatter = fit.scatter();
+  result.solved = std::all_of(result.pose.begin(), result.pose.end(), [](double v) { return std::isfinite(v); });
+  return result;
+}
+
+RobustPose robust_pose(const RigState& rig, const CalibResult& start, std::vector<PosePair>& pairs,
+                       const RobustPoseSettings& settings) {
+  RobustPose result;
+  Fit fit(rig, start, pairs, settings);
+  constexpr int kMostSteps = 30;
+  constexpr double kLastMove = 1e-4;  // pixels
+  for (const double window : {1.0, 0.5}) {
+    fit.weigh(std::max(window, 3.0 * fit.scatter()));
+    fit.step();
+  }
+  for (result.steps = 2; result.steps < kMostSteps; ++result.steps) {
+    fit.fit_variances(result.variance_factor, result.variance_floor);
+    fit.weigh_by_variance(result.variance_factor, result.variance_floor);
+    if (fit.step() < kLastMove) break;
+  }
+  fit.weigh_by_variance(result.variance_factor, result.variance_floor);
+  const Matrix covariance = fit.covariance(result.fields);
+  result.fitting = fit.fitting();
+  result.scatter = fit.scatter();
+  result.pose = vector_of(fit.pose());
+  for (std::size_t i = 0; i < kPoseValues; ++i) {
+    for (std::size_t j = 0; j < kPoseValues; ++j) {
+      result.covariance[i][j] = covariance(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j));
+    }
+  }
+  result.solved = covariance.allFinite() &&
+                  std::all_of(result.pose.begin(), result.pose.end(), [](double v) { return std::isfinite(v); });
+  return result;
+}
+
+std::vector<PosePair> field_pairs(const RigState& rig, const CalibResult& pose) {
+  constexpr int kPoints = 300;
+  constexpr double kReach = 64.0 / 180.0 * std::numbers::pi;
+  constexpr double kNearest = 0.5;
+  constexpr double kFarthest = 3.0;
+  constexpr double kGoldenAngle = 2.399963229728653;
+  constexpr int kDepths = 7;
+  const PairGeometry geometry(rig, pose);
+  const RigModel& model = geometry.model();
+  std::vector<PosePair> pairs;
+  for (int i = 0; i < kPoints; ++i) {
+    const double theta = kReach * std::sqrt((i + 0.5) / kPoints);
+    const double phi = kGoldenAngle * i;
+    const double distance = kNearest * std::pow(kFarthest / kNearest, (i % kDepths) / (kDepths - 1.0));
+    const Vec3 p{distance * std::sin(theta) * std::cos(phi), distance * std::sin(theta) * std::sin(phi),
+                 -distance * std::cos(theta)};
+    const Vec3& l = model.left.position;
+    const Vec3& r = model.right.position;
+    PosePair pair;
+    if (eye_ray_to_image(model.right, &pair.right[0], &pair.right[1], p[0] - r[0], p[1] - r[1], p[2] - r[2]) &&
+        eye_ray_to_image(model.left, &pair.left[0], &pair.left[1], p[0] - l[0], p[1] - l[1], p[2] - l[2])) {
+      pairs.push_back(pair);
+    }
+  }
+  return pairs;
+}
+
+double field_error(const RigState& rig, const CalibResult& pose, const PoseMatrix& covariance) {
+  const PairGeometry geometry(rig, pose);
+  const Matrix c = matrix_of(covariance);
+  double sum = 0.0;
+  std::size_t count = 0;
+  for (const PosePair& pair : field_pairs(rig, pose)) {
+    const EyeRay right = geometry.right_ray(pair.right[0], pair.right[1]);
+    const EyeRay left = geometry.left_ray(pair.left[0], pair.left[1]);
+    if (!right.seen || !left.seen) continue;
+    PoseVector slopes{};
+    geometry.across(left, right, slopes);
+    const Eigen::Map<const Vector> slope(slopes.data());
+    sum += std::max(slope.dot(c * slope), 0.0);
+    ++count;
+  }
+  return count > 0 ? std::sqrt(sum / static_cast<double>(count)) : 0.0;
+}
+
+double field_difference(const RigState& rig, const CalibResult& pose, const CalibResult& other) {
+  const PairGeometry geometry(rig, other);
+  double sum = 0.0;
+  std::size_t count = 0;
+  for (const PosePair& pair : field_pairs(rig, pose)) {
+    const EyeRay right = geometry.right_ray(pair.right[0], pair.right[1]);
+    const EyeRay left = geometry.left_ray(pair.left[0], pair.left[1]);
+    if (!right.seen || !left.seen) continue;
+    const double across = geometry.across(left.ray, right.ray);
+    sum += across * across;
+    ++count;
+  }
+  return count > 0 ? std::sqrt(sum / static_cast<double>(count)) : 0.0;
+}
+
+}  // namespace twintrue

@@ -1,0 +1,59 @@
+#pragma once
+
+// The pose that refined matches ask for, and how well they fix it.
+
+#include <cstddef>
+#include <vector>
+
+#include "refine/PairGeometry.h"
+
+namespace twintrue {
+
+using PoseMatrix = std::array<PoseVector, kPoseValues>;
+
+// A match for the fit: pixels of the frame.
+struct PosePair {
+  Vec2 right{};
+  Vec2 left{};
+  double variance = 0.0;  // predicted, of the disparity across; squared pixels
+  double weight = 0.0;    // out: of the last step, 0 to 1; 0 for a match that does not fit
+  double residual = 0.0;  // out: disparity across under the pose found, pixels
+  double deviation = 0.0; // out: that the match counted with, pixels
+};
+
+struct RobustPoseSettings {
+  double prior_angle = 0.035;             // radians; deviation of the lens file's values
+  double prior_offset_share = 20.0 / 4096.0;  // of the frame's width
+  int rings = 4;     // of the field, whose pieces count as one thing each
+  int sectors = 8;
+};
+
+struct RobustPose {
+  PoseVector pose{};
+  PoseMatrix covariance{};
+  double scatter = 0.0;      // robust deviation of the residuals, pixels
+  double variance_factor = 0.0;  // of the predicted variances
+  double variance_floor = 0.0;   // added, squared pixels
+  std::size_t fitting = 0;   // matches with a weight
+  std::size_t fields = 0;    // pieces of the field that hold some
+  int steps = 0;
+  bool solved = false;
+};
+
+// Coarse: pairs of whole pixels with many wrong ones among them, from a start that may be off by tens of
+// pixels. No covariance.
+RobustPose coarse_pose(const RigState& rig, const CalibResult& start, std::vector<PosePair>& pairs,
+                       const RobustPoseSettings& settings);
+RobustPose robust_pose(const RigState& rig, const CalibResult& start, std::vector<PosePair>& pairs,
+                       const RobustPoseSettings& settings);
+
+// Pairs of points all over the field to 64 degrees off the axis, 0.5 to 3 metres away, as the rig sees them
+// under a pose.
+std::vector<PosePair> field_pairs(const RigState& rig, const CalibResult& pose);
+
+// Rms disparity across over the field that a covariance of the pose means, pixels.
+double field_error(const RigState& rig, const CalibResult& pose, const PoseMatrix& covariance);
+// The same between two poses.
+double field_difference(const RigState& rig, const CalibResult& pose, const CalibResult& other);
+
+}  // namespace twintrue
