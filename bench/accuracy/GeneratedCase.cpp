@@ -30,92 +30,6 @@ constexpr int kDrawsPerMatch = 60;  // before a frame counts as full
 
 double round_to(double value, double digits) { return std::round(value * digits) / digits; }
 
-// A lens near to what is built, with the numbers rounded as a maker would.
-PlainLens draw_lens(Draws& draws, int index) {
-  constexpr int kWidths[] = {2048, 4096, 8192};
-  PlainLens lens;
-  lens.format = 1 + index % 2;
-  lens.width = kWidths[(index / 2) % 3];
-  lens.height = lens.width / 2;
-  const double pitch = kSensorWidth / lens.width;  // mm a pixel
-  const double radius = round_to(8.75 * draws.between(0.98, 1.02), 1e4);
-  const double distance = round_to(18.5 * draws.between(0.99, 1.01), 1e4);
-  lens.scale = radius / pitch;
-  lens.centre_x[kRight] = lens.width * 0.5 - distance / pitch * 0.5;
-  lens.centre_x[kLeft] = lens.width * 0.5 + distance / pitch * 0.5;
-  lens.centre_y = lens.height * 0.5;
-  double whole = 0.0;
-  for (std::size_t i = 0; i < 4; ++i) {
-    lens.coeff[i] = draws.between(-1.0, 1.0);
-    whole += std::abs(lens.coeff[i]);
-  }
-  const double most = draws.between(0.0, kMostDistortion);
-  for (double& c : lens.coeff) c = round_to(c * most / whole, 1e6);
-  for (std::size_t side : {kRight, kLeft}) {
-    lens.magnify_x[side] = round_to(draws.between(0.998, 1.002), 16384.0);
-    lens.magnify_y[side] = round_to(draws.between(0.998, 1.002), 16384.0);
-    for (std::size_t i = 0; i < 3; ++i)
-      lens.pose[side * kEyeValues + i] = round_to(draws.between(-0.3, 0.3), 1e3) * kDegree;
-    for (std::size_t i = 3; i < 5; ++i) {
-      lens.pose[side * kEyeValues + i] =
-          round_to(draws.between(-5.0, 5.0), 16.0) * lens.width / kReferenceWidth;
-    }
-  }
-  lens.limit = lens.format == 1 ? 190.0 / 180.0 : 192.0 / 180.0;
-  return lens;
-}
-
-// The text of a lens file. Its language knows no exponents.
-std::string lens_text(const PlainLens& lens) {
-  std::string text = "[OPTRA]\n";
-  const auto put = [&](const std::string& key, double value) {
-    text += fmt::format("{} = {:.17f};\n", key, value);
-  };
-  const auto put_size = [&](const char* key, int value) { text += fmt::format("{} = {};\n", key, value); };
-  const double pitch = kSensorWidth / lens.width;
-  const bool plain = lens.format == 1;
-  text += plain ? "format_version = \"1.0\";\n" : "version = 2.31;\n";
-  put_size(plain ? "input_width" : "PIX_input_width", lens.width);
-  put_size(plain ? "input_height" : "PIX_input_height", lens.height);
-  put_size("output_width", lens.width);
-  put_size("output_height", lens.height);
-  put("baseline", lens.baseline);
-  for (std::size_t i = 0; i < lens.coeff.size(); ++i) {
-    put(fmt::format("distortion_coeff{}", i + 1), lens.coeff[i]);
-  }
-  constexpr double kNanometres = 1e6;  // in a millimetre
-  if (plain) {
-    put_size("separate_x", lens.width / 2);
-    put("sensor_pitch", pitch);
-    put("inter_image_circle_distance", (lens.centre_x[kLeft] - lens.centre_x[kRight]) * pitch);
-    put("image_circle_radius", lens.scale * pitch);
-  } else {
-    put("AOV_input_width", kSensorWidth * kNanometres);
-    put("AOV_input_height", kSensorWidth / 2 * kNanometres);
-    put("FOV", lens.limit * 180000.0);
-    put("img_c_diameter", lens.scale * pitch * kNanometres * lens.limit * 2.0);
-    put("left_img_c_center_X", (lens.centre_x[kLeft] - lens.width * 0.5) * pitch * kNanometres);
-    put("right_img_c_center_X", (lens.centre_x[kRight] - lens.width * 0.5) * pitch * kNanometres);
-    put("left_img_c_center_Y", 0.0);
-    put("right_img_c_center_Y", 0.0);
-  }
-  const double angle_unit = plain ? 1.0 : 0.001 * kDegree;
-  const double offset_unit = plain ? lens.width : 1.0 / (pitch * kNanometres);
-  const double magnify_unit = plain ? 1.0 : 1.0 / 16384.0;
-  for (std::size_t side : {kRight, kLeft}) {
-    const std::string eye = side == kRight ? "right_eye_" : "left_eye_";
-    const double* pose = &lens.pose[side * kEyeValues];
-    put(eye + "lambda", pose[0] / angle_unit);
-    put(eye + "psi", pose[1] / angle_unit);
-    put(eye + "roll", pose[2] / angle_unit);
-    put(eye + "x0", pose[3] / offset_unit);
-    put(eye + "y0", pose[4] / offset_unit);
-    put(eye + "magnify_v", lens.magnify_x[side] / magnify_unit);
-    put(eye + "magnify_h", lens.magnify_y[side] / magnify_unit);
-  }
-  return text;
-}
-
 RigState read_back(const PlainLens& lens) {
   const std::filesystem::path path =
       std::filesystem::temp_directory_path() / fmt::format("accuracy-{}.lens", getpid());
@@ -212,6 +126,90 @@ class MatchDraw {
 };
 
 }  // namespace
+
+PlainLens draw_lens(Draws& draws, int index) {
+  constexpr int kWidths[] = {2048, 4096, 8192};
+  PlainLens lens;
+  lens.format = 1 + index % 2;
+  lens.width = kWidths[(index / 2) % 3];
+  lens.height = lens.width / 2;
+  const double pitch = kSensorWidth / lens.width;  // mm a pixel
+  const double radius = round_to(8.75 * draws.between(0.98, 1.02), 1e4);
+  const double distance = round_to(18.5 * draws.between(0.99, 1.01), 1e4);
+  lens.scale = radius / pitch;
+  lens.centre_x[kRight] = lens.width * 0.5 - distance / pitch * 0.5;
+  lens.centre_x[kLeft] = lens.width * 0.5 + distance / pitch * 0.5;
+  lens.centre_y = lens.height * 0.5;
+  double whole = 0.0;
+  for (std::size_t i = 0; i < 4; ++i) {
+    lens.coeff[i] = draws.between(-1.0, 1.0);
+    whole += std::abs(lens.coeff[i]);
+  }
+  const double most = draws.between(0.0, kMostDistortion);
+  for (double& c : lens.coeff) c = round_to(c * most / whole, 1e6);
+  for (std::size_t side : {kRight, kLeft}) {
+    lens.magnify_x[side] = round_to(draws.between(0.998, 1.002), 16384.0);
+    lens.magnify_y[side] = round_to(draws.between(0.998, 1.002), 16384.0);
+    for (std::size_t i = 0; i < 3; ++i)
+      lens.pose[side * kEyeValues + i] = round_to(draws.between(-0.3, 0.3), 1e3) * kDegree;
+    for (std::size_t i = 3; i < 5; ++i) {
+      lens.pose[side * kEyeValues + i] =
+          round_to(draws.between(-5.0, 5.0), 16.0) * lens.width / kReferenceWidth;
+    }
+  }
+  lens.limit = lens.format == 1 ? 190.0 / 180.0 : 192.0 / 180.0;
+  return lens;
+}
+
+std::string lens_text(const PlainLens& lens) {
+  std::string text = "[OPTRA]\n";
+  const auto put = [&](const std::string& key, double value) {
+    text += fmt::format("{} = {:.17f};\n", key, value);
+  };
+  const auto put_size = [&](const char* key, int value) { text += fmt::format("{} = {};\n", key, value); };
+  const double pitch = kSensorWidth / lens.width;
+  const bool plain = lens.format == 1;
+  text += plain ? "format_version = \"1.0\";\n" : "version = 2.31;\n";
+  put_size(plain ? "input_width" : "PIX_input_width", lens.width);
+  put_size(plain ? "input_height" : "PIX_input_height", lens.height);
+  put_size("output_width", lens.width);
+  put_size("output_height", lens.height);
+  put("baseline", lens.baseline);
+  for (std::size_t i = 0; i < lens.coeff.size(); ++i) {
+    put(fmt::format("distortion_coeff{}", i + 1), lens.coeff[i]);
+  }
+  constexpr double kNanometres = 1e6;  // in a millimetre
+  if (plain) {
+    put_size("separate_x", lens.width / 2);
+    put("sensor_pitch", pitch);
+    put("inter_image_circle_distance", (lens.centre_x[kLeft] - lens.centre_x[kRight]) * pitch);
+    put("image_circle_radius", lens.scale * pitch);
+  } else {
+    put("AOV_input_width", kSensorWidth * kNanometres);
+    put("AOV_input_height", kSensorWidth / 2 * kNanometres);
+    put("FOV", lens.limit * 180000.0);
+    put("img_c_diameter", lens.scale * pitch * kNanometres * lens.limit * 2.0);
+    put("left_img_c_center_X", (lens.centre_x[kLeft] - lens.width * 0.5) * pitch * kNanometres);
+    put("right_img_c_center_X", (lens.centre_x[kRight] - lens.width * 0.5) * pitch * kNanometres);
+    put("left_img_c_center_Y", 0.0);
+    put("right_img_c_center_Y", 0.0);
+  }
+  const double angle_unit = plain ? 1.0 : 0.001 * kDegree;
+  const double offset_unit = plain ? lens.width : 1.0 / (pitch * kNanometres);
+  const double magnify_unit = plain ? 1.0 : 1.0 / 16384.0;
+  for (std::size_t side : {kRight, kLeft}) {
+    const std::string eye = side == kRight ? "right_eye_" : "left_eye_";
+    const double* pose = &lens.pose[side * kEyeValues];
+    put(eye + "lambda", pose[0] / angle_unit);
+    put(eye + "psi", pose[1] / angle_unit);
+    put(eye + "roll", pose[2] / angle_unit);
+    put(eye + "x0", pose[3] / offset_unit);
+    put(eye + "y0", pose[4] / offset_unit);
+    put(eye + "magnify_v", lens.magnify_x[side] / magnify_unit);
+    put(eye + "magnify_h", lens.magnify_y[side] / magnify_unit);
+  }
+  return text;
+}
 
 Case generate_case(const CaseSettings& settings, int index, const std::string& params) {
   Draws draws(settings.seed * 1000003 + static_cast<std::uint64_t>(index));

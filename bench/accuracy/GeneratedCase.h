@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Case.h"
+#include "Draws.h"
 
 namespace twintrue::accuracy {
 
@@ -18,6 +19,12 @@ struct CaseSettings {
   int fewest_matches = 300;
   int most_matches = 20000;
 };
+
+// A lens near to what is built, with the numbers rounded as a maker would. The index sets format and width.
+PlainLens draw_lens(Draws& draws, int index);
+
+// The text of its lens file. The language knows no exponents.
+std::string lens_text(const PlainLens& lens);
 
 // Case `index`, one of a row of them: formats and frame widths take turns, numbers of matches spread evenly
 // over their range. Cells and ranks follow the raster of the parameter file, so a small frame may hold fewer

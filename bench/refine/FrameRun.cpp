@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <stdexcept>
 
 #include <OpenImageIO/imageio.h>
@@ -24,6 +25,27 @@ class Keeper final : public RunObserver {
  private:
   FrameRun& run_;
 };
+
+bool recall(const std::filesystem::path& path, FrameRun& run) {
+  std::ifstream file(path, std::ios::binary);
+  std::uint64_t count = 0;
+  file.read(reinterpret_cast<char*>(&run.found), sizeof run.found);
+  file.read(reinterpret_cast<char*>(&run.status), sizeof run.status);
+  file.read(reinterpret_cast<char*>(&count), sizeof count);
+  if (!file) return false;
+  run.matches.resize(count);
+  file.read(reinterpret_cast<char*>(run.matches.data()), static_cast<std::streamsize>(count * sizeof(RayMatch)));
+  return static_cast<bool>(file);
+}
+
+void remember(const std::filesystem::path& path, const FrameRun& run) {
+  std::ofstream file(path, std::ios::binary);
+  const std::uint64_t count = run.matches.size();
+  file.write(reinterpret_cast<const char*>(&run.found), sizeof run.found);
+  file.write(reinterpret_cast<const char*>(&run.status), sizeof run.status);
+  file.write(reinterpret_cast<const char*>(&count), sizeof count);
+  file.write(reinterpret_cast<const char*>(run.matches.data()), static_cast<std::streamsize>(count * sizeof(RayMatch)));
+}
 
 }  // namespace
 
@@ -49,7 +71,8 @@ RigState read_rig(const std::filesystem::path& path) {
   return rig;
 }
 
-FrameRun run_frame(const Pixels& pixels, const std::filesystem::path& lens, const std::string& params) {
+FrameRun run_frame(const Pixels& pixels, const std::filesystem::path& lens, const std::string& params,
+                   const std::filesystem::path& memory) {
   FrameRun run;
   run.rig = read_rig(lens);
   cve::XMat_<float> frame;
@@ -57,10 +80,12 @@ FrameRun run_frame(const Pixels& pixels, const std::filesystem::path& lens, cons
                         3 * pixels.width, pixels.bytes.data(), 0});
   run.linear = frame;
   run.found = starting_result();
+  if (!memory.empty() && recall(memory, run)) return run;
   Keeper keeper(run);
   const double start = seconds_now();
   run.status = run_driver(frame, RunPaths{lens.string(), params, ""}, true, run.found, &keeper);
   run.search_seconds = seconds_now() - start;
+  if (!memory.empty()) remember(memory, run);
   return run;
 }
 

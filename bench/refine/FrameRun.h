@@ -31,7 +31,9 @@ struct FrameRun {
   cve::XMat_<float> linear;
   double search_seconds = 0.0;  // from the converted frame to the pose
 };
-FrameRun run_frame(const Pixels& pixels, const std::filesystem::path& lens, const std::string& params);
+// `memory`: a file that keeps what a search found, so that it is done once; none if empty.
+FrameRun run_frame(const Pixels& pixels, const std::filesystem::path& lens, const std::string& params,
+                   const std::filesystem::path& memory = {});
 
 // Coded halves of the frame as the stage takes them.
 CodedHalves code_halves(const cve::XMat_<float>& linear, const RigState& rig);

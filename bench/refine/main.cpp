@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "CrossShots.h"
 #include "FrameRun.h"
 #include "RigLens.h"
 #include "SceneError.h"
@@ -28,6 +29,8 @@ struct Options {
   std::vector<std::string> folders;
   int repeats = 1;
   bool from_lens = false;
+  std::string shots_lens;
+  std::string memory;
   std::string dump;
   RefineSettings settings;
 };
@@ -68,6 +71,10 @@ Ratios ratios_of(const Refinement& refined, const Pose& wanted) {
 }
 
 int run(const Options& options, std::FILE* out) {
+  if (!options.shots_lens.empty()) {
+    cross_shots(out, options.folders, options.shots_lens, options.params, options.memory, options.settings);
+    return 0;
+  }
   std::array<double, 9> squares{};
   double field_square = 0.0;
   double field_log = 0.0;
@@ -76,9 +83,10 @@ int run(const Options& options, std::FILE* out) {
   fmt::print(out, "{:<20} {:>8} {:>8} {:>8} {:>8} {:>6} {:>6} {:>6} {:>7} {:>7} {:>7}  {}\n", "frame", "search",
              "refined", "field", "expect", "tried", "conv", "kept", "scatter", "seconds", "floor", "errors / deviations");
   for (const std::string& name : options.folders) {
-    const std::filesystem::path folder(name);
+    const std::filesystem::path folder(name.back() == '/' ? name.substr(0, name.size() - 1) : name);
     const Pixels pixels = read_pixels(folder / "frame.png");
-    FrameRun frame = run_frame(pixels, folder / "nominal.lens", options.params);
+    FrameRun frame = run_frame(pixels, folder / "nominal.lens", options.params,
+        options.memory.empty() ? "" : options.memory + "/" + folder.filename().string() + "." + std::filesystem::path(options.params).stem().string());
     const CodedHalves halves = code_halves(frame.linear, frame.rig);
     const accuracy::PlainLens lens = accuracy::plain_lens(frame.rig);
     const Pose truth = accuracy::plain_lens(read_rig(folder / "truth.lens")).pose;
@@ -154,6 +162,9 @@ int main(int argc, char** argv) {
   app.add_option("--passes", options.settings.passes, "Passes");
   app.add_option("--rings", options.settings.pose.rings, "Rings");
   app.add_option("--sectors", options.settings.pose.sectors, "Sectors");
+  app.add_option("--shots-lens", options.shots_lens,
+                 "Lens file of one rig; the other arguments are the stems of its shots");
+  app.add_option("--memory", options.memory, "Folder that keeps what searches found from run to run");
   app.add_option("--dump", options.dump, "Folder for the matches");
   app.add_flag("--from-lens", options.from_lens, "Start from the lens file's pose");
   CLI11_PARSE(app, argc, argv);
