@@ -138,33 +138,97 @@ TWINTRUE_INLINE void collect(const LaneSums& lanes, const PatchTemplate& patch, 
   sums.square = sum_of(lanes.rr);
 }
 
-// Weights of a cubic B-spline's four taps at a phase, and of its derivative.
-struct Taps {
-  float w0, w1, w2, w3;
-  float d0, d1, d2, d3;
+// A cubic B-spline and its slope, t pixels from its middle; 0 from 2 on.
+TWINTRUE_INLINE float spline(float t) {
+  const float a = t < 0.0f ? -t : t;
+  const float outer = 2.0f - a > 0.0f ? 2.0f - a : 0.0f;
+  const float inner = 1.0f - a > 0.0f ? 1.0f - a : 0.0f;
+  return (outer * outer * outer - 4.0f * (inner * inner * inner)) * (1.0f / 6.0f);
+}
+TWINTRUE_INLINE float spline_slope(float t) {
+  const float a = t < 0.0f ? -t : t;
+  const float outer = 2.0f - a > 0.0f ? 2.0f - a : 0.0f;
+  const float inner = 1.0f - a > 0.0f ? 1.0f - a : 0.0f;
+  const float down = 2.0f * (inner * inner) - 0.5f * (outer * outer);
+  return t < 0.0f ? -down : down;
+}
+
+// Columns of the window that a row of the template may need, and room on both sides of them for reads that
+// count nothing.
+constexpr std::size_t kColumns = 24;
+constexpr std::size_t kRoom = 8;
+
+std::int32_t whole_below(float x) {
+  const auto whole = static_cast<std::int32_t>(x);
+  return static_cast<float>(whole) > x ? whole - 1 : whole;
+}
+
+// What the window shows at the places of a row of the template.
+struct SeenRow {
+  alignas(64) Lane value;
+  alignas(64) Lane by_x;
+  alignas(64) Lane by_y;
 };
-TWINTRUE_INLINE Taps taps_at(float f) {
-  const float g = 1.0f - f;
-  const float ff = f * f;
-  const float gg = g * g;
-  constexpr float kSixth = 1.0f / 6.0f;
-  Taps taps;
-  taps.w0 = gg * g * kSixth;
-  taps.w3 = ff * f * kSixth;
-  taps.w1 = (4.0f - 3.0f * ff * (2.0f - f)) * kSixth;
-  taps.w2 = (4.0f - 3.0f * gg * (2.0f - g)) * kSixth;
-  taps.d0 = -0.5f * gg;
-  taps.d3 = 0.5f * ff;
-  taps.d1 = f * (1.5f * f - 2.0f);
-  taps.d2 = -g * (1.5f * g - 2.0f);
-  return taps;
+
+TWINTRUE_INLINE void see_row(const PatchWindow& window, const PatchPlace& place, float v, SeenRow& seen) {
+  constexpr float kFirst = -static_cast<float>(kPatchReach);
+  constexpr float kLast = static_cast<float>(kPatchReach);
+  const float step = place.by_column[0];
+  const float incline = place.by_column[1] / step;
+  const float middle_x = place.middle[0] + v * place.by_row[0];
+  const float middle_y = place.middle[1] + v * place.by_row[1];
+  const std::int32_t first_column = whole_below(middle_x + kFirst * step) - 1;
+
+  // Downward: the line crosses column c at this row.
+  const float at_first = middle_y + incline * (static_cast<float>(first_column) - middle_x);
+  const float at_last = at_first + incline * static_cast<float>(kColumns - 1);
+  const float upper = at_first < at_last ? at_first : at_last;
+  const float lower = at_first < at_last ? at_last : at_first;
+  std::int32_t row = whole_below(upper) - 1;
+  std::int32_t past_row = whole_below(lower) + 3;
+  row = row < 0 ? 0 : row;
+  past_row = past_row > kWindowSide ? kWindowSide : past_row;
+  alignas(64) std::array<float, kColumns + 2 * kRoom> value{};
+  alignas(64) std::array<float, kColumns + 2 * kRoom> slope{};
+  for (; row < past_row; ++row) {
+    const float* __restrict from = &window.value[static_cast<std::size_t>(row * kWindowSide + first_column)];
+    const float off = at_first - static_cast<float>(row);
+    for (std::size_t i = 0; i < kColumns; ++i) {
+      const float t = off + incline * static_cast<float>(static_cast<std::int32_t>(i));
+      value[kRoom + i] += spline(t) * from[i];
+      slope[kRoom + i] += spline_slope(t) * from[i];
+    }
+  }
+
+  // Along: pixel i of the row lies this far from column `first_column + i + k`.
+  const float start = middle_x + kFirst * step - static_cast<float>(first_column);
+  const float drift = step - 1.0f;
+  const float end = start + drift * (kLast - kFirst);
+  std::int32_t k = whole_below(start < end ? start : end) - 1;
+  const std::int32_t past_k = whole_below(start < end ? end : start) + 3;
+  SeenRow sums{};
+  for (; k < past_k; ++k) {
+    const float* __restrict from = &value[static_cast<std::size_t>(static_cast<std::int32_t>(kRoom) + k)];
+    const float* __restrict from_slope = &slope[static_cast<std::size_t>(static_cast<std::int32_t>(kRoom) + k)];
+    const float off = start - static_cast<float>(k);
+    for (std::size_t i = 0; i < kLanes; ++i) {
+      const float t = off + drift * static_cast<float>(static_cast<std::int32_t>(i));
+      const float weight = spline(t);
+      sums.value[i] += weight * from[i];
+      sums.by_x[i] += spline_slope(t) * from[i];
+      sums.by_y[i] += weight * from_slope[i];
+    }
+  }
+  for (std::size_t i = 0; i < kLanes; ++i) {
+    seen.value[i] = sums.value[i];
+    // To the right at the same height: the line's columns are read higher or lower by its incline.
+    seen.by_x[i] = sums.by_x[i] - incline * sums.by_y[i];
+    seen.by_y[i] = sums.by_y[i];
+  }
 }
 
 TWINTRUE_INLINE void measure_patch(const PatchWindow& window, const PatchWeights& weights,
                                    const PatchTemplate& patch, const PatchPlace& place, PatchSums& sums) {
-  constexpr float kFirst = 1.0f;
-  constexpr float kLast = static_cast<float>(kWindowSide) - 2.01f;
-  const float* __restrict pixels = window.value.data();
   LaneSums lanes;
   for (std::size_t y = 0; y < kSide; ++y) {
     const float* __restrict weight = &weights.weight.value[y * kLanes];
@@ -172,41 +236,14 @@ TWINTRUE_INLINE void measure_patch(const PatchWindow& window, const PatchWeights
     const float* __restrict by_x = &patch.by_x.value[y * kLanes];
     const float* __restrict by_y = &patch.by_y.value[y * kLanes];
     const float v = static_cast<float>(static_cast<int>(y) - kPatchReach);
-    const float row_x = place.middle[0] + v * place.by_row[0];
-    const float row_y = place.middle[1] + v * place.by_row[1];
+    SeenRow seen;
+    see_row(window, place, v, seen);
     for (std::size_t i = 0; i < kLanes; ++i) {
-      const float u = static_cast<float>(static_cast<std::int32_t>(i) - kPatchReach);
-      float px = row_x + u * place.by_column[0];
-      float py = row_y + u * place.by_column[1];
-      px = px > kFirst ? px : kFirst;
-      px = px < kLast ? px : kLast;
-      py = py > kFirst ? py : kFirst;
-      py = py < kLast ? py : kLast;
-      const auto ix = static_cast<std::int32_t>(px);
-      const auto iy = static_cast<std::int32_t>(py);
-      const Taps h = taps_at(px - static_cast<float>(ix));
-      const Taps w = taps_at(py - static_cast<float>(iy));
-      const float* p = pixels + ((iy - 1) * kWindowSide + ix - 1);
-      const float* q = p + kWindowSide;
-      const float* m = q + kWindowSide;
-      const float* n = m + kWindowSide;
-      const float p_v = h.w0 * p[0] + h.w1 * p[1] + h.w2 * p[2] + h.w3 * p[3];
-      const float q_v = h.w0 * q[0] + h.w1 * q[1] + h.w2 * q[2] + h.w3 * q[3];
-      const float m_v = h.w0 * m[0] + h.w1 * m[1] + h.w2 * m[2] + h.w3 * m[3];
-      const float n_v = h.w0 * n[0] + h.w1 * n[1] + h.w2 * n[2] + h.w3 * n[3];
-      const float p_d = h.d0 * p[0] + h.d1 * p[1] + h.d2 * p[2] + h.d3 * p[3];
-      const float q_d = h.d0 * q[0] + h.d1 * q[1] + h.d2 * q[2] + h.d3 * q[3];
-      const float m_d = h.d0 * m[0] + h.d1 * m[1] + h.d2 * m[2] + h.d3 * m[3];
-      const float n_d = h.d0 * n[0] + h.d1 * n[1] + h.d2 * n[2] + h.d3 * n[3];
-      const float seen = w.w0 * p_v + w.w1 * q_v + w.w2 * m_v + w.w3 * n_v;
-      const float seen_x = w.w0 * p_d + w.w1 * q_d + w.w2 * m_d + w.w3 * n_d;
-      const float seen_y = w.d0 * p_v + w.d1 * q_v + w.d2 * m_v + w.d3 * n_v;
-
       const float g = value[i];
-      const float r = seen - place.gain * g - place.level;
-      const float s = 0.5f * (seen_x * place.along[0] + seen_y * place.along[1] +
+      const float r = seen.value[i] - place.gain * g - place.level;
+      const float s = 0.5f * (seen.by_x[i] * place.along[0] + seen.by_y[i] * place.along[1] +
                               by_x[i] * place.along_back[0] + by_y[i] * place.along_back[1]);
-      const float t = 0.5f * (seen_x * place.across[0] + seen_y * place.across[1] +
+      const float t = 0.5f * (seen.by_x[i] * place.across[0] + seen.by_y[i] * place.across[1] +
                               by_x[i] * place.across_back[0] + by_y[i] * place.across_back[1]);
       const float ws = weight[i] * s;
       const float wt = weight[i] * t;
@@ -275,6 +312,26 @@ TWINTRUE_TARGET_AVX512 void measure_avx512(const PatchWindow& window, const Patc
 }
 
 }  // namespace
+
+bool place_fits(const PatchPlace& place) {
+  // A step of a column between these keeps what a row needs within kColumns and its reads within kRoom.
+  constexpr float kLeastStep = 0.7f;
+  constexpr float kMostStep = 1.25f;
+  constexpr float kMostIncline = 0.3f;
+  constexpr float kFirst = 2.0f;
+  constexpr float kLast = static_cast<float>(kWindowSide) - 4.0f;
+  const auto small = [](float x) { return x > -kMostIncline && x < kMostIncline; };
+  const auto step = [](float x) { return x > kLeastStep && x < kMostStep; };
+  if (!step(place.by_column[0]) || !step(place.by_row[1]) || !small(place.by_column[1]) ||
+      !small(place.by_row[0])) {
+    return false;
+  }
+  for (std::size_t k = 0; k < 2; ++k) {
+    const float reach = static_cast<float>(kPatchReach) * (std::abs(place.by_column[k]) + std::abs(place.by_row[k]));
+    if (!(place.middle[k] - reach > kFirst && place.middle[k] + reach < kLast)) return false;
+  }
+  return true;
+}
 
 PatchWeights::PatchWeights() {
   constexpr double kSigma = 3.5;

@@ -6,7 +6,10 @@
 //
 // The pictures are smoothed by a binomial filter and read through a cubic B-spline without prefilter: its
 // smoothing is the same at every phase, so neither the template, which lies on whole pixels, nor the other
-// patch, which does not, is the sharper one.
+// patch, which does not, is the sharper one. The other patch is read in two passes, first downward at each
+// column of the window on the line of a row of the template, then along that line: all reads are of
+// neighbours, as vectors want them. Where the line is inclined the spline is sheared with it; the slopes
+// allow for that.
 
 #include <array>
 #include <cstddef>
@@ -29,9 +32,9 @@ inline constexpr int kSmoothReach = 2;
 inline constexpr int kCutBefore = kWindowMiddle + kSmoothReach;
 inline constexpr int kCutBehind = kWindowSide - 1 - kWindowMiddle + kSmoothReach;
 
-// A smoothed cut-out, grey levels, row by row.
+// A smoothed cut-out, grey levels, row by row. What follows the last row is read and counts nothing.
 struct PatchWindow {
-  alignas(64) std::array<float, kWindowSide * kWindowSide> value;
+  alignas(64) std::array<float, kWindowSide*(kWindowSide + 1)> value{};
 };
 
 struct PatchPixels {
@@ -66,6 +69,10 @@ struct PatchPlace {
   float level = 0.0f;
 };
 
+// Whether a kernel can take a place: the whole patch lies in the window and the map is near enough to a
+// shift. False for what is not a number.
+bool place_fits(const PatchPlace& place);
+
 // Unknowns of a step: shift along, its growth a column and a row, shift across, gain, level.
 inline constexpr std::size_t kPatchUnknowns = 6;
 
@@ -83,7 +90,7 @@ struct PatchKernel {
   void (*cut)(const std::int16_t* pixel, std::ptrdiff_t pitch, PatchWindow& window);
   // The template round the window's middle.
   void (*take)(const PatchWindow& window, const PatchWeights& weights, PatchTemplate& patch);
-  // Places outside the window are read at its edge.
+  // The place must fit.
   void (*measure)(const PatchWindow& window, const PatchWeights& weights, const PatchTemplate& patch,
                   const PatchPlace& place, PatchSums& sums);
 };

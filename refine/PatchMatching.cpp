@@ -158,6 +158,10 @@ class Matcher {
       place.across_back = to_float({gain * n_back[0], gain * n_back[1]});
       place.gain = static_cast<float>(gain);
       place.level = static_cast<float>(level);
+      if (!place_fits(place)) {
+        result.end = first ? PatchEnd::kOutside : PatchEnd::kMoved;
+        return;
+      }
       kernel_.measure(window, weights_, patch, place, sums);
       if (first) {
         // Gain and level fitted before anything moves: the slopes need them.
