@@ -318,8 +318,8 @@ bool place_fits(const PatchPlace& place) {
   constexpr float kLeastStep = 0.7f;
   constexpr float kMostStep = 1.25f;
   constexpr float kMostIncline = 0.3f;
-  constexpr float kFirst = 2.0f;
-  constexpr float kLast = static_cast<float>(kWindowSide) - 4.0f;
+  constexpr float kFirst = 1.0f;
+  constexpr float kLast = static_cast<float>(kWindowSide) - 2.1f;
   const auto small = [](float x) { return x > -kMostIncline && x < kMostIncline; };
   const auto step = [](float x) { return x > kLeastStep && x < kMostStep; };
   if (!step(place.by_column[0]) || !step(place.by_row[1]) || !small(place.by_column[1]) ||

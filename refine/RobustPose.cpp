@@ -36,7 +36,7 @@ struct Line {
   EyeRay left;
   double residual = 0.0;
   PoseVector slopes{};
-  std::size_t field = 0;
+  std::size_t patch = 0;  // of the field of view
   bool seen = false;
 };
 
@@ -64,7 +64,7 @@ class Fit {
           line.right = geometry.right_ray(pairs_[m].right[0], pairs_[m].right[1]);
           line.left = geometry.left_ray(pairs_[m].left[0], pairs_[m].left[1]);
           line.seen = line.right.seen && line.left.seen;
-          if (line.seen) line.field = field_of(geometry, line);
+          if (line.seen) line.patch = patch_of(geometry, line);
         }
         if (line.seen) line.residual = geometry.across(line.left, line.right, line.slopes);
         pairs_[m].residual = line.residual;
@@ -76,7 +76,7 @@ class Fit {
   // One weighted Gauss-Newton step; weights and deviations are in the pairs. Returns the rms move over the
   // matches that fit, pixels.
   double step() {
-    solve_for_step();
+    sum_up();
     const Vector move = information_.ldlt().solve(pull_);
     double sum = 0.0;
     double weights = 0.0;
@@ -171,36 +171,71 @@ class Fit {
 
   // Covariance of the pose: what leaving out each piece of the field in turn does to it.
   Matrix covariance(std::size_t& held) {
-    solve_for_step();
-    const std::size_t fields = field_count();
-    std::vector<Matrix> information(fields, Matrix::Zero());
-    std::vector<Vector> pull(fields, Vector::Zero());
-    std::vector<std::size_t> crowd(fields, 0);
-    for (std::size_t m = 0; m < lines_.size(); ++m) {
-      if (pairs_[m].weight == 0.0) continue;
-      const Eigen::Map<const Vector> slope(lines_[m].slopes.data());
-      const double w = pairs_[m].weight / (pairs_[m].deviation * pairs_[m].deviation);
-      information[lines_[m].field] += w * slope * slope.transpose();
-      pull[lines_[m].field] -= w * lines_[m].residual * slope;
-      ++crowd[lines_[m].field];
+    sum_up();
+    const std::vector<Piece> patches = pieces();
+    const std::size_t count = static_cast<std::size_t>(settings_.rings * settings_.sectors);
+    std::vector<Matrix> information(count, Matrix::Zero());
+    std::vector<Vector> pull(count, Vector::Zero());
+    std::vector<char> crowded(count, 0);
+    for (std::size_t p = 0; p < patches.size(); ++p) {
+      if (patches[p].weight == 0.0) continue;
+      const std::size_t ring = p / patch_sectors() / 2;
+      const std::size_t sector = p % patch_sectors() / 2;
+      const std::size_t f = ring * static_cast<std::size_t>(settings_.sectors) + sector;
+      add(patches[p], information[f], pull[f]);
+      crowded[f] = 1;
     }
     held = 0;
     Matrix sum = Matrix::Zero();
     const Vector whole = information_.ldlt().solve(pull_);
-    for (std::size_t f = 0; f < fields; ++f) {
-      if (crowd[f] == 0) continue;
+    for (std::size_t f = 0; f < count; ++f) {
+      if (crowded[f] == 0) continue;
       ++held;
       const Matrix rest = information_ - information[f];
       const Vector move = rest.ldlt().solve(pull_ - pull[f]) - whole;
       sum += move * move.transpose();
     }
-    const double count = static_cast<double>(held);
-    Matrix covariance = held > 1 ? Matrix(sum * ((count - 1.0) / count)) : Matrix::Zero();
+    const double n = static_cast<double>(held);
+    Matrix covariance = held > 1 ? Matrix(sum * ((n - 1.0) / n)) : Matrix::Zero();
     // What was taken for granted beforehand errs as well: its share of the pose is not in the matches.
     const Matrix inverse = information_.ldlt().solve(Matrix::Identity());
     covariance += inverse * prior_.asDiagonal() * inverse;
     return covariance;
   }
+
+  // What all matches of a patch of the field have in common: the deviation that explains how far their means
+  // lie apart, after Paule and Mandel.
+  void fit_common() {
+    const std::vector<Piece> patches = pieces();
+    std::size_t held = 0;
+    double finest = 0.0;
+    for (const Piece& piece : patches) {
+      if (piece.weight == 0.0) continue;
+      ++held;
+      finest = std::max(finest, piece.pull * piece.pull / (piece.weight * piece.weight));
+    }
+    common_ = 0.0;
+    if (held <= 2 * kPoseValues) return;
+    const auto excess = [&](double common) {
+      double sum = 0.0;
+      for (const Piece& piece : patches) {
+        if (piece.weight == 0.0) continue;
+        const double mean = piece.pull / piece.weight;
+        sum += mean * mean / (1.0 / piece.weight + common);
+      }
+      return sum - static_cast<double>(held - kPoseValues);
+    };
+    if (excess(0.0) <= 0.0) return;
+    double low = 0.0;
+    double high = finest * static_cast<double>(held);
+    constexpr int kHalvings = 60;
+    for (int i = 0; i < kHalvings; ++i) {
+      const double middle = 0.5 * (low + high);
+      (excess(middle) > 0.0 ? low : high) = middle;
+    }
+    common_ = high;
+  }
+  double common() const { return common_; }
 
   std::size_t fitting() const {
     std::size_t count = 0;
@@ -210,34 +245,60 @@ class Fit {
   const CalibResult& pose() const { return pose_; }
 
  private:
-  std::size_t field_count() const { return static_cast<std::size_t>(settings_.rings * settings_.sectors); }
+  // Sums over the matches of a patch.
+  struct Piece {
+    Matrix information = Matrix::Zero();
+    Vector slopes = Vector::Zero();
+    Vector pulls = Vector::Zero();
+    double pull = 0.0;
+    double weight = 0.0;
+  };
 
-  std::size_t field_of(const PairGeometry& geometry, const Line& line) const {
+  // Patches are half as wide and half as high as the pieces that are left out for the covariance.
+  std::size_t patch_sectors() const { return 2 * static_cast<std::size_t>(settings_.sectors); }
+  std::size_t patch_rings() const { return 2 * static_cast<std::size_t>(settings_.rings); }
+
+  std::size_t patch_of(const PairGeometry& geometry, const Line& line) const {
     const Vec3& ray = line.right.ray;
     const double off = std::atan2(std::hypot(ray[0], ray[1]), -ray[2]) / geometry.rim(false);
     const double turn = std::atan2(ray[1], ray[0]) / (2.0 * std::numbers::pi) + 0.5;
     // Rings of the same area in the picture.
-    const int ring = std::clamp(static_cast<int>(off * off * settings_.rings), 0, settings_.rings - 1);
-    const int sector = std::clamp(static_cast<int>(turn * settings_.sectors), 0, settings_.sectors - 1);
-    return static_cast<std::size_t>(ring * settings_.sectors + sector);
+    const auto ring = static_cast<std::size_t>(off * off * static_cast<double>(patch_rings()));
+    const auto sector = static_cast<std::size_t>(turn * static_cast<double>(patch_sectors()));
+    return std::min(ring, patch_rings() - 1) * patch_sectors() + std::min(sector, patch_sectors() - 1);
   }
 
-  void solve_for_step() {
-    information_.setZero();
-    pull_.setZero();
-    const PoseVector values = vector_of(pose_);
-    for (Eigen::Index i = 0; i < kPoseValues; ++i) {
-      information_(i, i) = prior_(i);
-      pull_(i) = -prior_(i) * values[static_cast<std::size_t>(i)];
-    }
+  std::vector<Piece> pieces() const {
+    std::vector<Piece> patches(patch_rings() * patch_sectors());
     for (std::size_t m = 0; m < lines_.size(); ++m) {
       if (pairs_[m].weight == 0.0) continue;
       const Eigen::Map<const Vector> slope(lines_[m].slopes.data());
       const double w = pairs_[m].weight / (pairs_[m].deviation * pairs_[m].deviation);
-      information_.selfadjointView<Eigen::Lower>().rankUpdate(slope, w);
-      pull_ -= w * lines_[m].residual * slope;
+      Piece& piece = patches[lines_[m].patch];
+      piece.information.selfadjointView<Eigen::Lower>().rankUpdate(slope, w);
+      piece.slopes += w * slope;
+      piece.pulls -= w * lines_[m].residual * slope;
+      piece.pull -= w * lines_[m].residual;
+      piece.weight += w;
     }
-    information_ = Matrix(information_.selfadjointView<Eigen::Lower>());
+    return patches;
+  }
+
+  // A patch's share of the normal equations, what its matches have in common taken out as far as it is noise.
+  void add(const Piece& piece, Matrix& information, Vector& pull) const {
+    const double share = common_ > 0.0 ? 1.0 / (1.0 / common_ + piece.weight) : 0.0;
+    information += Matrix(piece.information.selfadjointView<Eigen::Lower>()) -
+                   share * piece.slopes * piece.slopes.transpose();
+    pull += piece.pulls - share * piece.pull * piece.slopes;
+  }
+
+  void sum_up() {
+    information_ = prior_.asDiagonal();
+    const PoseVector values = vector_of(pose_);
+    pull_ = -prior_.cwiseProduct(Eigen::Map<const Vector>(values.data()));
+    for (const Piece& piece : pieces()) {
+      if (piece.weight > 0.0) add(piece, information_, pull_);
+    }
   }
 
   const RigState& rig_;
@@ -248,6 +309,7 @@ class Fit {
   Vector prior_;
   Matrix information_;
   Vector pull_;
+  double common_ = 0.0;  // variance of what the matches of a patch have in common, squared pixels
 };
 
 Matrix matrix_of(const PoseMatrix& from) {
@@ -295,9 +357,11 @@ RobustPose robust_pose(const RigState& rig, const CalibResult& start, std::vecto
   for (result.steps = 2; result.steps < kMostSteps; ++result.steps) {
     fit.fit_variances(result.variance_factor, result.variance_floor);
     fit.weigh_by_variance(result.variance_factor, result.variance_floor);
+    if (settings.common) fit.fit_common();
     if (fit.step() < kLastMove) break;
   }
   fit.weigh_by_variance(result.variance_factor, result.variance_floor);
+  result.common = std::sqrt(fit.common());
   const Matrix covariance = fit.covariance(result.fields);
   result.fitting = fit.fitting();
   result.scatter = fit.scatter();

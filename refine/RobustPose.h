@@ -26,6 +26,7 @@ struct RobustPoseSettings {
   double prior_offset_share = 20.0 / 4096.0;  // of the frame's width
   int rings = 4;     // of the field, whose pieces count as one thing each
   int sectors = 8;
+  bool common = true;
 };
 
 struct RobustPose {
@@ -34,6 +35,7 @@ struct RobustPose {
   double scatter = 0.0;      // robust deviation of the residuals, pixels
   double variance_factor = 0.0;  // of the predicted variances
   double variance_floor = 0.0;   // added, squared pixels
+  double common = 0.0;           // deviation of what matches of one patch of the field have in common, pixels
   std::size_t fitting = 0;   // matches with a weight
   std::size_t fields = 0;    // pieces of the field that hold some
   int steps = 0;

@@ -76,9 +76,9 @@ CrossShots cross_shots(std::FILE* out, const std::vector<std::string>& shots, co
     mean.refined += after / static_cast<double>(shots.size());
     fmt::print(out,
                "{:<20} status {:5} matches {:6}  searched {:7.4f} refined {:7.4f}  moved {:6.3f} expected {:6.3f}  tried {:5} converged {:5} "
-               "kept {:5} fields {} scatter {:6.3f} {}\n",
+               "kept {:5} fields {} scatter {:6.3f} common {:6.3f} {}\n",
                std::filesystem::path(shots[k]).filename().string(), frame.status, frame.matches.size(), before, after, refined.moved,
-               refined.expected_error, refined.tried, refined.converged, refined.kept, refined.fit.fields, refined.scatter,
+               refined.expected_error, refined.tried, refined.converged, refined.kept, refined.fit.fields, refined.scatter, refined.fit.common,
                refined.taken ? "" : refined.reason);
     std::fflush(out);
   }

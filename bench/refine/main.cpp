@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <stdexcept>
 
@@ -81,7 +82,7 @@ int run(const Options& options, std::FILE* out) {
   double sum_after = 0.0, worst = 0.0;
   int count = 0;
   fmt::print(out, "{:<20} {:>8} {:>8} {:>8} {:>8} {:>6} {:>6} {:>6} {:>7} {:>7} {:>7}  {}\n", "frame", "search",
-             "refined", "field", "expect", "tried", "conv", "kept", "scatter", "seconds", "floor", "errors / deviations");
+             "refined", "field", "expect", "tried", "conv", "kept", "scatter", "cpu s", "common", "errors / deviations");
   for (const std::string& name : options.folders) {
     const std::filesystem::path folder(name.back() == '/' ? name.substr(0, name.size() - 1) : name);
     const Pixels pixels = read_pixels(folder / "frame.png");
@@ -96,9 +97,9 @@ int run(const Options& options, std::FILE* out) {
     CalibResult start = frame.found;
     if (options.from_lens) put_vector(start, {});
     for (int i = 0; i < options.repeats; ++i) {
-      const double began = seconds_now();
+      const auto began = std::clock();
       refined = refine(halves, frame.rig, frame.matches, start, options.settings);
-      best = std::min(best, seconds_now() - began);
+      best = std::min(best, static_cast<double>(std::clock() - began) / CLOCKS_PER_SEC);
     }
     Pose wanted = truth;
     CalibResult true_pose{};
@@ -109,7 +110,7 @@ int run(const Options& options, std::FILE* out) {
     const Ratios ratios = ratios_of(refined, wanted);
     fmt::print(out, "{:<20} {:8.4f} {:8.4f} {:8.4f} {:8.4f} {:6} {:6} {:6} {:7.4f} {:7.3f} {:7.4f} ",
                folder.filename().string(), before, after, field, refined.expected_error, refined.tried,
-               refined.converged, refined.kept, refined.scatter, best, std::sqrt(refined.fit.variance_floor));
+               refined.converged, refined.kept, refined.scatter, best, refined.fit.common);
     for (std::size_t i = 0; i < ratios.value.size(); ++i) {
       fmt::print(out, " {:5.1f}", ratios.value[i]);
       squares[i] += ratios.value[i] * ratios.value[i];
@@ -160,6 +161,7 @@ int main(int argc, char** argv) {
   app.add_option("folders", options.folders, "Folders with frame.png, nominal.lens, truth.lens")->required();
   app.add_option("--repeats", options.repeats, "Timed runs; the shortest counts");
   app.add_option("--passes", options.settings.passes, "Passes");
+  app.add_option("--common", options.settings.pose.common, "Common");
   app.add_option("--rings", options.settings.pose.rings, "Rings");
   app.add_option("--sectors", options.settings.pose.sectors, "Sectors");
   app.add_option("--shots-lens", options.shots_lens,
