@@ -87,8 +87,11 @@ bool PairGeometry::right_in_rig(double x, double y, Vec3& ray) const {
 bool PairGeometry::left_in_rig(double x, double y, Vec3& ray) const { return ray_of(model_.left, x, y, ray); }
 
 double PairGeometry::across(const Vec3& left, const Vec3& right) const {
-  const Vec3 normal = cross(baseline_, times(left_.rig_from_eye, left));
-  const Vec3 ray = times(right_.rig_from_eye, right);
+  return across_in_rig(times(left_.rig_from_eye, left), times(right_.rig_from_eye, right));
+}
+
+double PairGeometry::across_in_rig(const Vec3& left, const Vec3& ray) const {
+  const Vec3 normal = cross(baseline_, left);
   const double size = std::sqrt(dot(normal, normal) * dot(ray, ray));
   if (size == 0.0) return 0.0;
   return pixels_per_radian_ * std::asin(std::clamp(dot(normal, ray) / size, -1.0, 1.0));
@@ -137,6 +140,27 @@ bool PairGeometry::left_pixel(const Vec3& right, double inverse_distance, Vec2& 
   Vec3 ray{};
   for (std::size_t i = 0; i < 3; ++i) ray[i] = right[i] / size + inverse_distance * baseline_[i];
   return eye_ray_to_image(model_.left, &pixel[0], &pixel[1], ray[0], ray[1], ray[2]);
+}
+
+Vec2 PairGeometry::right_along(const Vec3& right) const {
+  // Farther along the baseline the same point shows so much farther along its curve: a few pixels.
+  constexpr double kStep = 0.01;
+  const double size = std::sqrt(dot(right, right) / dot(baseline_, baseline_));
+  Vec3 ahead{};
+  for (std::size_t i = 0; i < 3; ++i) ahead[i] = right[i] + kStep * size * baseline_[i];
+  Vec2 here{}, there{};
+  if (!eye_ray_to_image(model_.right, &here[0], &here[1], right[0], right[1], right[2]) ||
+      !eye_ray_to_image(model_.right, &there[0], &there[1], ahead[0], ahead[1], ahead[2])) {
+    return {};
+  }
+  const double length = std::hypot(there[0] - here[0], there[1] - here[1]);
+  return length > 0.0 ? Vec2{(there[0] - here[0]) / length, (there[1] - here[1]) / length} : Vec2{};
+}
+
+double PairGeometry::cosine(const Eye& eye, const Vec3& ray) {
+  // The axis is the eye's -z.
+  const Matrix3& m = eye.rig_from_eye;
+  return -(m[2] * ray[0] + m[5] * ray[1] + m[8] * ray[2]) / std::sqrt(dot(ray, ray));
 }
 
 double PairGeometry::rim(bool of_left) const {

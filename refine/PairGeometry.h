@@ -57,8 +57,15 @@ class PairGeometry {
   bool left_pixel(const Vec3& right, double inverse_distance, Vec2& pixel) const;
 
   double pixels_per_radian() const { return pixels_per_radian_; }
+  // Direction in the right eye's picture of the epipolar curve through a ray in the rig's axes; of unit length,
+  // or zero.
+  Vec2 right_along(const Vec3& right) const;
   double rim(bool of_left) const;  // largest angle off the axis, radians
-  Vec3 right_in_eye(const Vec3& ray_in_rig) const;
+  // Cosine of the angle between a ray in the rig's axes and the axis of an eye.
+  double right_cosine(const Vec3& ray) const { return cosine(right_, ray); }
+  double left_cosine(const Vec3& ray) const { return cosine(left_, ray); }
+  // Disparity across of two rays in the rig's axes, pixels.
+  double across_in_rig(const Vec3& left, const Vec3& right) const;
   const RigModel& model() const { return model_; }
 
  private:
@@ -68,6 +75,7 @@ class PairGeometry {
     std::array<std::array<double, 9>, 3> by_angle{};  // its derivatives by pan, tilt and roll
   };
   static Eye make_eye(const EyeModel& eye);
+  static double cosine(const Eye& eye, const Vec3& ray);
   static EyeRay eye_ray(const Eye& eye, double x, double y);
 
   RigModel model_;

@@ -164,15 +164,16 @@ class Matcher {
       }
       kernel_.measure(window, weights_, patch, place, sums);
       if (first) {
-        // Gain and level fitted before anything moves: the slopes need them.
         first = false;
-        const double dg = sums.pull[4] / patch.square;
-        gain += dg;
-        level += sums.pull[5];
-        gain = std::clamp(gain, 0.2, 5.0);
-        if (gain != 1.0) {
-          --step;
-          continue;
+        gain = std::clamp(1.0 + sums.pull[4] / patch.square, 0.2, 5.0);
+        level = sums.pull[5];
+        // The slopes hold the gain: if it is far from what was taken for it they are taken anew.
+        constexpr double kFarGain = 0.3;
+        if (std::abs(gain - 1.0) > kFarGain) continue;
+        for (std::size_t i = 0; i < kPatchUnknowns; ++i) {
+          const double by_gain = i < 4 ? sums.normal[4][i] : i == 4 ? patch.square : 0.0;
+          const double by_level = i < 5 ? sums.normal[5][i] : 1.0;
+          sums.pull[i] -= (gain - 1.0) * by_gain + level * by_level;
         }
       }
       root = sums.normal;

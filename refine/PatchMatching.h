@@ -47,7 +47,7 @@ struct PatchSettings {
   double least_correlation = 0.8;
   double added_noise = 0.3;        // grey levels: what even a perfect patch is trusted to
   int most_steps = 12;
-  double last_step = 0.01;  // a step of fewer pixels is the last
+  double last_step = 0.03;  // a step of fewer pixels is the last
 };
 
 // Whether a window can be cut round the pixel of a half.

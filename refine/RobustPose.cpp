@@ -50,23 +50,36 @@ class Fit {
           is_offset(i) ? settings.prior_offset_share * rig.frame_width : settings.prior_angle;
       prior_(static_cast<Eigen::Index>(i)) = 1.0 / (deviation * deviation);
     }
-    look(true);
+    look();
   }
 
-  // Residuals and slopes under the pose; the rays anew if offsets have moved.
-  void look(bool rays) {
+  // Residuals and slopes under the pose.
+  void look() {
+    // Rays are taken anew only when an offset has come far from where they were; nearer by they are as good as
+    // straight: a ray's course bends by a thousandth of itself a pixel.
+    constexpr double kFar = 0.05;  // pixels
+    const PoseVector values = vector_of(pose_);
+    bool anew = rays_of_.empty();
+    for (std::size_t i = 0; i < kPoseValues && !anew; ++i) {
+      anew = is_offset(i) && !(std::abs(values[i] - rays_of_[i]) <= kFar);
+    }
+    if (anew) rays_of_.assign(values.begin(), values.end());
     const PairGeometry geometry(rig_, pose_);
     parallel_each((lines_.size() + kBlock - 1) / kBlock, [&](std::size_t block) {
       const std::size_t end = std::min(lines_.size(), (block + 1) * kBlock);
       for (std::size_t m = block * kBlock; m < end; ++m) {
         Line& line = lines_[m];
-        if (rays) {
+        if (anew) {
           line.right = geometry.right_ray(pairs_[m].right[0], pairs_[m].right[1]);
           line.left = geometry.left_ray(pairs_[m].left[0], pairs_[m].left[1]);
           line.seen = line.right.seen && line.left.seen;
           if (line.seen) line.patch = patch_of(geometry, line);
         }
-        if (line.seen) line.residual = geometry.across(line.left, line.right, line.slopes);
+        if (line.seen) {
+          line.residual = geometry.across(moved(line.left, values[8] - rays_of_[8], values[9] - rays_of_[9]),
+                                          moved(line.right, values[3] - rays_of_[3], values[4] - rays_of_[4]),
+                                          line.slopes);
+        }
         pairs_[m].residual = line.residual;
         pairs_[m].weight = 0.0;
       }
@@ -92,7 +105,7 @@ class Fit {
     PoseVector values = vector_of(pose_);
     for (std::size_t i = 0; i < kPoseValues; ++i) values[i] += move(static_cast<Eigen::Index>(i));
     put_vector(pose_, values);
-    look(true);
+    look();
     return weights > 0.0 ? std::sqrt(sum / weights) : 0.0;
   }
 
@@ -245,6 +258,12 @@ class Fit {
   const CalibResult& pose() const { return pose_; }
 
  private:
+  // The ray of a pixel after the offsets of its eye have grown.
+  static EyeRay moved(EyeRay ray, double offset_x, double offset_y) {
+    for (std::size_t i = 0; i < 3; ++i) ray.ray[i] += offset_y * ray.by_y[i] - offset_x * ray.by_x[i];
+    return ray;
+  }
+
   // Sums over the matches of a patch.
   struct Piece {
     Matrix information = Matrix::Zero();
@@ -306,6 +325,7 @@ class Fit {
   const RobustPoseSettings& settings_;
   std::vector<Line> lines_;
   CalibResult pose_;
+  std::vector<double> rays_of_;  // the pose whose offsets the rays were taken with
   Vector prior_;
   Matrix information_;
   Vector pull_;

@@ -44,8 +44,6 @@ double promised_variance(const cve::XMat_<std::int16_t>& half, std::int32_t x, s
   return information > kLittle ? 1.0 / information : std::numeric_limits<double>::infinity();
 }
 
-double angle_off_axis(const Vec3& ray) { return std::atan2(std::hypot(ray[0], ray[1]), -ray[2]); }
-
 }  // namespace
 
 std::vector<RayMatch> thin_matches(const CodedHalves& halves, const PairGeometry& geometry,
@@ -55,6 +53,8 @@ std::vector<RayMatch> thin_matches(const CodedHalves& halves, const PairGeometry
   const double cell = std::max(settings.cell_share * width, 1.0);
   const double reach = (kPatchReach + 1.0) / geometry.pixels_per_radian();
   const double rim = settings.rim_degrees * std::numbers::pi / 180.0 + reach;
+  const double right_rim = std::cos(geometry.rim(false) - rim);
+  const double left_rim = std::cos(geometry.rim(true) - rim);
   std::vector<double> promise(matches.size(), std::numeric_limits<double>::infinity());
   parallel_each((matches.size() + kBlock - 1) / kBlock, [&](std::size_t block) {
     const std::size_t end = std::min(matches.size(), (block + 1) * kBlock);
@@ -63,20 +63,16 @@ std::vector<RayMatch> thin_matches(const CodedHalves& halves, const PairGeometry
       const double xa = static_cast<double>(match.x_a), ya = static_cast<double>(match.y_a);
       const double xb = static_cast<double>(match.x_b), yb = static_cast<double>(match.y_b);
       if (!fits_window(halves.left_half, xa, ya) || !fits_window(halves.right_half, xb, yb)) continue;
-      const EyeRay right = geometry.right_ray(xa, ya);
-      const EyeRay left = geometry.left_ray(xb + halves.half_width, yb);
-      if (!right.seen || !left.seen || angle_off_axis(right.ray) > geometry.rim(false) - rim ||
-          angle_off_axis(left.ray) > geometry.rim(true) - rim) {
+      Vec3 right{}, left{};
+      if (!geometry.right_in_rig(xa, ya, right) || !geometry.left_in_rig(xb + halves.half_width, yb, left) ||
+          geometry.right_cosine(right) < right_rim || geometry.left_cosine(left) < left_rim ||
+          !(std::abs(geometry.across_in_rig(left, right)) < most_across)) {
         continue;
       }
-      PoseVector slopes{};
-      if (!(std::abs(geometry.across(left, right, slopes)) < most_across)) continue;
-      // By the right eye's pixel: an offset is a pixel the other way, and y runs downward in the picture.
-      const double size = std::hypot(slopes[3], slopes[4]);
-      if (!(size > 0.0)) continue;
+      const Vec2 along = geometry.right_along(right);
+      if (along == Vec2{}) continue;
       promise[m] = promised_variance(halves.left_half, static_cast<std::int32_t>(std::lround(xa)),
-                                     static_cast<std::int32_t>(std::lround(ya)),
-                                     {-slopes[3] / size, slopes[4] / size});
+                                     static_cast<std::int32_t>(std::lround(ya)), {-along[1], along[0]});
     }
   });
 

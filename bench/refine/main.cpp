@@ -162,6 +162,8 @@ int main(int argc, char** argv) {
   app.add_option("--repeats", options.repeats, "Timed runs; the shortest counts");
   app.add_option("--passes", options.settings.passes, "Passes");
   app.add_option("--common", options.settings.pose.common, "Common");
+  app.add_option("--last-step", options.settings.patch.last_step, "Last step, pixels");
+  app.add_option("--cells", options.settings.thinning.cell_share, "Cells");
   app.add_option("--rings", options.settings.pose.rings, "Rings");
   app.add_option("--sectors", options.settings.pose.sectors, "Sectors");
   app.add_option("--shots-lens", options.shots_lens,
