@@ -61,24 +61,15 @@ CrossShots cross_shots(std::FILE* out, const std::vector<std::string>& shots, co
         read_pixels(shots[k] + ".jpg"), lens, params,
         memory.empty() ? "" : memory + "/" + std::filesystem::path(shots[k]).filename().string() + "." + std::filesystem::path(lens).stem().string() + "." + std::filesystem::path(params).stem().string());
     const Refinement refined = refine(code_halves(frame.linear, frame.rig), frame.rig, frame.matches, frame.found, settings);
-    if (const char* dump = std::getenv("DUMP")) {
-      std::FILE* file = std::fopen((std::string(dump) + "/" + std::filesystem::path(shots[k]).filename().string() + ".txt").c_str(), "w");
-      for (std::size_t i = 0; i < kPoseValues; ++i) fmt::print(file, "{} ", frame.found.*kPoseFields[i]);
-      fmt::print(file, "\n");
-      for (std::size_t i = 0; i < kPoseValues; ++i) fmt::print(file, "{} ", refined.pose.*kPoseFields[i]);
-      fmt::print(file, "\n");
-      for (const PosePair& pair : refined.pairs) fmt::print(file, "{} {} {} {} {} {} {} 0 0 0\n", pair.right[0], pair.right[1], pair.left[0], pair.left[1], pair.variance, pair.weight, pair.residual);
-      std::fclose(file);
-    }
     const double before = median_across(frame.rig, frame.found, pairs, k);
-    const double after = median_across(frame.rig, refined.pose, pairs, k);
+    const double after = median_across(frame.rig, refined.taken ? refined.pose : frame.found, pairs, k);
     mean.searched += before / static_cast<double>(shots.size());
     mean.refined += after / static_cast<double>(shots.size());
     fmt::print(out,
                "{:<20} status {:5} matches {:6}  searched {:7.4f} refined {:7.4f}  moved {:6.3f} expected {:6.3f}  tried {:5} converged {:5} "
                "kept {:5} fields {} scatter {:6.3f} common {:6.3f} {}\n",
                std::filesystem::path(shots[k]).filename().string(), frame.status, frame.matches.size(), before, after, refined.moved,
-               refined.expected_error, refined.tried, refined.converged, refined.kept, refined.fit.fields, refined.scatter, refined.fit.common,
+               refined.expected_error, refined.tried, refined.converged, refined.kept, refined.fields, refined.scatter, refined.common,
                refined.taken ? "" : refined.reason);
     std::fflush(out);
   }

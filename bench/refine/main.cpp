@@ -17,6 +17,7 @@
 #include "FrameRun.h"
 #include "RigLens.h"
 #include "SceneError.h"
+#include "Spoil.h"
 #include "refine/Refine.h"
 
 namespace twintrue::refine_bench {
@@ -32,7 +33,7 @@ struct Options {
   bool from_lens = false;
   std::string shots_lens;
   std::string memory;
-  std::string dump;
+  std::string spoiled = "none";
   RefineSettings settings;
 };
 
@@ -85,9 +86,10 @@ int run(const Options& options, std::FILE* out) {
              "refined", "field", "expect", "tried", "conv", "kept", "scatter", "cpu s", "common", "errors / deviations");
   for (const std::string& name : options.folders) {
     const std::filesystem::path folder(name.back() == '/' ? name.substr(0, name.size() - 1) : name);
-    const Pixels pixels = read_pixels(folder / "frame.png");
+    Pixels pixels = read_pixels(folder / "frame.png");
+    spoil(pixels, options.spoiled);
     FrameRun frame = run_frame(pixels, folder / "nominal.lens", options.params,
-        options.memory.empty() ? "" : options.memory + "/" + folder.filename().string() + "." + std::filesystem::path(options.params).stem().string());
+        options.memory.empty() ? "" : options.memory + "/" + folder.filename().string() + "." + std::filesystem::path(options.params).stem().string() + "." + options.spoiled);
     const CodedHalves halves = code_halves(frame.linear, frame.rig);
     const accuracy::PlainLens lens = accuracy::plain_lens(frame.rig);
     const Pose truth = accuracy::plain_lens(read_rig(folder / "truth.lens")).pose;
@@ -110,28 +112,13 @@ int run(const Options& options, std::FILE* out) {
     const Ratios ratios = ratios_of(refined, wanted);
     fmt::print(out, "{:<20} {:8.4f} {:8.4f} {:8.4f} {:8.4f} {:6} {:6} {:6} {:7.4f} {:7.3f} {:7.4f} ",
                folder.filename().string(), before, after, field, refined.expected_error, refined.tried,
-               refined.converged, refined.kept, refined.scatter, best, refined.fit.common);
+               refined.converged, refined.kept, refined.scatter, best, refined.common);
     for (std::size_t i = 0; i < ratios.value.size(); ++i) {
       fmt::print(out, " {:5.1f}", ratios.value[i]);
       squares[i] += ratios.value[i] * ratios.value[i];
     }
     fmt::print(out, " {}\n", refined.taken ? "" : refined.reason);
     std::fflush(out);
-    if (!options.dump.empty()) {
-      std::FILE* file = std::fopen((options.dump + "/" + folder.filename().string() + ".txt").c_str(), "w");
-      const PairGeometry geometry(frame.rig, true_pose);
-      for (const PosePair& pair : refined.pairs) {
-        const EyeRay r = geometry.right_ray(pair.right[0], pair.right[1]);
-        const EyeRay l = geometry.left_ray(pair.left[0], pair.left[1]);
-        Vec3 rr{}, ll{};
-        geometry.right_in_rig(pair.right[0], pair.right[1], rr);
-        geometry.left_in_rig(pair.left[0], pair.left[1], ll);
-        fmt::print(file, "{} {} {} {} {} {} {} {} {}\n", pair.right[0], pair.right[1], pair.left[0], pair.left[1],
-                   geometry.across(l.ray, r.ray), pair.residual, pair.variance, pair.weight,
-                   geometry.inverse_distance(ll, rr));
-      }
-      std::fclose(file);
-    }
     const double ratio = field / refined.expected_error;
     field_square += ratio * ratio;
     field_log += std::log(ratio);
@@ -160,7 +147,6 @@ int main(int argc, char** argv) {
   app.add_option("--params", options.params, "Parameter file")->required()->check(CLI::ExistingFile);
   app.add_option("folders", options.folders, "Folders with frame.png, nominal.lens, truth.lens")->required();
   app.add_option("--repeats", options.repeats, "Timed runs; the shortest counts");
-  app.add_option("--passes", options.settings.passes, "Passes");
   app.add_option("--common", options.settings.pose.common, "Common");
   app.add_option("--last-step", options.settings.patch.last_step, "Last step, pixels");
   app.add_option("--cells", options.settings.thinning.cell_share, "Cells");
@@ -169,7 +155,8 @@ int main(int argc, char** argv) {
   app.add_option("--shots-lens", options.shots_lens,
                  "Lens file of one rig; the other arguments are the stems of its shots");
   app.add_option("--memory", options.memory, "Folder that keeps what searches found from run to run");
-  app.add_option("--dump", options.dump, "Folder for the matches");
+  app.add_option("--spoil", options.spoiled, "What is done to the frames")
+      ->check(CLI::IsMember(twintrue::refine_bench::spoil_names()));
   app.add_flag("--from-lens", options.from_lens, "Start from the lens file's pose");
   CLI11_PARSE(app, argc, argv);
 
