@@ -38,8 +38,8 @@ struct PlainSample {
   double by_y = 0.0;
 };
 
-// A cubic B-spline over the window's pixels, by its definition.
-inline PlainSample plain_sample(const twintrue::PatchWindow& window, double x, double y) {
+// A cubic B-spline over the window's pixels, by its definition. It is sheared with a line of that incline.
+inline PlainSample plain_sample(const twintrue::PatchWindow& window, double x, double y, double incline = 0.0) {
   const auto spline = [](double t) {
     const double a = std::abs(t);
     if (a >= 2.0) return 0.0;
@@ -54,13 +54,14 @@ inline PlainSample plain_sample(const twintrue::PatchWindow& window, double x, d
   PlainSample sample;
   const int ix = static_cast<int>(std::floor(x));
   const int iy = static_cast<int>(std::floor(y));
-  for (int j = iy - 1; j <= iy + 2; ++j) {
+  for (int j = std::max(iy - 3, 0); j <= std::min(iy + 4, twintrue::kWindowSide - 1); ++j) {
     for (int i = ix - 1; i <= ix + 2; ++i) {
       const auto pixel =
           static_cast<double>(window.value[static_cast<std::size_t>(j * twintrue::kWindowSide + i)]);
-      sample.value += pixel * spline(x - i) * spline(y - j);
-      sample.by_x += pixel * slope(x - i) * spline(y - j);
-      sample.by_y += pixel * spline(x - i) * slope(y - j);
+      const double below = y + incline * (i - x) - j;
+      sample.value += pixel * spline(x - i) * spline(below);
+      sample.by_x += pixel * (slope(x - i) * spline(below) - incline * spline(x - i) * slope(below));
+      sample.by_y += pixel * spline(x - i) * slope(below);
     }
   }
   return sample;
@@ -99,10 +100,10 @@ inline void plain_measure(const twintrue::PatchWindow& window, const twintrue::P
       const auto at = static_cast<std::size_t>(y * twintrue::kPatchLanes + x);
       const double u = x - twintrue::kPatchReach;
       const double v = y - twintrue::kPatchReach;
-      const double last = twintrue::kWindowSide - 2.01;
-      const double px = std::clamp(d(place.middle[0]) + u * d(place.by_column[0]) + v * d(place.by_row[0]), 1.0, last);
-      const double py = std::clamp(d(place.middle[1]) + u * d(place.by_column[1]) + v * d(place.by_row[1]), 1.0, last);
-      const PlainSample seen = plain_sample(window, px, py);
+      const double px = d(place.middle[0]) + u * d(place.by_column[0]) + v * d(place.by_row[0]);
+      const double py = d(place.middle[1]) + u * d(place.by_column[1]) + v * d(place.by_row[1]);
+      const PlainSample seen =
+          plain_sample(window, px, py, d(place.by_column[1]) / d(place.by_column[0]));
       const double bx = d(patch.by_x.value[at]);
       const double by = d(patch.by_y.value[at]);
       const double s = 0.5 * (seen.by_x * d(place.along[0]) + seen.by_y * d(place.along[1]) +
