@@ -1,5 +1,7 @@
 #include "verdict/PoseFit.h"
 
+#include <Eigen/Cholesky>
+#include <Eigen/Core>
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -19,52 +21,23 @@ double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[
 double pixels_per_radian(const RigState& rig) { return rig.current.right.scale / kHalfPi; }
 double length(const Vec3& a) { return std::sqrt(dot(a, a)); }
 
-constexpr std::size_t kUnknowns = kPoseValues;
-using Vector = std::array<double, kUnknowns>;
-using Matrix = std::array<Vector, kUnknowns>;
-
-// The inverse of a positive definite matrix, column by column through its Cholesky factor.
-Matrix inverse(Matrix a) {
-  for (std::size_t j = 0; j < kUnknowns; ++j) {
-    for (std::size_t k = 0; k < j; ++k) a[j][j] -= a[j][k] * a[j][k];
-    a[j][j] = std::sqrt(a[j][j]);
-    for (std::size_t i = j + 1; i < kUnknowns; ++i) {
-      for (std::size_t k = 0; k < j; ++k) a[i][j] -= a[i][k] * a[j][k];
-      a[i][j] /= a[j][j];
-    }
-  }
-  Matrix result{};
-  for (std::size_t column = 0; column < kUnknowns; ++column) {
-    Vector x{};
-    for (std::size_t i = 0; i < kUnknowns; ++i) {
-      x[i] = i == column ? 1.0 : 0.0;
-      for (std::size_t k = 0; k < i; ++k) x[i] -= a[i][k] * x[k];
-      x[i] /= a[i][i];
-    }
-    for (std::size_t i = kUnknowns; i-- > 0;) {
-      for (std::size_t k = i + 1; k < kUnknowns; ++k) x[i] -= a[k][i] * x[k];
-      x[i] /= a[i][i];
-    }
-    for (std::size_t i = 0; i < kUnknowns; ++i) result[i][column] = x[i];
-  }
-  return result;
-}
+constexpr int kUnknowns = kPoseValues;
+using Vector = Eigen::Matrix<double, kUnknowns, 1>;
+using Matrix = Eigen::Matrix<double, kUnknowns, kUnknowns>;
 
 double variance_along(const Matrix& covariance, const Vector& direction) {
-  double sum = 0.0;
-  for (std::size_t i = 0; i < kUnknowns; ++i) {
-    for (std::size_t j = 0; j < kUnknowns; ++j) sum += direction[i] * covariance[i][j] * direction[j];
-  }
-  return std::max(sum, 0.0);
+  return std::max(direction.dot(covariance * direction), 0.0);
 }
 
-bool is_offset(std::size_t i) { return i % 5 >= 3; }
+bool is_offset(int i) { return i % 5 >= 3; }
+
+double CalibResult::*field_of_pose(int i) { return kPoseFields[static_cast<std::size_t>(i)]; }
 
 class Fit {
  public:
   Fit(const RigState& rig, const CalibResult& pose, double noise)
       : view_(rig), start_(pose), state_(pose), noise_(noise) {
-    for (std::size_t i = 0; i < kUnknowns; ++i) {
+    for (int i = 0; i < kUnknowns; ++i) {
       prior_[i] = is_offset(i) ? kPriorOffsetShare * rig.frame_width : kPriorAngle;
     }
   }
@@ -88,27 +61,17 @@ class Fit {
     }
     // What is wrong with one thing is wrong with all matches on it: a field counts as some matches at most.
     constexpr double kMostPerField = 6.0;
-    Matrix information{};
-    Vector pull{};
-    for (std::size_t i = 0; i < kUnknowns; ++i) {
-      information[i][i] = 1.0 / (prior_[i] * prior_[i]);
-      pull[i] = -moved(i) * information[i][i];
-    }
+    Matrix information = prior_.cwiseAbs2().cwiseInverse().asDiagonal();
+    Vector pull = -information.diagonal().cwiseProduct(moved());
     for (std::size_t m = 0; m < matches.size(); ++m) {
       if (weight[m] == 0.0) continue;
       const double w = weight[m] * std::min(1.0, kMostPerField / crowd[field[m]]) / (noise_ * noise_);
-      for (std::size_t i = 0; i < kUnknowns; ++i) {
-        pull[i] -= w * slopes[m][i] * error[m];
-        for (std::size_t j = 0; j <= i; ++j) information[i][j] += w * slopes[m][i] * slopes[m][j];
-      }
+      pull -= w * error[m] * slopes[m];
+      information += w * slopes[m] * slopes[m].transpose();
     }
-    for (std::size_t i = 0; i < kUnknowns; ++i) {
-      for (std::size_t j = i + 1; j < kUnknowns; ++j) information[i][j] = information[j][i];
-    }
-    covariance_ = inverse(information);
-    for (std::size_t i = 0; i < kUnknowns; ++i) {
-      for (std::size_t j = 0; j < kUnknowns; ++j) state_.*kPoseFields[i] += covariance_[i][j] * pull[j];
-    }
+    covariance_ = information.llt().solve(Matrix::Identity());
+    const Vector change = covariance_ * pull;
+    for (int i = 0; i < kUnknowns; ++i) state_.*field_of_pose(i) += change[i];
   }
 
   // Derivatives of the disparity across by the unknowns, about the state.
@@ -123,14 +86,14 @@ class Fit {
       left[m] = view_.left_ray(matches[m]);
       right[m] = view_.right_ray(matches[m]);
     }
-    std::vector<Vector> slopes(count, Vector{});
+    std::vector<Vector> slopes(count, Vector::Zero());
     std::vector<bool> seen(count, true);
-    for (std::size_t i = 0; i < kUnknowns; ++i) {
+    for (int i = 0; i < kUnknowns; ++i) {
       const bool of_right_eye = i < kUnknowns / 2;
       const double h = is_offset(i) ? kOffsetStep : kAngleStep;
       for (const double side : {1.0, -1.0}) {
         CalibResult pose = state_;
-        pose.*kPoseFields[i] += side * h;
+        pose.*field_of_pose(i) += side * h;
         view_.put(pose);
         for (std::size_t m = 0; m < count; ++m) {
           const Vec3 ray = of_right_eye ? view_.right_ray(matches[m]) : view_.left_ray(matches[m]);
@@ -142,22 +105,26 @@ class Fit {
     }
     // At the very edge of the field one of the poses may not see the pair.
     for (std::size_t m = 0; m < count; ++m) {
-      if (!seen[m]) slopes[m] = Vector{};
+      if (!seen[m]) slopes[m] = Vector::Zero();
     }
     return slopes;
   }
 
   const Matrix& covariance() const { return covariance_; }
   // How far a value has come from the start.
-  double moved(std::size_t i) const { return state_.*kPoseFields[i] - start_.*kPoseFields[i]; }
+  Vector moved() const {
+    Vector way;
+    for (int i = 0; i < kUnknowns; ++i) way[i] = state_.*field_of_pose(i) - start_.*field_of_pose(i);
+    return way;
+  }
 
  private:
   PairView view_;
   CalibResult start_;
   CalibResult state_;
   double noise_;
-  Vector prior_{};
-  Matrix covariance_{};
+  Vector prior_;
+  Matrix covariance_ = Matrix::Identity();
 };
 
 // Every so manyth match: enough to say what the frame fixes.
@@ -272,21 +239,19 @@ PoseFit fit_pose(const RigState& rig, const std::vector<RayMatch>& matches, cons
 
   Fit fit(rig, pose, noise);
   for (const double scale : kScales) fit.step(some, scale);
-  for (std::size_t i = 0; i < 5; ++i) {
-    Vector difference{};
-    difference[i] = 1.0;
-    difference[i + 5] = -1.0;
-    result.difference_sd[i] = std::sqrt(variance_along(fit.covariance(), difference));
-    Vector common{};
-    common[i] = common[i + 5] = 0.5;
-    result.common_sd[i] = std::sqrt(variance_along(fit.covariance(), common));
+  for (int i = 0; i < kUnknowns / 2; ++i) {
+    const Vector right = Vector::Unit(i);
+    const Vector left = Vector::Unit(i + kUnknowns / 2);
+    const auto value = static_cast<std::size_t>(i);
+    result.difference_sd[value] = std::sqrt(variance_along(fit.covariance(), right - left));
+    result.common_sd[value] = std::sqrt(variance_along(fit.covariance(), (right + left) / 2.0));
   }
   const std::vector<RayMatch> scene = plain_scene(rig, pose);
   const std::vector<Vector> slopes = fit.slopes_of(scene);
+  const Vector moved = fit.moved();
   for (const Vector& slope : slopes) {
     result.expected_error += variance_along(fit.covariance(), slope);
-    double change = 0.0;
-    for (std::size_t i = 0; i < kUnknowns; ++i) change += slope[i] * fit.moved(i);
+    const double change = slope.dot(moved);
     result.gap += change * change;
   }
   const auto count = static_cast<double>(std::max<std::size_t>(slopes.size(), 1));
