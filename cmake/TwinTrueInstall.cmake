@@ -42,12 +42,11 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/twintrue.pc.in ${PROJECT_BINARY_DIR}/
 install(FILES ${PROJECT_BINARY_DIR}/twintrue.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 if(TARGET twintrue_cli)
-  # The program finds its library and its module beside it wherever the tree stands.
+  # The program finds its library and its helper beside it wherever the tree stands.
   file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  set_target_properties(twintrue_cli PROPERTIES
-                        INSTALL_RPATH "$ORIGIN/${lib_from_bin};$ORIGIN/${lib_from_bin}/twintrue")
+  set_target_properties(twintrue_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
   install(TARGETS twintrue_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(TARGETS twintrue_pictures LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/twintrue)
+  install(TARGETS twintrue_picture_helper RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/twintrue)
 endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/presets DESTINATION ${data_dir} FILES_MATCHING PATTERN "*.yaml")
 install(FILES ${PROJECT_SOURCE_DIR}/examples/frame.jpg ${PROJECT_SOURCE_DIR}/examples/nominal.lens

@@ -1,64 +1,65 @@
 #include "apps/cli/PictureFiles.h"
 
-#include <dlfcn.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 
+#include <iostream>
 #include <optional>
+#include <system_error>
 #include <utility>
+#include <variant>
 
-#include "apps/cli/ChatterCapture.h"
 #include "apps/cli/InputFile.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/pictures/CommonPictures.h"
+#include "apps/cli/pictures/Descriptor.h"
+#include "apps/cli/pictures/PictureKind.h"
 
 namespace twintrue::cli {
 namespace {
-
-// The module is looked for in the folders that the program was linked to look in. It is never unloaded: the
-// libraries under it keep threads and caches.
-const PictureModule& picture_module() {
-  if (void* const library = dlopen(TWINTRUE_PICTURE_MODULE, RTLD_LAZY | RTLD_LOCAL)) {
-    if (const void* const symbol = dlsym(library, kPictureModuleSymbol)) {
-      return *static_cast<const PictureModule*>(symbol);
-    }
-  }
-  const char* const reason = dlerror();
-  throw Failure(ExitCode::kOther,
-                Problem{"picture module", reason != nullptr ? reason : "it could not be loaded",
-                        fmt::format("{} where the program was installed", TWINTRUE_PICTURE_MODULE),
-                        "install the program whole, with OpenImageIO"});
-}
 
 [[noreturn]] void fail(ExitCode code, std::string where, PictureProblem problem) {
   throw Failure(code, Problem{std::move(where), std::move(problem.found), std::move(problem.expected),
                               std::move(problem.remedy)});
 }
 
+std::variant<Frame, PictureProblem> first_picture(const std::string& path, const HelperRun& helper) {
+  auto kind = recognise_picture(path);
+  if (auto* const problem = std::get_if<PictureProblem>(&kind)) return std::move(*problem);
+  if (auto common = read_common_picture(path)) return std::move(*common);
+  return read_by_helper(helper, std::get<PictureKind>(kind), path);
+}
+
 }  // namespace
 
-Frame read_frame(const std::string& path) {
+Frame read_frame(const std::string& path, const HelperRun& helper) {
   require_readable_file({"FRAME", path});
-  if (auto common = read_common_picture(path)) return std::move(*common);
-  const PictureModule& module = picture_module();
-  Frame frame;
-  std::optional<PictureProblem> problem;
-  {
-    const ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
-    problem = module.read_frame(path, &frame);
+  auto picture = first_picture(path, helper);
+  const std::string where = fmt::format("FRAME: {}", path);
+  if (auto* const problem = std::get_if<PictureProblem>(&picture)) {
+    fail(ExitCode::kInputUnreadable, where, std::move(*problem));
   }
-  if (problem) fail(ExitCode::kInputUnreadable, fmt::format("FRAME: {}", path), std::move(*problem));
-  return frame;
+  auto& frame = std::get<Frame>(picture);
+  if (frame.pictures > 1) {
+    std::cerr << fmt::format("twintrue: {} holds {}{} pictures; the first one is used\n", where,
+                             frame.pictures, frame.pictures < kMostPicturesCounted ? "" : " or more");
+  }
+  return std::move(frame);
 }
 
 void write_float_picture(const OutputFile& file, std::int32_t width, std::int32_t height,
-                         const std::vector<float>& pixels) {
-  const PictureModule& module = picture_module();
-  std::optional<PictureProblem> problem;
-  {
-    const ChatterCapture quiet(ChatterCapture::Streams::kOutputAndErrors);
-    problem = module.write_floats(file.temporary().string(), width, height, pixels.data());
+                         const std::vector<float>& pixels, const HelperRun& helper) {
+  const std::string where = fmt::format("-o: {}", file.target().string());
+  constexpr mode_t kMode = 0666;  // less what the user's mask takes away
+  const int number = open(file.temporary().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode);
+  if (number < 0) {
+    fail(ExitCode::kOther, where,
+         {std::generic_category().message(errno), "a file that can be written", "choose another folder"});
   }
-  if (problem) fail(ExitCode::kOther, fmt::format("-o: {}", file.target().string()), std::move(*problem));
+  const Descriptor output(number, "open");
+  if (auto problem = write_by_helper(helper, output.get(), width, height, pixels)) {
+    fail(ExitCode::kOther, where, std::move(*problem));
+  }
 }
 
 }  // namespace twintrue::cli

@@ -1,29 +1,31 @@
 #pragma once
 
-// Picture files in and out. JPEG and PNG are read at once; for all else the picture module, with OpenImageIO
-// behind it, is loaded at the first use and stays. No word is printed: the libraries under OpenImageIO have
-// messages of their own, and what matters of them is in the Failure. Use these functions from one thread at a
-// time.
+// Picture files in and out. Sound JPEG and PNG files are read in this process; all else is decoded by a
+// helper, a process of its own with limits of time and memory (apps/cli/pictures/HelperRun.h).
+// docs/pictures.md has the table of formats. Use these functions from one thread at a time.
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "apps/cli/OutputFile.h"
-#include "apps/cli/pictures/PictureModule.h"
+#include "apps/cli/pictures/Frame.h"
+#include "apps/cli/pictures/HelperPictures.h"
 
 namespace twintrue::cli {
 
-// Reads the first picture of any file that OpenImageIO knows. Alpha is dropped and does not darken the
+// Reads the first picture of a file, whose format its content tells. Alpha is dropped and does not darken the
 // colours; one channel becomes three equal ones. Values of more than 8 bits are rounded to 8; those of a file
 // that says they are linear light (as OpenEXR does) are encoded by the sRGB curve first, which is what 8-bit
-// pictures hold. Throws Failure (input unreadable): no such file, no picture, a damaged one, or one of an
-// absurd size; Failure (other): the program is installed without its picture module.
-Frame read_frame(const std::string& path);
+// pictures hold. If the file holds more pictures than one, a line on standard error says so. Throws Failure
+// (input unreadable): no such file, no picture or none of a format that is taken, a damaged one, one of an
+// absurd size, or one that the helper failed on; Failure (other): the program is installed without its
+// helper.
+Frame read_frame(const std::string& path, const HelperRun& helper = installed_helper());
 
 // Writes width x height floats, rows from top to bottom without gaps, as a TIFF of one channel into the
-// temporary file of `file`. Throws Failure (other).
+// temporary file of `file`. Equal pixels give equal files. Throws Failure (other).
 void write_float_picture(const OutputFile& file, std::int32_t width, std::int32_t height,
-                         const std::vector<float>& pixels);
+                         const std::vector<float>& pixels, const HelperRun& helper = installed_helper());
 
 }  // namespace twintrue::cli

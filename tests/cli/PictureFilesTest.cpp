@@ -1,14 +1,19 @@
 #include "apps/cli/PictureFiles.h"
 
+#include <OpenImageIO/imageio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <variant>
+#include <vector>
 
 #include "apps/cli/Problem.h"
 #include "apps/cli/pictures/CommonPictures.h"
+#include "apps/cli/pictures/PictureKind.h"
 #include "cli/Fixtures.h"
 
 namespace twintrue::cli {
@@ -18,6 +23,7 @@ using cli_test::write_picture;
 using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
+using testing::HasSubstr;
 
 constexpr int kWidth = 5;
 constexpr int kHeight = 70;  // more rows than are read at a time
@@ -34,14 +40,30 @@ std::vector<float> samples_of(int channels) {
 
 std::uint8_t rounded(double unit) { return static_cast<std::uint8_t>(std::lround(unit * 255.0)); }
 
+// Tests stand elsewhere than the program, so they name its helper.
+Frame read(const std::string& path) {
+  HelperRun helper;
+  helper.program = TWINTRUE_PICTURE_HELPER;
+  return read_frame(path, helper);
+}
+
 TEST(PictureFiles, KeepsBytesAndOrderOfPlainPictures) {
   const testing_support::TempDir dir;
   std::vector<std::uint8_t> expected;
   for (const float sample : samples_of(3)) expected.push_back(rounded(sample));
-  for (const char* name : {"a.png", "a.tif", "a.bmp", "a.ppm"}) {
-    SCOPED_TRACE(name);
+  // By hand: the library writes this format from top to bottom or from bottom to top, as its version will.
+  dir.write("a.ppm", "P6\n" + std::to_string(kWidth) + " " + std::to_string(kHeight) + "\n255\n" +
+                         std::string(expected.begin(), expected.end()));
+  for (const char* name : {"a.png", "a.tif", "a.bmp", "a.dpx"}) {
     write_picture(dir.file(name), kWidth, kHeight, 3, OIIO::TypeUInt8, samples_of(3));
-    const Frame frame = read_frame(dir.file(name));
+  }
+  // The content counts, not the ending.
+  std::filesystem::copy(dir.file("a.tif"), dir.file("b.jpg"));
+  std::filesystem::copy(dir.file("a.png"), dir.file("b"));
+  for (const char* name : {"a.png", "a.tif", "a.bmp", "a.dpx", "a.ppm", "b.jpg", "b"}) {
+    SCOPED_TRACE(name);
+    const Frame frame = read(dir.file(name));
+    EXPECT_EQ(frame.pictures, 1u);
     EXPECT_EQ(frame.width, static_cast<std::uint32_t>(kWidth));
     EXPECT_EQ(frame.height, static_cast<std::uint32_t>(kHeight));
     EXPECT_THAT(frame.pixels, ElementsAreArray(expected));
@@ -61,11 +83,11 @@ TEST(PictureFiles, ReadsTiledPictures) {
   ASSERT_TRUE(output->close());
   std::vector<std::uint8_t> expected;
   for (const float sample : samples) expected.push_back(rounded(sample));
-  EXPECT_THAT(read_frame(path).pixels, ElementsAreArray(expected));
+  EXPECT_THAT(read(path).pixels, ElementsAreArray(expected));
 }
 
 // JPEG and PNG have a reader of their own, which must give what the reader of all other formats gives.
-TEST(PictureFiles, ReadsCommonPicturesAsTheModuleDoes) {
+TEST(PictureFiles, ReadsCommonPicturesAsTheHelperDoes) {
   const testing_support::TempDir dir;
   struct Row {
     const char* name;
@@ -97,7 +119,7 @@ TEST(PictureFiles, ReadsCommonPicturesAsTheModuleDoes) {
   }
 }
 
-TEST(PictureFiles, LeavesDamagedCommonPicturesToTheModule) {
+TEST(PictureFiles, LeavesDamagedCommonPicturesToTheHelper) {
   const testing_support::TempDir dir;
   for (const char* name : {"a.png", "a.jpg"}) {
     SCOPED_TRACE(name);
@@ -116,7 +138,7 @@ TEST(PictureFiles, RoundsSixteenBitsToEight) {
   // 0.3 of a byte's step above a byte, and 0.7.
   const std::vector<float> samples{100.3f / 255.0f, 100.7f / 255.0f, 1.0f};
   write_picture(dir.file("a.png"), 1, 1, 3, OIIO::TypeUInt16, samples);
-  EXPECT_THAT(read_frame(dir.file("a.png")).pixels, ElementsAre(100, 101, 255));
+  EXPECT_THAT(read(dir.file("a.png")).pixels, ElementsAre(100, 101, 255));
 }
 
 TEST(PictureFiles, MakesThreeChannelsOfGrey) {
@@ -126,7 +148,7 @@ TEST(PictureFiles, MakesThreeChannelsOfGrey) {
     std::vector<float> samples{0.2f, 1.0f, 0.8f, 0.5f};
     if (channels == 1) samples = {0.2f, 0.8f};
     write_picture(dir.file("a.png"), 2, 1, channels, OIIO::TypeUInt8, samples);
-    EXPECT_THAT(read_frame(dir.file("a.png")).pixels, ElementsAre(51, 51, 51, 204, 204, 204));
+    EXPECT_THAT(read(dir.file("a.png")).pixels, ElementsAre(51, 51, 51, 204, 204, 204));
   }
 }
 
@@ -135,7 +157,7 @@ TEST(PictureFiles, DropsAlphaWithoutDarkeningTheColours) {
   const std::vector<float> samples{0.2f, 0.4f, 0.6f, 0.0f, 0.2f, 0.4f, 0.6f, 0.5f};
   for (const OIIO::TypeDesc& type : {OIIO::TypeUInt8, OIIO::TypeUInt16}) {
     write_picture(dir.file("a.png"), 2, 1, 4, type, samples);
-    EXPECT_THAT(read_frame(dir.file("a.png")).pixels, ElementsAre(51, 102, 153, 51, 102, 153));
+    EXPECT_THAT(read(dir.file("a.png")).pixels, ElementsAre(51, 102, 153, 51, 102, 153));
   }
 }
 
@@ -148,10 +170,128 @@ TEST(PictureFiles, EncodesLinearLightAndClampsFloats) {
   const std::uint8_t dark = rounded(12.92 * 0.001);
   const std::uint8_t middle = rounded(1.055 * std::pow(0.2, 1.0 / 2.4) - 0.055);
   const std::uint8_t bright = rounded(1.055 * std::pow(0.7, 1.0 / 2.4) - 0.055);
-  EXPECT_THAT(read_frame(dir.file("linear.exr")).pixels, ElementsAre(dark, middle, bright, 0, 255, 0));
+  EXPECT_THAT(read(dir.file("linear.exr")).pixels, ElementsAre(dark, middle, bright, 0, 255, 0));
 
   write_picture(dir.file("encoded.tif"), 2, 1, 3, OIIO::TypeFloat, samples, "sRGB");
-  EXPECT_THAT(read_frame(dir.file("encoded.tif")).pixels, ElementsAre(0, 51, 179, 0, 255, 0));
+  EXPECT_THAT(read(dir.file("encoded.tif")).pixels, ElementsAre(0, 51, 179, 0, 255, 0));
+}
+
+TEST(PictureFiles, TellsHowManyPicturesAFileHolds) {
+  const testing_support::TempDir dir;
+  for (const std::string format : {"tiff", "openexr"}) {
+    SCOPED_TRACE(format);
+    const std::string path = dir.file("three." + format);
+    const auto output = OIIO::ImageOutput::create(format);
+    std::vector<OIIO::ImageSpec> specs(3, OIIO::ImageSpec(2, 1, 3, OIIO::TypeHalf));
+    for (std::size_t i = 0; i < specs.size(); ++i) {
+      specs[i].attribute("oiio:subimagename", "part" + std::to_string(i));
+      specs[i].attribute("oiio:ColorSpace", "sRGB");
+    }
+    ASSERT_TRUE(output->open(path, static_cast<int>(specs.size()), specs.data()));
+    for (std::size_t i = 0; i < specs.size(); ++i) {
+      if (i > 0) {
+        ASSERT_TRUE(output->open(path, specs[i], OIIO::ImageOutput::AppendSubimage));
+      }
+      const std::vector<float> samples(6, i == 0 ? 1.0f : 0.0f);
+      ASSERT_TRUE(output->write_image(OIIO::TypeFloat, samples.data()));
+    }
+    ASSERT_TRUE(output->close());
+    testing::internal::CaptureStderr();
+    const Frame frame = read(path);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "twintrue: FRAME: " + path + " holds 3 pictures; the first one is used\n");
+    EXPECT_EQ(frame.pictures, 3u);
+    EXPECT_THAT(frame.pixels, Each(255));
+  }
+}
+
+// A TIFF's directory with one entry of one number.
+std::string tiff_with(const std::string& tag_type, const std::string& value) {
+  return std::string("MM\0*\0\0\0\x08\0\x01", 10) + tag_type + std::string("\0\0\0\x01", 4) + value +
+         std::string(4, '\0');
+}
+
+TEST(PictureFiles, RecognisesFilesByTheirContent) {
+  const testing_support::TempDir dir;
+  const std::string zeros(400, '\0');
+  const auto box = [&](const std::string& brands) {
+    return std::string("\0\0\0", 3) + static_cast<char>(8 + brands.size()) + "ftyp" + brands + zeros;
+  };
+  const auto bytes = [](const char* text, std::size_t count) { return std::string(text, count); };
+  std::string stream = zeros;
+  stream[0] = stream[188] = stream[376] = 'G';
+  struct Row {
+    std::string content;
+    std::string reader;  // or "" and words of the refusal
+    std::vector<std::string> words;
+  };
+  const std::vector<Row> rows{
+      {bytes("\xff\xd8\xff", 3), "jpeg", {}},
+      {bytes("\x89PNG\r\n\x1a\n", 8), "png", {}},
+      {bytes("II*\0", 4) + zeros, "tiff", {}},
+      {bytes("MM\0+", 4) + zeros, "tiff", {}},
+      {bytes("v/1\x01", 4), "openexr", {}},
+      {"SDPX", "dpx", {}},
+      {"XPDS", "dpx", {}},
+      {"BM" + zeros.substr(0, 12) + bytes("\x28\0\0\0", 4), "bmp", {}},
+      {"BMW owners' handbook, the second edition", "", {"no picture", "BMW owne"}},
+      {"P6\n1 1", "pnm", {}},
+      {"P5#", "pnm", {}},
+      {"P2 ", "pnm", {}},
+      {"P4 ", "", {"no picture", "P4 "}},
+      {"P6x", "", {"no picture"}},
+      {"RIFF0000WEBPVP8 ", "webp", {}},
+      {"RIFF0000WAVE", "", {"no picture"}},
+      {bytes("\0\0\0\x0cjP  \r\n\x87\n", 12), "jpeg2000", {}},
+      {bytes("\xff\x4f\xff\x51", 4), "jpeg2000", {}},
+      {box("heic0000mif1"), "heif", {}},
+      {box("avif0000"), "heif", {}},
+      {box("miaf0000miafmif1"), "heif", {}},
+      {box("miaf0000miaf") + "mif1", "", {"movie"}},  // behind the box
+      {box("isom0000isomavc1"), "", {"movie", "MP4", "still", "ffmpeg"}},
+      {box("qt  0000qt  mif1"), "", {"movie", "QuickTime", "still"}},
+      {box("crx 0000crx isom"), "", {"raw", "develop"}},
+      {zeros.substr(0, 4) + "moov", "", {"movie", "still"}},
+      {bytes("\x1a\x45\xdf\xa3", 4), "", {"Matroska", "still"}},
+      {"RIFF0000AVI LIST", "", {"AVI", "still"}},
+      {stream, "", {"MPEG", "still"}},
+      {stream.substr(0, 376), "", {"no picture"}},
+      {bytes("II*\0\x10\0\0\0CR\x02\0", 12), "", {"raw", "develop"}},
+      {tiff_with(bytes("\xc6\x12\0\x01", 4), "\1\4\0\0"), "", {"raw", "small copy", "develop"}},
+      {tiff_with(bytes("\0\xfe\0\x04", 4), bytes("\0\0\0\1", 4)), "", {"raw", "small copy"}},
+      {tiff_with(bytes("\0\xfe\0\x04", 4), bytes("\0\0\0\2", 4)), "tiff", {}},
+      {"GIF89a", "", {"GIF", "convert"}},
+      {bytes("\x1b[2Jab\n\0", 8), "", {R"("\x1b[2Jab\x0a\x00")"}},
+  };
+  for (const Row& row : rows) {
+    const std::string path = dir.write("file", row.content);
+    const auto kind = recognise_picture(path);
+    SCOPED_TRACE(testing::PrintToString(row.content.substr(0, 30)));
+    if (row.reader.empty()) {
+      ASSERT_TRUE(std::holds_alternative<PictureProblem>(kind));
+      const auto& problem = std::get<PictureProblem>(kind);
+      EXPECT_THAT(problem.expected, HasSubstr("JPEG, PNG, TIFF"));
+      for (const std::string& word : row.words) EXPECT_THAT(problem.found + problem.remedy, HasSubstr(word));
+    } else {
+      ASSERT_TRUE(std::holds_alternative<PictureKind>(kind)) << std::get<PictureProblem>(kind).found;
+      EXPECT_EQ(std::get<PictureKind>(kind).reader, row.reader);
+    }
+  }
+}
+
+TEST(PictureFiles, WritesTheSameFileAtAnyTime) {
+  const testing_support::TempDir dir;
+  HelperRun helper;
+  helper.program = TWINTRUE_PICTURE_HELPER;
+  const OutputFile file({"-o", dir.file("out.tif")}, {});
+  write_float_picture(file, 3, 2, {0.0f, -1.5f, 2.0f, 1e30f, 5.0f, 6.0f}, helper);
+  const auto input = OIIO::ImageInput::open(file.temporary().string());
+  ASSERT_TRUE(input);
+  // Blanks say that the time is not known.
+  EXPECT_EQ(input->spec().get_string_attribute("DateTime", "none"), "    :  :     :  :  ");
+  std::vector<float> pixels(6);
+  ASSERT_TRUE(input->read_image(0, 0, 0, 1, OIIO::TypeFloat, pixels.data()));
+  EXPECT_THAT(pixels, ElementsAre(0.0f, -1.5f, 2.0f, 1e30f, 5.0f, 6.0f));
 }
 
 TEST(PictureFiles, RefusesDamagedAndAbsurdPictures) {
@@ -169,11 +309,11 @@ TEST(PictureFiles, RefusesDamagedAndAbsurdPictures) {
   for (const std::string& path : bad) {
     SCOPED_TRACE(path);
     try {
-      read_frame(path);
+      read(path);
       ADD_FAILURE() << "was read";
     } catch (const Failure& failure) {
       EXPECT_EQ(failure.code(), ExitCode::kInputUnreadable);
-      EXPECT_THAT(failure.what(), testing::HasSubstr(path));
+      EXPECT_THAT(failure.what(), HasSubstr(path));
     }
   }
 }

@@ -34,12 +34,9 @@ std::string common_file(const std::string& path) {
   return bytes;
 }
 
-// A frame of that size with all samples 0; nothing if it is one that the module refuses.
+// A frame of that size with all samples 0; nothing if it is one that the helper refuses.
 std::optional<Frame> blank_frame(std::int64_t width, std::int64_t height) {
-  if (width < 1 || height < 1 || width > kLargestPictureSide || height > kLargestPictureSide ||
-      width * height > kMostPicturePixels) {
-    return std::nullopt;
-  }
+  if (!is_picture_size(width, height)) return std::nullopt;
   Frame frame;
   frame.width = static_cast<std::uint32_t>(width);
   frame.height = static_cast<std::uint32_t>(height);
@@ -58,7 +55,7 @@ std::optional<Frame> read_jpeg(const std::string& file) {
   if (tjDecompressHeader3(decoder.get(), bytes, file.size(), &width, &height, &subsampling, &colours) != 0) {
     return std::nullopt;
   }
-  // Of inks, colours are a matter of taste: the module has one.
+  // Of inks, colours are a matter of taste: the helper has one.
   if (colours == TJCS_CMYK || colours == TJCS_YCCK) return std::nullopt;
   std::optional<Frame> frame = blank_frame(width, height);
   if (!frame) return std::nullopt;
