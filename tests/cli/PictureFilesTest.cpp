@@ -13,6 +13,7 @@
 
 #include "apps/cli/Problem.h"
 #include "apps/cli/pictures/CommonPictures.h"
+#include "apps/cli/pictures/PictureCount.h"
 #include "apps/cli/pictures/PictureKind.h"
 #include "cli/Fixtures.h"
 
@@ -203,6 +204,65 @@ TEST(PictureFiles, TellsHowManyPicturesAFileHolds) {
     EXPECT_EQ(frame.pictures, 3u);
     EXPECT_THAT(frame.pixels, Each(255));
   }
+}
+
+// The marker segment that lists the pictures of a JPEG, of these types.
+std::string index_of(const std::vector<std::string>& types) {
+  const std::string header("MM\0*\0\0\0\x08\0\x02", 10);
+  const std::string version(
+      "\xb0\0\0\7\0\0\0\4"
+      "0100",
+      12);
+  const std::string entries = std::string("\xb0\2\0\7\0\0\0", 7) + static_cast<char>(16 * types.size()) +
+                              std::string("\0\0\0\x26", 4) + std::string(4, '\0');
+  std::string body = std::string("MPF\0", 4) + header + version + entries;
+  for (const std::string& type : types) body += '\xff' + type + std::string(12, '\0');
+  return std::string("\xff\xe2\0", 3) + static_cast<char>(2 + body.size()) + body;
+}
+
+TEST(PictureFiles, CountsThePicturesOfCommonFiles) {
+  const std::string primary("\3\0\0", 3);
+  const std::string view("\2\0\3", 3);
+  const std::string thumbnail("\1\0\1", 3);
+  const std::string untyped(3, '\0');
+  const std::string begin("\xff\xd8\xff\xe0\0\4xx", 8);
+  const std::string scan("\xff\xda\0\4xx", 6);
+  EXPECT_EQ(jpeg_picture_count(begin + index_of({view, view})), 2u);
+  EXPECT_EQ(jpeg_picture_count(begin + index_of({primary, thumbnail, untyped}) + scan), 1u);
+  EXPECT_EQ(jpeg_picture_count(begin + index_of({thumbnail}) + scan), 1u);
+  EXPECT_EQ(jpeg_picture_count(begin + scan + index_of({view, view})), 1u);
+  const std::string whole = begin + index_of({primary, view, view});
+  EXPECT_EQ(jpeg_picture_count(whole), 3u);
+  for (std::size_t kept = 0; kept < whole.size(); ++kept) {
+    // In memory of its own, so that a sanitizer sees what is read behind the end.
+    const std::vector<char> cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(kept));
+    EXPECT_LT(jpeg_picture_count({cut.data(), cut.size()}), 3u) << kept;
+  }
+
+  const auto chunk = [](const std::string& name, const std::string& body) {
+    return std::string(3, '\0') + static_cast<char>(body.size()) + name + body + "sums";
+  };
+  const std::string signature = "\x89PNG\r\n\x1a\n" + chunk("IHDR", std::string(13, 'x'));
+  const std::string moving = chunk("acTL", std::string("\0\0\0\5\0\0\0\0", 8));
+  EXPECT_EQ(png_picture_count(signature + moving + chunk("IDAT", "x")), 5u);
+  EXPECT_EQ(png_picture_count(signature + chunk("IDAT", "x") + moving), 1u);
+  EXPECT_EQ(png_picture_count(signature + chunk("acTL", std::string(8, '\xff'))), kMostPicturesCounted);
+  EXPECT_EQ(png_picture_count(signature + "\xff\xff\xff\xf0"
+                                          "abcd"),
+            1u);
+}
+
+// With the index as a segment of its own, behind which a sound picture follows.
+TEST(PictureFiles, TellsOfTheOtherPicturesOfAJpeg) {
+  const testing_support::TempDir dir;
+  const std::string path = dir.file("a.jpg");
+  write_picture(path, kWidth, kHeight, 3, OIIO::TypeUInt8, samples_of(3));
+  const std::string view("\2\0\3", 3);
+  std::string file = testing_support::read_file(path);
+  dir.write("a.jpg", file.insert(2, index_of({view, view})));
+  const std::optional<Frame> frame = read_common_picture(path);
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(frame->pictures, 2u);
 }
 
 // A TIFF's directory with one entry of one number.

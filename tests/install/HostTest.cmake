@@ -44,7 +44,7 @@ run(${WORK_DIR}/host/host)
 
 if(PROGRAM)
   unset(ENV{LD_LIBRARY_PATH})
-  # A TIFF takes the module that is installed beside the program.
+  # A TIFF takes the helper that is installed beside the program.
   set(examples ${prefix}/share/twintrue/examples)
   run(${prefix}/${PROGRAM} inspect stage linear ${examples}/frame.jpg --lens ${examples}/nominal.lens --side left
       -o ${WORK_DIR}/linear.tif)

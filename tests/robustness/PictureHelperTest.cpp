@@ -20,6 +20,7 @@
 #include "apps/cli/PictureFiles.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/pictures/Exchange.h"
+#include "apps/cli/pictures/Helper.h"
 #include "support/TempDir.h"
 
 namespace twintrue::cli {
@@ -156,45 +157,92 @@ TEST_F(PictureHelper, GetsNoMoreMemoryThanItMay) {
   helper.stand_in = &eat_memory;
   helper.memory = std::uint64_t{1} << 30;
   EXPECT_EQ(run_helper(helper, {}, {}).number, 42);
+
+  // A small file of a large picture, for whose bytes alone there is no room.
+  helper.stand_in = &picture_helper;
+  const std::string path = dir.write("large", "P6 20000 13000 255\n");
+  try {
+    read_frame(path, helper);
+    ADD_FAILURE() << "was read";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.code(), ExitCode::kInputUnreadable);
+    EXPECT_THAT(failure.what(), AllOf(HasSubstr(path), HasSubstr("more than 1 GiB of memory")));
+  }
 }
 #endif
 
-// What a helper that was taken over might leave in the exchange, by the name of the picture.
-const std::map<std::string, std::function<void(ExchangeHeader&, off_t&)>>& lies() {
-  static const std::map<std::string, std::function<void(ExchangeHeader&, off_t&)>> table{
-      {"truth", [](ExchangeHeader&, off_t&) {}},
-      {"no width", [](ExchangeHeader& header, off_t&) { header.width = 0; }},
-      {"negative", [](ExchangeHeader& header, off_t&) { header.width = header.height = -4; }},
-      {"too wide", [](ExchangeHeader& header, off_t&) { header.width = kLargestPictureSide + 1; }},
-      {"too large",
-       [](ExchangeHeader& header, off_t&) { header.width = header.height = kLargestPictureSide; }},
-      {"more than is there", [](ExchangeHeader& header, off_t&) { header.height = 5; }},
-      {"less than is there", [](ExchangeHeader& header, off_t&) { header.height = 3; }},
-      {"no pictures", [](ExchangeHeader& header, off_t&) { header.pictures = 0; }},
-      {"other state", [](ExchangeHeader& header, off_t&) { header.state = static_cast<ExchangeState>(77); }},
-      {"started", [](ExchangeHeader& header, off_t&) { header.state = ExchangeState::kStarted; }},
-      {"no memory", [](ExchangeHeader& header, off_t&) { header.state = ExchangeState::kNoMemory; }},
-      {"cut header", [](ExchangeHeader&, off_t& size) { size = 100; }},
-      {"huge file", [](ExchangeHeader&, off_t& size) { size = off_t{1} << 40; }},
+TEST_F(PictureHelper, IsHeardToAMeasure) {
+  HelperRun helper = script("while :; do echo words words words words >&2; done");
+  helper.time = kShort;
+  EXPECT_EQ(run_helper(helper, {}, {}).said.size(), 4096u);
+}
+
+TEST_F(PictureHelper, TellsWhatCouldNotBeWritten) {
+  const OutputFile file({"-o", dir.file("out.tif")}, {});
+  const std::vector<float> pixels(64, 1.0f);
+  struct Row {
+    std::string lines;
+    std::vector<std::string> words;
+  };
+  for (const Row& row :
+       {Row{"kill -SEGV $$", {"signal 11", "could not be written"}}, Row{"exit 0", {"install"}}}) {
+    try {
+      write_float_picture(file, 8, 8, pixels, script(row.lines));
+      ADD_FAILURE() << "was written";
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.code(), ExitCode::kOther);
+      for (const std::string& word : row.words) EXPECT_THAT(failure.what(), HasSubstr(word));
+    }
+  }
+}
+
+// What a helper leaves: at first a picture of 4 x 4 pixels.
+struct Legacy {
+  ExchangeHeader header;
+  std::int64_t samples = 4 * 4 * 3;
+  int exit_code = 0;
+};
+
+// What one that was taken over might leave, by the name of the picture.
+const std::map<std::string, std::function<void(Legacy&)>>& lies() {
+  static const std::map<std::string, std::function<void(Legacy&)>> table{
+      {"truth", [](Legacy&) {}},
+      {"no width", [](Legacy& it) { it.header.width = 0, it.samples = 0; }},
+      {"negative", [](Legacy& it) { it.header.width = it.header.height = -4; }},
+      {"too wide",
+       [](Legacy& it) {
+         it.header.width = kLargestPictureSide + 1;
+         it.samples = std::int64_t{it.header.width} * 4 * 3;
+       }},
+      {"too large", [](Legacy& it) { it.header.width = it.header.height = kLargestPictureSide; }},
+      {"more than is there", [](Legacy& it) { it.header.height = 5; }},
+      {"less than is there", [](Legacy& it) { it.header.height = 3; }},
+      {"no pictures", [](Legacy& it) { it.header.pictures = 0; }},
+      {"other state", [](Legacy& it) { it.header.state = static_cast<ExchangeState>(77); }},
+      {"started", [](Legacy& it) { it.header.state = ExchangeState::kStarted; }},
+      {"no memory", [](Legacy& it) { it.header.state = ExchangeState::kNoMemory; }},
+      {"failed in the end", [](Legacy& it) { it.exit_code = 5; }},
+      {"huge file", [](Legacy& it) { it.samples = std::int64_t{1} << 40; }},
       {"words",
-       [](ExchangeHeader& header, off_t&) {
-         header.state = ExchangeState::kProblem;
-         header.found.fill('\x1b');
-         header.expected.fill('e');
+       [](Legacy& it) {
+         it.header.state = ExchangeState::kProblem;
+         it.header.found.fill('\x1b');
+         it.header.expected.fill('e');
        }},
   };
   return table;
 }
 
 int lie(int /*argc*/, char** argv) {
-  ExchangeHeader header;
-  header.state = ExchangeState::kDone;
-  header.width = header.height = 4;
-  header.pictures = 1;
-  off_t size = kExchangeHeaderBytes + 4 * 4 * 3;
-  lies().at(std::filesystem::path(argv[3]).filename().string())(header, size);
-  if (pwrite(kExchangeDescriptor, &header, sizeof header, 0) != sizeof header) return 9;
-  return ftruncate(kExchangeDescriptor, size) == 0 ? 0 : 9;
+  Legacy it;
+  it.header.state = ExchangeState::kDone;
+  it.header.width = it.header.height = 4;
+  it.header.pictures = 1;
+  lies().at(std::filesystem::path(argv[3]).filename().string())(it);
+  const bool good =
+      pwrite(kExchangeDescriptor, &it.header, sizeof it.header, 0) == sizeof it.header &&
+      ftruncate(kExchangeDescriptor, static_cast<off_t>(kExchangeHeaderBytes) + it.samples) == 0;
+  return good ? it.exit_code : 9;
 }
 
 TEST_F(PictureHelper, IsNotBelieved) {
@@ -203,13 +251,13 @@ TEST_F(PictureHelper, IsNotBelieved) {
   for (const auto& [name, unused] : lies()) {
     SCOPED_TRACE(name);
     std::string text;
-    const int code = outcome(helper, &text, name);
-    const bool short_header = name == "cut header";  // as one that never started
-    EXPECT_EQ(code, name == "truth" ? 0 : short_header ? 1 : 3) << text;
+    EXPECT_EQ(outcome(helper, &text, name), name == "truth" ? 0 : 3) << text;
     EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c == '\n' || c >= ' '; }));
     const std::map<std::string, std::string> words{{"words", "expected  " + std::string(512, 'e') + "\n"},
                                                    {"no memory", "more than 8 GiB"},
-                                                   {"started", "exit code 0"}};
+                                                   {"started", "exit code 0"},
+                                                   {"failed in the end", "exit code 5"},
+                                                   {"huge file", "File size limit"}};
     const auto wanted = words.find(name);
     if (wanted != words.end()) {
       EXPECT_THAT(text, HasSubstr(wanted->second));

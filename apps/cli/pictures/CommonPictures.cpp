@@ -12,6 +12,8 @@
 #include <system_error>
 #include <vector>
 
+#include "apps/cli/pictures/PictureCount.h"
+
 namespace twintrue::cli {
 namespace {
 
@@ -64,6 +66,7 @@ std::optional<Frame> read_jpeg(const std::string& file) {
                     TJFLAG_STOPONWARNING) != 0) {
     return std::nullopt;
   }
+  frame->pictures = jpeg_picture_count(file);
   return frame;
 }
 
@@ -85,6 +88,7 @@ std::optional<Frame> read_png(const std::string& file) {
   }
   // A file that was cut behind its samples shows here.
   if (spng_decode_chunks(decoder.get()) != 0) return std::nullopt;
+  frame->pictures = png_picture_count(file);
   return frame;
 }
 

@@ -29,6 +29,7 @@ constexpr int kFailed = 1;
 constexpr int kMisused = 2;
 
 void check(bool good, const char* call) {
+  if (!good && errno == ENOMEM) throw std::bad_alloc();
   if (!good) throw std::system_error(errno, std::generic_category(), call);
 }
 

@@ -113,27 +113,31 @@ void require_started(const HelperRun& helper, const HelperEnd& end, const Exchan
                                           "install twintrue whole, with OpenImageIO"});
 }
 
-// Nothing if the helper did what it was asked to.
-std::optional<PictureProblem> end_problem(const HelperRun& helper, const HelperEnd& end,
-                                          const ExchangeHeader& header, const std::string& what) {
+// True if the helper came to its own end, and the exchange tells the rest.
+bool is_served(const HelperEnd& end) { return end.how == HelperEnd::How::kExit && end.number == 0; }
+
+PictureProblem told_problem(const ExchangeHeader& header) {
+  return {text_of(header.found), text_of(header.expected), text_of(header.remedy)};
+}
+
+// What kept the helper from decoding a file of that kind; nothing if it did.
+std::optional<PictureProblem> decoding_problem(const HelperRun& helper, const HelperEnd& end,
+                                               const ExchangeHeader& header, const char* kind) {
   const char* const kRemedy = "copy the file again, or save it as PNG or JPEG by another program";
-  require_started(helper, end, header);
   if (end.how == HelperEnd::How::kTime) {
-    const auto seconds = std::chrono::duration<double>(helper.time).count();
-    return PictureProblem{fmt::format("{} that took longer than {} s to decode", what, seconds),
+    return PictureProblem{fmt::format("a {} file that takes longer than {} s to decode", kind,
+                                      std::chrono::duration<double>(helper.time).count()),
                           "a picture that is decoded sooner", kRemedy};
   }
-  const bool whole_end = end.how == HelperEnd::How::kExit && end.number == 0;
-  if (whole_end && header.state == ExchangeState::kDone) return std::nullopt;
-  if (whole_end && header.state == ExchangeState::kProblem) {
-    return PictureProblem{text_of(header.found), text_of(header.expected), text_of(header.remedy)};
+  if (is_served(end) && header.state == ExchangeState::kDone) return std::nullopt;
+  if (is_served(end) && header.state == ExchangeState::kProblem) return told_problem(header);
+  if (is_served(end) && header.state == ExchangeState::kNoMemory) {
+    constexpr double kGibibyte = 1 << 30;
+    return PictureProblem{fmt::format("a {} file that takes more than {:.3g} GiB of memory to decode", kind,
+                                      static_cast<double>(helper.memory) / kGibibyte),
+                          "a picture that takes less", kRemedy};
   }
-  if (whole_end && header.state == ExchangeState::kNoMemory) {
-    return PictureProblem{
-        fmt::format("{} that takes more than {} GiB of memory to decode", what, helper.memory >> 30),
-        "a picture that takes less", kRemedy};
-  }
-  return PictureProblem{fmt::format("{} that makes its decoder fail ({})", what, end_text(end)),
+  return PictureProblem{fmt::format("a {} file that makes its decoder fail ({})", kind, end_text(end)),
                         "a sound picture", kRemedy};
 }
 
@@ -154,10 +158,10 @@ std::variant<Frame, PictureProblem> read_by_helper(const HelperRun& helper, cons
   run.file_bytes = kExchangeHeaderBytes + static_cast<std::uint64_t>(kMostPicturePixels) * kFrameChannels;
   const HelperEnd end = run_helper(run, {"read", kind.reader, path}, {exchange.descriptor()});
   const ExchangeHeader header = exchange.header();
-  const std::string what = fmt::format("a {} file", kind.name);
-  if (auto problem = end_problem(run, end, header, what)) return std::move(*problem);
+  require_started(run, end, header);
+  if (auto problem = decoding_problem(run, end, header, kind.name)) return std::move(*problem);
 
-  const PictureProblem nonsense{fmt::format("{} that its decoder makes no picture of", what),
+  const PictureProblem nonsense{fmt::format("a {} file that its decoder makes no picture of", kind.name),
                                 "a sound picture", "save it as PNG or JPEG by another program"};
   if (!is_picture_size(header.width, header.height) || header.pictures < 1) return nonsense;
   Frame frame;
@@ -183,7 +187,12 @@ std::optional<PictureProblem> write_by_helper(const HelperRun& helper, int descr
   // What is written is our own, and a large picture takes its time.
   run.time = std::chrono::hours(1);
   const HelperEnd end = run_helper(run, {"write"}, {exchange.descriptor(), descriptor});
-  return end_problem(run, end, exchange.header(), "a picture");
+  header = exchange.header();
+  require_started(run, end, header);
+  if (is_served(end) && header.state == ExchangeState::kDone) return std::nullopt;
+  if (is_served(end) && header.state == ExchangeState::kProblem) return told_problem(header);
+  return PictureProblem{fmt::format("the picture could not be written ({})", end_text(end)),
+                        "room for it on the disk", "free some space or choose another folder"};
 }
 
 }  // namespace twintrue::cli

@@ -45,12 +45,6 @@ std::uint8_t byte_from_unit(float v) {
   return static_cast<std::uint8_t>(std::lround(std::min(v, 1.0f) * 255.0f));
 }
 
-// Mosaics of single colours, as cameras' raw files have them: kinds 32803 and 34892 of TIFF.
-bool is_mosaic(const OIIO::ImageSpec& spec) {
-  const int kind = spec.get_int_attribute("tiff:PhotometricInterpretation");
-  return kind == 32803 || kind == 34892;
-}
-
 std::optional<PictureProblem> spec_problem(const OIIO::ImageSpec& spec) {
   if (spec.deep || spec.depth > 1) {
     return PictureProblem{"a picture with depth (deep or a volume)", "a flat picture",
@@ -66,10 +60,6 @@ std::optional<PictureProblem> spec_problem(const OIIO::ImageSpec& spec) {
                           fmt::format("at most {} pixels a side and {} million in all", kLargestPictureSide,
                                       kMostPicturePixels / 1000000),
                           "give the frame as the lens captured it"};
-  }
-  if (is_mosaic(spec)) {
-    return PictureProblem{"a camera's raw picture", "a picture of red, green and blue",
-                          "develop it to TIFF or PNG, at full size and without lens correction"};
   }
   return std::nullopt;
 }
