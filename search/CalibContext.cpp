@@ -3,12 +3,14 @@
 #include <algorithm>
 
 #include "params/ParamDocument.h"
+#include "search/CandidateGrid.h"
 
 namespace twintrue {
 namespace {
 
 constexpr double kRadiansPerDegree = 0.017453292519943295;
 constexpr double kReferenceWidthInverse = 0.0001220703125;  // 1 / 8192: `unit` 2 is pixels of such a frame
+constexpr double kAbsentSearchRadius = 10000000.0;
 
 void read(const ParamNode& parent, const char* key, std::int32_t& value) {
   param_get_int(param_child(parent, key), &value, &value);
@@ -101,7 +103,6 @@ bool load_retry(const ParamNode& section, std::size_t r, CalibContext& context) 
   read(section, "cont", context.cont[r]);
 
   PoseLimits& limits = context.limits[r];
-  limits.roll_max = 0.0;
   param_read_double_scaled(param_child(section, "offset_y_max"), &limits.offset_y_max, context.unit_scale,
                            limits.offset_y_max);
   param_read_double_scaled(param_child(section, "offset_x_max"), &limits.offset_x_max, context.unit_scale,
@@ -123,25 +124,6 @@ bool load_retry(const ParamNode& section, std::size_t r, CalibContext& context) 
   return true;
 }
 
-// Whether a level's grid stays below the bound, limits not considered.
-bool level_is_bounded(const EyeSweep& right, const EyeSweep& left, std::int32_t seeds) {
-  std::int64_t candidates = std::max(seeds, 0);
-  for (const EyeSweep* sweep : {&right, &left}) {
-    for (const SweepRange* range :
-         {&sweep->roll, &sweep->pan, &sweep->tilt, &sweep->offset_y, &sweep->offset_x}) {
-      if (range->div < 1) return true;  // no value, so no candidate
-    }
-  }
-  for (const EyeSweep* sweep : {&right, &left}) {
-    for (const SweepRange* range :
-         {&sweep->roll, &sweep->pan, &sweep->tilt, &sweep->offset_y, &sweep->offset_x}) {
-      candidates *= range->div;
-      if (candidates > kMaxLevelCandidates) return false;
-    }
-  }
-  return true;
-}
-
 bool within_tables(const CalibContext& context) {
   if (context.rank_last < 0 || context.rank_last >= kRankBins) return false;
   if (context.score_tbl_size < 0 || context.score_tbl_size > kMaxScoreTable) return false;
@@ -153,8 +135,9 @@ bool within_tables(const CalibContext& context) {
   for (std::size_t r = 0; r < kMaxRetries && static_cast<std::int32_t>(r) <= last_retry; ++r) {
     for (std::size_t l = 0; l < kMaxLevels && static_cast<std::int32_t>(l) < context.num_levels[r]; ++l) {
       if (context.skip[r][l] != 0) continue;
-      if (!level_is_bounded(context.right_table[r][l], context.left_table[r][l], context.knn[l]))
-        return false;
+      const std::int64_t candidates = most_candidates(context.right_table[r][l], context.left_table[r][l],
+                                                      context.limits[r], context.knn[l]);
+      if (candidates > kMaxLevelCandidates) return false;
     }
   }
   return true;
@@ -180,10 +163,6 @@ bool load_calib_settings(CalibContext& context, const std::string& source, std::
   if (!parsed) document = ParamDocument{};  // without what was read up to the mistake
   const ParamNode calib = param_root_child(document, "calib");
   if (param_is_none(calib)) return true;
-
-  const std::int32_t one = 1;
-  param_get_int(param_child(calib, "num_levels"), &context.num_levels[0], &one);
-  context.num_levels[0] = std::min(context.num_levels[0], kMaxLevels - 1);
 
   read(calib, "mode", context.mode);
   read(calib, "fast_mode", context.fast_mode);
@@ -222,7 +201,7 @@ bool load_calib_settings(CalibContext& context, const std::string& source, std::
   read(depth, "max", context.depth_max);
   read(depth, "min", context.depth_min);
   param_read_double_scaled(param_child(calib, "search_radius"), &context.search_radius, context.unit_scale,
-                           10000000.0);
+                           kAbsentSearchRadius);
 
   if (!load_retry(calib, 0, context)) return false;
   if (context.retry_count >= kMaxRetries) return false;

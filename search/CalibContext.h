@@ -38,11 +38,10 @@ struct EyeSweep {
   std::int32_t mode = 0;  // left eye only: not 0 makes its ranges absolute instead of relative to the seed
 };
 
-// Bounds on the absolute value of what is swept. Roll is never limited.
+// Bounds on the absolute value of what is swept. Roll is not limited.
 struct PoseLimits {
   double pan_max = 0.0;
   double tilt_max = 0.0;
-  double roll_max = 0.0;
   double offset_x_max = 0.0;
   double offset_y_max = 0.0;
 };
@@ -99,8 +98,7 @@ struct CalibContext {
   double search_radius = 100000.0;
   ByRetryAndLevel<std::int32_t> num_of_using_feat{};
   std::array<std::int32_t, kRankBins> rank_histogram{};  // filled by filter_and_search
-  std::int32_t cell_count = 0;
-  ByLevel<std::int32_t> rank{};  // highest rank that a level looks at
+  ByLevel<std::int32_t> rank{};                          // highest rank that a level looks at
   ByRetryAndLevel<std::int32_t> skip{};
   ByRetryAndLevel<double> rradius_using_fps{};
   double depth_max = 5.1;  // metres
@@ -114,8 +112,8 @@ struct CalibContext {
 //
 // False, with the context partly filled, if a section `calib1` to `calib<retry_count>` is missing, or a value
 // leads outside the tables: retry_count above 19, num_levels above 20, knn above 3, rank_last outside 0 to 9,
-// score_tbl_size outside 0 to 2^24, a level of more than 100 million candidates. A file without `calib`
-// leaves all defaults. Prints nothing. Throws std::bad_alloc and file system errors only.
+// score_tbl_size outside 0 to 2^24, a level of more than 100 million candidates by most_candidates(). A file
+// without `calib` leaves all defaults. Prints nothing. Throws std::bad_alloc and file system errors only.
 bool load_calib_settings(CalibContext& context, const std::string& source, std::int32_t frame_width);
 
 }  // namespace twintrue

@@ -19,8 +19,6 @@ namespace {
 // Candidates that are scored between two offers to the list: enough to keep all threads busy, few enough to
 // hold.
 constexpr std::size_t kBatch = 1 << 16;
-// Rays that a batch may keep ready.
-constexpr std::size_t kRayBytes = std::size_t{64} << 20;
 
 // The best scores of a batch so far, and with them what a candidate must reach to be kept.
 class KeptScores {
@@ -50,7 +48,7 @@ std::size_t affordable(const std::vector<PoseCandidate>& batch, const SweepScore
   for (std::size_t i = 0; i < batch.size(); ++i) {
     left.insert({batch[i].left_offset_x, batch[i].left_offset_y});
     right.insert({batch[i].right_offset_x, batch[i].right_offset_y});
-    if (i > 0 && (left.size() + right.size()) * scorer.ray_bytes() > kRayBytes) return i;
+    if (i > 0 && (left.size() + right.size()) * scorer.ray_bytes() > kMostRayBytes) return i;
   }
   return batch.size();
 }
@@ -117,7 +115,7 @@ void build_score_table(CalibContext& context, std::int32_t l, std::int32_t r) {
   const std::int32_t mode = context.score_weight_mode[retry][level];
   if (!uses_score_table(mode)) return;
   const double sigma = context.sigma[retry][level];
-  const double c = 0.5 / (sigma * sigma);
+  const double exponent = weight_exponent(mode, sigma * sigma);
   // Modes 12 and 13 flatten the top of the curve.
   const float least = mode == 12 ? 1.0f : mode == 13 ? 0.25f : 0.0f;
   const bool flattened = mode == 12 || mode == 13;
@@ -125,7 +123,9 @@ void build_score_table(CalibContext& context, std::int32_t l, std::int32_t r) {
   for (std::size_t i = 0; i < context.score_table.size(); ++i) {
     float x = static_cast<float>(i) / context.score_tbl_coeff;
     if (flattened) x = std::max(x, least);
-    context.score_table[i] = static_cast<float>(std::exp(-static_cast<double>(x) * c));
+    // No number comes of an error of 0 under a scale or a sigma of 0. An error of 0 gives 1.
+    const double term = std::exp(static_cast<double>(x) * exponent);
+    context.score_table[i] = std::isnan(term) ? 1.0f : static_cast<float>(term);
   }
 }
 
@@ -165,10 +165,9 @@ void LevelEvaluator::offer_batch(const ScorePass& pass, bool alone, std::vector<
   // decides neither which of them are kept nor in what order. One that is left alone has nothing to be
   // decided, and neither has one that no match counts for: there may be many of those, and they are all
   // alike.
-  const double least = best.least();
-  const double bound = std::isfinite(least) ? least - 2.0 * kSweepTolerance * std::abs(least) : least;
+  const double bound = least_to_keep(best.least());
   std::erase_if(batch, [&](const PoseCandidate& candidate) { return !(candidate.score >= bound); });
-  const bool is_decided = alone && batch.size() == 1;
+  const bool is_decided = alone && batch.size() == 1 && std::abs(batch[0].score) >= kLeastTrustedScore;
   if (!is_decided) {
     parallel_each(batch.size(), [&](std::size_t i) {
       if (batch[i].score == 0.0 && scorer_.counts_no_match(batch[i])) return;

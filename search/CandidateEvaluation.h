@@ -2,6 +2,7 @@
 
 // One level of the search: list the poses around the seeds, score each over the matches, keep the best.
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -36,6 +37,9 @@ class TopList {
   double entry_ = 0.0;
   Seeds slots_;
 };
+
+// Bytes of rays that are kept ready at once: a level of more pixel offsets is evaluated in parts.
+inline constexpr std::size_t kMostRayBytes = std::size_t{64} << 20;
 
 // Evaluates the levels of one search.
 class LevelEvaluator {

@@ -13,9 +13,34 @@ constexpr std::int32_t kExecUnsupported = 1;
 
 struct Axis {
   const SweepRange& range;
-  double base;
-  double limit;  // negative: none
+  double limit;
 };
+
+// In nest order.
+std::array<Axis, kPoseValues> axes_of(const EyeSweep& right, const EyeSweep& left, const PoseLimits& limits) {
+  return {{{right.roll, kUnlimited},
+           {left.roll, kUnlimited},
+           {right.pan, limits.pan_max},
+           {left.pan, limits.pan_max},
+           {right.tilt, limits.tilt_max},
+           {left.tilt, limits.tilt_max},
+           {right.offset_y, limits.offset_y_max},
+           {left.offset_y, limits.offset_y_max},
+           {right.offset_x, limits.offset_x_max},
+           {left.offset_x, limits.offset_x_max}}};
+}
+
+// The most values that a range can have within the limit, whatever its base.
+std::int64_t most_values(const SweepRange& range, double limit) {
+  if (range.div < 1 || limit < 0.0) return 0;
+  // Ranges so wide that their ends overflow have values that aren't numbers and pass any limit.
+  constexpr double kWidest = 1e300;
+  const bool is_limited = std::abs(range.min) + std::abs(range.max) + limit < kWidest;
+  if (range.div == 1 || !is_limited) return range.div;
+  const double step = std::abs(range.max - range.min) / (range.div - 1);
+  const double within = std::floor(2.0 * limit / step) + 1.0;  // not finite where all values are one
+  return within < range.div ? static_cast<std::int64_t>(within) : range.div;
+}
 
 GridCoordinates coordinates_of(const SeedGrid& grid, std::int64_t place) {
   GridCoordinates at{};
@@ -41,43 +66,61 @@ std::pair<std::size_t, std::size_t> near_values(const std::vector<double>& row, 
 
 }  // namespace
 
-std::vector<double> walk_range(const SweepRange& range, double base) {
+std::vector<double> walk_range(const SweepRange& range, double base, double limit) {
   const double lo = base + range.min;
   const double hi = base + range.max;
-  if (range.div == 1) return {(lo + hi) * 0.5};
+  const auto left_out = [limit](double value) { return std::abs(value) > limit; };
+  if (range.div == 1) {
+    const double middle = (lo + hi) * 0.5;
+    return left_out(middle) ? std::vector<double>{} : std::vector<double>{middle};
+  }
   if ((range.exec & kExecUnsupported) != 0) std::abort();
-  std::vector<double> values;
-  values.reserve(static_cast<std::size_t>(std::max(range.div, 0)));
+  if (range.div < 1) return {};
   const double step = (hi - lo) / (range.div - 1);
-  for (std::int32_t i = 0; i < range.div; ++i) values.push_back(lo + i * step);
+  const auto value_at = [&](std::int32_t i) { return lo + i * step; };
+  // Values rise or fall, rounded as they are, so those within the limit stand side by side: from the first
+  // that isn't in front of it on.
+  const bool in_order = std::isfinite(step);
+  std::int32_t first = 0;
+  for (std::int32_t past = in_order ? range.div : 0; first < past;) {
+    const std::int32_t middle = first + (past - first) / 2;
+    const bool in_front = step < 0.0 ? value_at(middle) > limit : value_at(middle) < -limit;
+    (in_front ? first : past) = in_front ? middle + 1 : middle;
+  }
+  std::vector<double> values;
+  values.reserve(static_cast<std::size_t>(most_values(range, limit)));
+  for (std::int32_t i = first; i < range.div; ++i) {
+    if (!left_out(value_at(i))) {
+      values.push_back(value_at(i));
+    } else if (in_order) {
+      break;
+    }
+  }
   return values;
+}
+
+std::int64_t most_candidates(const EyeSweep& right, const EyeSweep& left, const PoseLimits& limits,
+                             std::int32_t seed_count) {
+  const auto axes = axes_of(right, left, limits);
+  const auto is_empty = [](const Axis& axis) { return most_values(axis.range, axis.limit) == 0; };
+  if (seed_count < 1 || std::any_of(axes.begin(), axes.end(), is_empty)) return 0;
+  std::int64_t candidates = seed_count;
+  for (const Axis& axis : axes) {
+    candidates *= most_values(axis.range, axis.limit);
+    if (candidates > kMaxLevelCandidates) break;
+  }
+  return candidates;
 }
 
 SeedGrid::SeedGrid(const EyeSweep& right, const EyeSweep& left, const PoseLimits& limits,
                    const CalibResult& seed) {
-  const bool relative = left.mode == 0;
-  const auto base_of_left = [relative](double value) { return relative ? value : 0.0; };
-  constexpr double kUnlimited = -1.0;
-  const std::array<Axis, kPoseValues> axes{{
-      {right.roll, seed.right_roll, kUnlimited},
-      {left.roll, base_of_left(seed.left_roll), kUnlimited},
-      {right.pan, seed.right_pan, limits.pan_max},
-      {left.pan, base_of_left(seed.left_pan), limits.pan_max},
-      {right.tilt, seed.right_tilt, limits.tilt_max},
-      {left.tilt, base_of_left(seed.left_tilt), limits.tilt_max},
-      {right.offset_y, seed.right_offset_y, limits.offset_y_max},
-      {left.offset_y, base_of_left(seed.left_offset_y), limits.offset_y_max},
-      {right.offset_x, seed.right_offset_x, limits.offset_x_max},
-      {left.offset_x, base_of_left(seed.left_offset_x), limits.offset_x_max},
-  }};
   // A grid without values in one component is empty: leave the other rows out, they may be long.
-  for (const Axis& axis : axes) {
-    if (axis.range.div < 1) return;
-  }
-  constexpr std::size_t kFirstLimited = 2;
+  if (most_candidates(right, left, limits, 1) == 0) return;
+  const auto axes = axes_of(right, left, limits);
   for (std::size_t i = 0; i < axes.size(); ++i) {
-    values[i] = walk_range(axes[i].range, axes[i].base);
-    if (i >= kFirstLimited) std::erase_if(values[i], [&](double v) { return std::abs(v) > axes[i].limit; });
+    const bool is_left = i % 2 == 1;
+    const double base = is_left && left.mode != 0 ? 0.0 : seed.*kNestOrder[i];
+    values[i] = walk_range(axes[i].range, base, axes[i].limit);
   }
 }
 

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "search/CalibContext.h"
@@ -30,8 +31,17 @@ inline constexpr std::array<double CalibResult::*, kPoseValues> kNestOrder{
     &CalibResult::right_offset_y, &CalibResult::left_offset_y, &CalibResult::right_offset_x,
     &CalibResult::left_offset_x};
 
-// Values that a range gives round `base`, in order. Aborts if its `exec` has bit 0 set.
-std::vector<double> walk_range(const SweepRange& range, double base);
+// Stands for the limit of a component that has none.
+inline constexpr double kUnlimited = std::numeric_limits<double>::infinity();
+
+// Values that a range gives round `base` within +-limit, in order. Takes memory and time for those alone,
+// however many the limit leaves out. Aborts if its `exec` has bit 0 set.
+std::vector<double> walk_range(const SweepRange& range, double base, double limit = kUnlimited);
+
+// The most candidates that a level of those ranges can list, wherever its seeds lie. What a limit leaves out
+// is none and doesn't count. Above kMaxLevelCandidates the number stops at some larger one.
+std::int64_t most_candidates(const EyeSweep& right, const EyeSweep& left, const PoseLimits& limits,
+                             std::int32_t seed_count);
 
 // A place in each row of a grid, outermost first.
 using GridCoordinates = std::array<std::size_t, kPoseValues>;

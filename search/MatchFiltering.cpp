@@ -47,7 +47,6 @@ void report(const PoseCandidate& result) {
 std::int32_t filter_and_search(CalibContext& context, const RigState& rig, std::vector<RayMatch>& matches,
                                PoseCandidate& result, std::int32_t cells, bool ignore_thresholds,
                                SearchObserver* observer) {
-  context.cell_count = cells;
   context.rank_histogram.fill(0);
   matches = usable_matches(context, rig, matches);
   for (std::size_t i = 1; i < kRankBins; ++i) context.rank_histogram[i] += context.rank_histogram[i - 1];

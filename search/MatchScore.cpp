@@ -9,7 +9,11 @@
 namespace twintrue {
 namespace {
 
-constexpr double kScoreCeiling = 100000000.0;  // modes 6 and 10 count down from here
+// The sums that tell how good a pose is take errors below these, in squared pixels.
+constexpr double kNearError = 4.0 * 4.0;
+constexpr double kFarError = 16.0 * 16.0;
+// Mode 2 falls to 0 at three sigma.
+constexpr double kWideReach = 3.0 * 3.0;
 
 Vec3 cross(const Vec3& a, const Vec3& b) {
   return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
@@ -23,7 +27,7 @@ Vec3 along(const Vec3& p, double t, const Vec3& d) {
 
 // Index into the score table, or -1 for a place outside what an index can be.
 std::int64_t table_index(double place) {
-  constexpr double kLimit = 2147483648.0;
+  constexpr double kLimit = 2147483648.0;  // 2^31
   if (!(place > -kLimit && place < kLimit)) return -1;
   return static_cast<std::int32_t>(place);
 }
@@ -56,8 +60,19 @@ bool uses_score_table(std::int32_t mode) {
   return mode == 5 || mode == 7 || mode == 11 || mode == 12 || mode == 13;
 }
 
-bool intersect_rays(const Vec3& p0, const Vec3& d0, const Vec3& p1, const Vec3& d1, Vec3* midpoint,
-                    double* gap) {
+double weight_exponent(std::int32_t mode, double sigma_squared) {
+  switch (mode) {
+    case 0:
+      return -0.25 / sigma_squared;
+    case 4:
+    case 9:
+      return -1.0 / sigma_squared;
+    default:
+      return mode == 1 || uses_score_table(mode) ? -0.5 / sigma_squared : 0.0;
+  }
+}
+
+bool intersect_rays(const Vec3& p0, const Vec3& d0, const Vec3& p1, const Vec3& d1, Vec3* midpoint) {
   const Vec3 n = cross(d0, d1);
   const double nn = dot(n, n);
   if (nn == 0.0) return false;
@@ -67,8 +82,6 @@ bool intersect_rays(const Vec3& p0, const Vec3& d0, const Vec3& p1, const Vec3& 
   const Vec3 q0 = along(p0, t, d0);
   const Vec3 q1 = along(p1, u, d1);
   *midpoint = {(q0[0] + q1[0]) * 0.5, (q0[1] + q1[1]) * 0.5, (q0[2] + q1[2]) * 0.5};
-  const Vec3 between{q0[0] - q1[0], q0[1] - q1[1], q0[2] - q1[2]};
-  *gap = std::sqrt(dot(between, between));
   return true;
 }
 
@@ -96,9 +109,9 @@ double single_side_error(const RigState& rig, bool right_side, const RayMatch& m
   // The two sides mirror each other; their comparisons differ in strictness.
   double weight = 0.0;
   if (right_side) {
-    weight = dy >= -2.0 ? 1.0 - bias : 1.0 + bias;
+    weight = dy >= -kBiasStep ? 1.0 - bias : 1.0 + bias;
   } else {
-    weight = dy > 2.0 ? 1.0 + bias : 1.0 - bias;
+    weight = dy > kBiasStep ? 1.0 + bias : 1.0 - bias;
   }
   return dy * dy * weight + dx * dx;
 }
@@ -111,6 +124,7 @@ double weight_match_error(const CalibContext& context, double error, double sigm
     const double rest = 1.0 - error / s;
     return rest * rest;
   };
+  const auto exponential = [&] { return std::exp(weight_exponent(mode, sigma_squared) * error); };
   const auto in_table = [&](double shift) -> const float* {
     const std::int64_t i = table_index(static_cast<double>(context.score_tbl_coeff) * error + shift);
     if (i < 0 || i >= static_cast<std::int64_t>(table.size())) return nullptr;
@@ -118,16 +132,14 @@ double weight_match_error(const CalibContext& context, double error, double sigm
   };
   switch (mode) {
     case 0:
-      return std::exp(-0.25 / sigma_squared * error);
     case 1:
-      return std::exp(-0.5 / sigma_squared * error);
-    case 2:
-      return falling_square(sigma_squared * 9.0);
-    case 3:
-      return falling_square(sigma_squared);
     case 4:
     case 9:
-      return std::exp(-1.0 / sigma_squared * error);
+      return exponential();
+    case 2:
+      return falling_square(sigma_squared * kWideReach);
+    case 3:
+      return falling_square(sigma_squared);
     case 5:
     case 12:
     case 13: {
@@ -146,7 +158,7 @@ double weight_match_error(const CalibContext& context, double error, double sigm
       return error >= sigma_squared ? kInvalid : kScoreCeiling - error;
     case 11: {
       const float* entry = in_table(0.0);
-      return entry != nullptr ? *entry : std::exp(-0.5 / sigma_squared * error);
+      return entry != nullptr ? *entry : exponential();
     }
     default:
       std::abort();
@@ -166,15 +178,13 @@ MatchValue score_one_match(const CalibContext& context, std::int32_t index, cons
   if (!seen_1 || !seen_2) return result;
 
   Vec3 midpoint{};
-  double gap = 0.0;
-  if (!intersect_rays(model.left.position, ray_1, model.right.position, ray_2, &midpoint, &gap))
-    return result;
+  if (!intersect_rays(model.left.position, ray_1, model.right.position, ray_2, &midpoint)) return result;
   const Vec3& point_1 = mid_point == 1 ? midpoint : ray_1;
   const Vec3& point_2 = mid_point == 1 ? midpoint : ray_2;
 
   const double depth = -midpoint[2];
   if (context.depth_max >= context.depth_min &&
-      !(depth > context.depth_min + 0.0001 && depth < context.depth_max - 0.0001)) {
+      !(depth > context.depth_min + kDepthMargin && depth < context.depth_max - kDepthMargin)) {
     return result;
   }
 
@@ -216,12 +226,11 @@ class PassSums {
   bool add(const MatchValue& one) {
     if (one.value == kInvalid) return false;
     sums_.score_sum += one.value;
-    ++sums_.used_count;
-    if (one.error < 16.0) {
+    if (one.error < kNearError) {
       ++sums_.count4;
       sums_.sum4 += one.error;
     }
-    if (one.error < 256.0) {
+    if (one.error < kFarError) {
       ++sums_.count16;
       sums_.sum16 += one.error;
     }
@@ -229,7 +238,6 @@ class PassSums {
     return true;
   }
   MatchScoreSums finish(std::int32_t div_mode) {
-    sums_.used_count = 0;
     sums_.score_sum = divide_score(sums_.score_sum, weight_sum_, div_mode);
     return sums_;
   }

@@ -29,6 +29,15 @@ using Vec3 = std::array<double, 3>;
 // Stands for "no value": a match whose rays or projections fail doesn't count.
 inline constexpr double kInvalid = std::numeric_limits<double>::max();
 
+// Two weight modes, 6 and 10, count down from here.
+inline constexpr double kScoreCeiling = 100000000.0;
+
+// How far inside its bounds a depth must lie to count, in metres.
+inline constexpr double kDepthMargin = 0.0001;
+
+// Pixels that a keypoint must stand off vertically before the bias of the one-eye error changes its sign.
+inline constexpr double kBiasStep = 2.0;
+
 // How one pass over the matches is to be run.
 struct ScorePass {
   bool final = false;           // the scoring of a retry's end: always with the full reprojection
@@ -83,10 +92,12 @@ bool is_even_pixel(float x);
 // True if the weight mode reads the score table.
 bool uses_score_table(std::int32_t mode);
 
-// Point midway between the lines p0 + t d0 and p1 + u d1, and the length of the gap there. False, with
-// nothing written, for parallel lines.
-bool intersect_rays(const Vec3& p0, const Vec3& d0, const Vec3& p1, const Vec3& d1, Vec3* midpoint,
-                    double* gap);
+// What an error is multiplied by in the exponent of a weight mode whose term is an exponential, or whose
+// table holds one; 0 for the other modes. The one definition for terms, sweeps and table.
+double weight_exponent(std::int32_t mode, double sigma_squared);
+
+// Point midway between the lines p0 + t d0 and p1 + u d1. False, with nothing written, for parallel lines.
+bool intersect_rays(const Vec3& p0, const Vec3& d0, const Vec3& p1, const Vec3& d1, Vec3* midpoint);
 
 // Divides the sum of score terms as the divider mode says; every match weighs 1.
 double divide_score(double score_sum, double weight_sum, std::int32_t div_mode);

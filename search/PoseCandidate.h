@@ -10,8 +10,7 @@ namespace twintrue {
 // What one pass over the matches leaves. Errors are in squared pixels.
 struct MatchScoreSums {
   double score_sum = 0.0;
-  std::int32_t used_count = 0;  // 0 again after every pass
-  double sum4 = 0.0;            // errors below 16, that is 4 pixels squared, and their number
+  double sum4 = 0.0;  // errors below 16, that is 4 pixels squared, and their number
   std::int32_t count4 = 0;
   double sum16 = 0.0;  // errors below 256, 16 pixels squared
   std::int32_t count16 = 0;

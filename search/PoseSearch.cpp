@@ -69,7 +69,7 @@ void pose_search(CalibContext& context, const RigState& rig, const std::vector<R
     const PoseCandidate best_now = seeds[0];
     const MatchScoreSums sums = score_final(context, rig, matches, best_now);
     double s = sums.score_sum;
-    if (score_is_ceiling_minus_error(context)) s = std::sqrt(100000000.0 - s);
+    if (score_is_ceiling_minus_error(context)) s = std::sqrt(kScoreCeiling - s);
     if (context.verbose) {
       fmt::print("***********************\n***********************\n");
       fmt::print("{}    {}     {}\n", result.score, s, sums.count4);

@@ -13,26 +13,18 @@
 namespace twintrue {
 namespace {
 
-// Factor of the exponential in the weight modes that are one, else 0.
-double exponent_factor(std::int32_t mode, double sigma_squared) {
-  switch (mode) {
-    case 0:
-      return -0.25 / sigma_squared;
-    case 1:
-      return -0.5 / sigma_squared;
-    case 4:
-    case 9:
-      return -1.0 / sigma_squared;
-    default:
-      return 0.0;
-  }
+// The angular limit of an eye in right angles is its field of view, in degrees, times this.
+constexpr double kLimitPerFieldDegree = 0.005555555555555556;  // 1 / 180
+
+bool errors_may_be_negative(const CalibContext& context, bool one_eye) {
+  return one_eye && !(std::abs(context.dir_bias) <= 1.0);
 }
 
 bool terms_are_bounded(const CalibContext& context, const ScorePass& pass, bool one_eye) {
   if (pass.div_mode == 0 || pass.div_mode == 1 || pass.div_mode == 3) return false;
   if (pass.weight_mode == 6 || pass.weight_mode == 10) return false;
   if (!(pass.sigma * pass.sigma > 0.0)) return false;
-  if (one_eye && !(std::abs(context.dir_bias) <= 1.0)) return false;  // else errors may be negative
+  if (errors_may_be_negative(context, one_eye)) return false;
   if (!uses_score_table(pass.weight_mode)) return true;
   return std::all_of(context.score_table.begin(), context.score_table.end(),
                      [](float entry) { return entry >= 0.0f && entry <= 1.0f; });
@@ -54,7 +46,7 @@ SweepEye eye_for_kernel(const EyeModel& eye) {
           eye.magnify_h,
           eye.center_x + eye.offset_x,
           eye.center_y - eye.offset_y,
-          eye.fov_degrees * 0.005555555555555556,
+          eye.fov_degrees * kLimitPerFieldDegree,
           static_cast<double>(eye.valid_x_begin),
           static_cast<double>(eye.valid_x_end)};
 }
@@ -116,10 +108,10 @@ void SweepScorer::begin(const ScorePass& pass) {
     variant.error = group.error;
     group.errors = sweep_errors(set_, variant);
   }
-  const double factor = exponent_factor(pass.weight_mode, pass.sigma * pass.sigma);
+  const double factor = weight_exponent(pass.weight_mode, pass.sigma * pass.sigma);
   // The kernel takes falling exponentials of errors that are not negative.
-  const bool falls = std::isfinite(factor) && !(one_eye && !(std::abs(context_.dir_bias) <= 1.0));
-  exp_factor_ = falls ? factor : 0.0;
+  const bool falls = std::isfinite(factor) && !errors_may_be_negative(context_, one_eye);
+  exp_factor_ = falls && !uses_score_table(pass.weight_mode) ? factor : 0.0;
   bounded_ = terms_are_bounded(context_, pass, one_eye);
 }
 
@@ -181,7 +173,7 @@ void SweepScorer::unrotated_rays(const EyeModel& eye, bool left, const Offsets& 
                     eye.shift_x,
                     eye.shift_y,
                     eye.translate,
-                    eye.fov_degrees * 0.005555555555555556,
+                    eye.fov_degrees * kLimitPerFieldDegree,
                     distortion.table->data(),
                     static_cast<double>(distortion.table_scale),
                     static_cast<double>(distortion.table_size - 2)};
@@ -306,8 +298,8 @@ SweepPose SweepScorer::pose_for_kernel(const CalibResult& pose) const {
           eye_for_kernel(right),
           left.distortion.coeff,
           rig_.current.baseline,
-          depth_tested ? context_.depth_min + 0.0001 : -kInfinity,
-          depth_tested ? context_.depth_max - 0.0001 : kInfinity,
+          depth_tested ? context_.depth_min + kDepthMargin : -kInfinity,
+          depth_tested ? context_.depth_max - kDepthMargin : kInfinity,
           static_cast<double>(rig_.half_width),
           context_.dir_bias};
 }
@@ -356,8 +348,16 @@ double SweepScorer::terms_of(const double* errors, std::size_t count, double* te
   return weights;
 }
 
+double least_to_keep(double least) {
+  if (!std::isfinite(least)) return least;
+  const double bound = least - 2.0 * kSweepTolerance * std::abs(least);
+  return least < kLeastTrustedScore ? std::min(bound, 0.0) : bound;
+}
+
 double SweepScorer::score(const CalibResult& pose, double least) const {
-  const double hopeless = least - kSweepTolerance * std::abs(least);
+  // All threads must leave the same poses at last, whichever order they come in. So one that is left stays
+  // below the bound by more than its sum is rounded.
+  const double hopeless = least_to_keep(least) * (1.0 - kSweepTolerance);
   LaneSum sum;
   double weights = 0.0;
   std::size_t remaining = size_;

@@ -29,6 +29,13 @@ namespace twintrue {
 // Relative distance to the plain form that scores keep.
 inline constexpr double kSweepTolerance = 1e-9;
 
+// Smaller scores don't keep it: the kernel's exponential ends at 1e-304, and sums of such terms are left to
+// the plain form.
+inline constexpr double kLeastTrustedScore = 1e-280;
+
+// The score that a pose must have here so that its plain one may reach `least`.
+double least_to_keep(double least);
+
 // Doubles whose first stands where a widest vector's would: no load of a block then spans two cache lines.
 template <typename T>
 struct VectorAligned {
@@ -75,7 +82,7 @@ class SweepScorer {
   // Bytes of rays that one more pair of offsets takes.
   std::size_t ray_bytes() const { return 3 * sizeof(double) * size_; }
 
-  // The score of a pose, or less than `least` (by any amount) for one that can't reach it. Aborts on an
+  // The score of a pose, or minus infinity for one that can't reach least_to_keep(least). Aborts on an
   // unknown weight mode as soon as a match has an error. Thread-safe.
   double score(const CalibResult& pose, double least) const;
 

@@ -108,7 +108,7 @@ void Level(benchmark::State& state) {
   const BenchRun& run = BenchRun::of_width(kWidth);
   const auto matches = matches_of(run, 2000);
   CalibContext context = *run.context;
-  context.limits[0] = {1, 1, 0, 1, 1};
+  context.limits[0] = {1, 1, 1, 1};
   context.right_table[0][0] = {};
   context.left_table[0][0] = {};
   for (SweepRange* range :

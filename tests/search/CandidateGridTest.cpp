@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "search/CandidateEvaluation.h"
-
 namespace twintrue {
 namespace {
 
@@ -70,36 +68,48 @@ std::vector<Pose> nested_list(const EyeSweep& right, const EyeSweep& left, const
 TEST(CandidateGrid, ListsWhatNestedSweepsList) {
   std::mt19937 engine(7);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
-  // Steps from far above the near distance to far below it.
-  const double widths[] = {0.0, 0.0004, 0.0011, 0.003, 0.1};
+  // Steps from far above the near distance to far below it, and just as wide.
+  const double widths[] = {0.0, 0.0004, 0.0005, 0.001, 0.0011, 0.003, 0.1};
+  const auto width = [&] { return widths[engine() % std::size(widths)]; };
   std::int64_t dropped = 0;
+  int reached = 0;  // by the number of candidates that settings are judged by
   for (int trial = 0; trial < 300; ++trial) {
     EyeSweep right, left;
     int product = 1;
+    const bool in_a_plane = trial % 2 == 1;  // two components with more values
     for (EyeSweep* sweep : {&right, &left}) {
       for (SweepRange* range :
            {&sweep->offset_x, &sweep->offset_y, &sweep->pan, &sweep->tilt, &sweep->roll}) {
-        range->div = product > 60 ? 1 : 1 + static_cast<int>(unit(engine) * 3.5);
+        if (in_a_plane && (sweep == &left || (range != &sweep->pan && range != &sweep->tilt))) continue;
+        range->div = product > 60 ? 1
+                     : in_a_plane ? 2 + static_cast<int>(engine() % 7)
+                                  : 1 + static_cast<int>(unit(engine) * 3.5);
         if (unit(engine) < 0.01) range->div = 0;
         product *= std::max(range->div, 1);
-        range->max = widths[engine() % 5] * (unit(engine) < 0.1 ? -1 : 1);
+        range->max = width() * (unit(engine) < 0.1 ? -1 : 1);
         range->min = -range->max;
       }
     }
     left.mode = unit(engine) < 0.3 ? 1 : 0;
-    PoseLimits limits{0.05, 1, 0, 1, 1};
+    PoseLimits limits{0.05, 0.0015, 0.0008, 0.003};
     Seeds seeds;
     for (PoseCandidate& seed : seeds) {
       for (double CalibResult::*field : kPoseFields) {
-        seed.*field = unit(engine) < 0.5 ? 0.0 : widths[engine() % 5] * (unit(engine) - 0.5);
+        if (in_a_plane && field != &CalibResult::right_pan && field != &CalibResult::right_tilt) continue;
+        const double drawn = unit(engine);
+        seed.*field = drawn < 0.5 ? 0.0 : width() * (drawn < 0.7 ? 1.0 : unit(engine) - 0.5);
       }
     }
     const int count = static_cast<int>(engine() % 4);
     const auto expected = nested_list(right, left, limits, seeds, count);
     const CandidateGrid grid(right, left, limits, seeds, count);
     ASSERT_EQ(grid.size(), static_cast<std::int64_t>(expected.size())) << trial;
-    for (int k = 0; k < count; ++k) dropped += grid.grid(static_cast<std::size_t>(k)).size();
-    dropped -= grid.size();
+    std::int64_t whole = 0;
+    for (int k = 0; k < count; ++k) whole += grid.grid(static_cast<std::size_t>(k)).size();
+    dropped += whole - grid.size();
+    const std::int64_t most = most_candidates(right, left, limits, count);
+    EXPECT_GE(most, whole) << trial;
+    reached += whole > 1 && whole == most ? 1 : 0;
 
     std::vector<CandidateGrid::Cursor> places;
     CandidateGrid::Cursor cursor;
@@ -115,6 +125,7 @@ TEST(CandidateGrid, ListsWhatNestedSweepsList) {
     }
   }
   EXPECT_GT(dropped, 1000) << "the trials should meet near candidates";
+  EXPECT_GT(reached, 10);
 }
 
 // Steps this small put each place near thousands of others. Of three values a component the outer two aren't
@@ -124,7 +135,7 @@ TEST(CandidateGrid, ThinsOutStepsFarBelowTheNearDistance) {
   const EyeSweep sweep{range, range, range, range, range, 0};
   Seeds seeds;
   seeds[1].right_pan = 5.0;
-  const CandidateGrid grid(sweep, sweep, {9, 9, 9, 9, 9}, seeds, 2);
+  const CandidateGrid grid(sweep, sweep, {9, 9, 9, 9}, seeds, 2);
   EXPECT_EQ(grid.size(), 59049 + 1024);  // 3^10 of the first seed and 2^10
 
   const SweepRange row{-0.55, 0.55, 100001, 0};
@@ -132,7 +143,7 @@ TEST(CandidateGrid, ThinsOutStepsFarBelowTheNearDistance) {
   one.roll = row;
   seeds[1] = PoseCandidate();
   seeds[1].right_roll = 5.0;
-  const CandidateGrid long_row(one, EyeSweep(), {9, 9, 9, 9, 9}, seeds, 2);
+  const CandidateGrid long_row(one, EyeSweep(), {9, 9, 9, 9}, seeds, 2);
   EXPECT_EQ(long_row.size() - 100001, 1099);  // every 91st, the first that is far enough
 }
 
@@ -157,50 +168,32 @@ TEST(PlaceSet, FindsTheNextMember) {
   }
 }
 
+// What a limit leaves out takes neither time nor memory, so that no number of values needs a bound of its
+// own.
+TEST(CandidateGrid, WalksOnlyWhatALimitLeaves) {
+  constexpr std::int32_t kCount = 2000000001;
+  for (double end : {1.0, -1.0}) {
+    const auto values = walk_range({-end, end, kCount, 0}, 0.5, 1.05e-8);
+    ASSERT_EQ(values.size(), 21u);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      EXPECT_NEAR(values[i], (static_cast<double>(i) * 1e-9 - 1e-8) * end, 1e-15);
+    }
+    EXPECT_EQ(walk_range({-end, end, kCount, 0}, 2.5, 1.05e-8).size(), 0u);
+    EXPECT_EQ(walk_range({-end, end, kCount, 0}, -2.5, 1.05e-8).size(), 0u);
+  }
+  EXPECT_EQ(walk_range({0.3, 0.3, 5, 0}, 0.0, 0.5).size(), 5u);
+  EXPECT_EQ(walk_range({0.3, 0.3, 1, 0}, 0.0, 0.2).size(), 0u);
+  // An empty row leaves out the others.
+  EyeSweep right, left;
+  right.roll.div = left.roll.div = kCount;
+  EXPECT_EQ(CandidateGrid(right, left, {0, -1, 0, 0}, Seeds(), 3).size(), 0);
+}
+
 TEST(CandidateGrid, ExecBitZeroEndsTheProcess) {
   SweepRange range{0, 1, 2, 1};
   EXPECT_DEATH(walk_range(range, 0.0), "");
   range.div = 1;
   EXPECT_EQ(walk_range(range, 0.0), std::vector<double>{0.5});
-}
-
-TEST(TopList, KeepsTheBestAndDecidesTiesByOrder) {
-  struct Case {
-    int kept;
-    std::vector<double> offered;  // each with its number as right_pan
-    std::vector<double> slots;    // numbers expected in the slots; -1: never filled
-  };
-  const double nan = std::nan("");
-  const Case cases[] = {
-      {0, {5}, {-1, -1, -1}},
-      {1, {5, 5, 4}, {1, -1, -1}},
-      {1, {-0.5, nan}, {-1, -1, -1}},
-      {1, {0.0}, {0, -1, -1}},
-      {2, {5, 5}, {1, 0, -1}},
-      {2, {5, 3, 3}, {0, 1, -1}},  // the second slot wants more than it has
-      {2, {5, -0.5}, {0, 1, -1}},  // the entry fell to -1 with the first insertion
-      {3, {5, 3, 3, 1}, {0, 2, 1}},
-      {3, {5, 3, 1, 1}, {0, 1, 3}},
-      {3, {1, 2, 3, nan, 4}, {4, 2, 1}},
-      {4, {5}, {-1, -1, -1}},
-  };
-  for (const Case& one : cases) {
-    TopList list(one.kept);
-    for (std::size_t i = 0; i < one.offered.size(); ++i) {
-      PoseCandidate candidate;
-      candidate.score = one.offered[i];
-      candidate.right_pan = static_cast<double>(i);
-      list.offer(candidate);
-    }
-    for (std::size_t i = 0; i < one.slots.size(); ++i) {
-      const PoseCandidate& slot = list.slots()[i];
-      if (one.slots[i] < 0) {
-        EXPECT_EQ(slot.score, -1.0) << one.kept << " slot " << i;
-      } else {
-        EXPECT_EQ(slot.right_pan, one.slots[i]) << one.kept << " slot " << i;
-      }
-    }
-  }
 }
 
 }  // namespace

@@ -23,8 +23,7 @@ std::unique_ptr<CalibContext> still_search() {
 TEST(Filtering, DropsCountsAndSorts) {
   auto matches = make_matches(PoseCandidate(), {.count = 60});
   for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i % 13) - 1;
-  matches[5].accepted = 0;
-  matches[6].accepted = -1;
+  for (std::size_t i = 0; i < matches.size(); i += 5) matches[i].accepted = -static_cast<std::int32_t>(i % 2);
   auto context = still_search();
   context->removing_outer_feat_rratio = 0.6;
   context->rank_last = 2;
@@ -32,16 +31,18 @@ TEST(Filtering, DropsCountsAndSorts) {
   PoseCandidate result;
   filter_and_search(*context, nominal_rig(), matches, result, 5, true);
 
-  int expected_count = 0, expected_ranked = 0;
+  int expected_count = 0, expected_ranked = 0, expected_counted = 0;
   for (const RayMatch& m : given) {
     const double rratio = std::hypot(m.x_a - 512.0, m.y_a - 512.0) / testing_support::kScale;
     if (rratio > 0.6 || m.accepted < 1) continue;
     ++expected_count;
     expected_ranked += m.rank >= 0 && m.rank <= 2 ? 1 : 0;
+    expected_counted += m.rank >= 0 && m.rank <= 9 ? 1 : 0;
   }
   ASSERT_GT(expected_count, 20);
   EXPECT_EQ(matches.size(), static_cast<std::size_t>(expected_count)) << "ranks above 9 stay";
   EXPECT_EQ(context->rank_histogram[2], expected_ranked);
+  EXPECT_EQ(context->rank_histogram[9], expected_counted);
   EXPECT_DOUBLE_EQ(result.detection_ratio, expected_ranked / 15.0);
   for (std::size_t i = 1; i < matches.size(); ++i) {
     const RayMatch& a = matches[i - 1];
@@ -71,14 +72,17 @@ TEST(Filtering, StatusAndQuality) {
     EXPECT_DOUBLE_EQ(result.detection_ratio, 0.3);
     EXPECT_EQ(result.quality, -1.0);
     EXPECT_EQ(result.score, -1.0);
+    context->detection_ratio_th = result.detection_ratio;
+    EXPECT_EQ(filter_and_search(*context, rig, matches, result, 100, false), TWINTRUE_CALIBRATED);
   }
   {
     // A lens that needs no correction passes with pose zero.
-    auto matches = make_matches(PoseCandidate(), {.count = 200, .noise_px = 0.3});
+    auto matches = make_matches(PoseCandidate(), {.count = 200, .noise_px = 1.6});
     auto context = still_search();
     PoseCandidate result;
     EXPECT_EQ(filter_and_search(*context, rig, matches, result, 100, false), TWINTRUE_CALIBRATED);
     const MatchScoreSums& sums = result.sums;
+    ASSERT_GT(sums.count16, sums.count4 + 5);
     EXPECT_NEAR(result.quality, sums.count4 / (200 * std::sqrt(sums.sum4 / sums.count4)), 1e-12);
     EXPECT_NEAR(result.error16, std::sqrt(sums.sum16 / sums.count16), 1e-12);
     context->error16_th = result.error16;

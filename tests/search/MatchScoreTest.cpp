@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "search/CandidateEvaluation.h"
+#include "search/SweepScorer.h"
 #include "search/SyntheticRig.h"
 
 namespace twintrue {
@@ -129,23 +130,41 @@ TEST(MatchScore, SweepsMayTestOneEyeAlone) {
 
 TEST(MatchScore, DepthOutsideTheBoundsDoesNotCount) {
   const PoseCandidate none;
-  const auto matches = make_matches(none, {.count = 200});
+  auto matches = make_matches(none, {.count = 200});
   const auto counted = [&](double least, double most) {
     CalibContext context;
     context.depth_min = least;
     context.depth_max = most;
-    return score_matches(context, plain_pass(matches.size()), nominal_rig(), matches).count16;
+    const RigState rig = nominal_rig();
+    const ScorePass pass = plain_pass(matches.size());
+    const MatchScoreSums sums = score_matches(context, pass, rig, matches);
+    SweepScorer scorer(context, rig, matches);
+    scorer.begin(pass);
+    scorer.prepare({PoseCandidate()});
+    EXPECT_EQ(scorer.score(PoseCandidate(), -1.0), sums.score_sum);
+    return sums.count16;
   };
   EXPECT_EQ(counted(0.1, 5.1), 200);
   EXPECT_LT(counted(1.0, 5.1), 170);
   EXPECT_EQ(counted(1.0, 5.1) + counted(0.1, 1.0), 200);
   EXPECT_EQ(counted(1.0, 1.0), 0);
   EXPECT_EQ(counted(9.0, 1.0), 200) << "a far end before the near one switches the test off";
+  // It must lie a tenth of a millimetre inside.
+  const testing_support::Point p{0.1, 0.2, -1.0};
+  matches.resize(1);
+  matches[0].x_a = static_cast<float>(testing_support::see(false, 0, 0, 0, 0, 0, p)[0]);
+  matches[0].y_a = static_cast<float>(testing_support::see(false, 0, 0, 0, 0, 0, p)[1]);
+  matches[0].x_b = static_cast<float>(testing_support::see(true, 0, 0, 0, 0, 0, p)[0] - 1024);
+  matches[0].y_b = static_cast<float>(testing_support::see(true, 0, 0, 0, 0, 0, p)[1]);
+  for (double inside : {0.00005, 0.00015}) {
+    EXPECT_EQ(counted(0.1, 1.0 + inside), inside > 0.0001 ? 1 : 0);
+    EXPECT_EQ(counted(1.0 - inside, 5.1), inside > 0.0001 ? 1 : 0);
+  }
 }
 
 TEST(MatchScore, ThreadsShareAPassWithoutATrace) {
   const RigState rig = nominal_rig();
-  auto matches = make_matches(PoseCandidate(), {.count = 700, .noise_px = 1.5, .outliers = 0.2});
+  auto matches = make_matches(PoseCandidate(), {.count = 700, .noise_px = 1.5});
   for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i / 100);
   const int before = omp_get_max_threads();
   for (std::int32_t skip_mode : {0, 1, 2}) {
@@ -156,6 +175,7 @@ TEST(MatchScore, ThreadsShareAPassWithoutATrace) {
         ScorePass pass = plain_pass(matches.size());
         pass.count_limit = limit;
         pass.rank_limit = 5;
+        pass.weight_mode = 6;  // every match counts
         pass.div_mode = div_mode;
         const MatchScoreSums plain = score_matches(context, pass, rig, matches);
         for (int threads : {1, 2, 7}) {
@@ -198,7 +218,6 @@ TEST(MatchScore, LimitsOfTheWalk) {
     pass.count_limit = one.count_limit;
     const MatchScoreSums sums = score_matches(context, pass, nominal_rig(), matches);
     EXPECT_EQ(sums.score_sum, one.used) << one.rank_limit << ' ' << one.count_limit << ' ' << one.skip_mode;
-    EXPECT_EQ(sums.used_count, 0);
   }
 }
 
@@ -256,6 +275,18 @@ TEST(MatchScore, ScoreTableFollowsTheCurveAndItsFlatTop) {
       ASSERT_NEAR(context.score_table[i], std::exp(-x / 18), 1e-7) << mode << ' ' << i;
     }
   }
+  // A scale or a sigma of 0 leaves the top of the curve alone.
+  for (std::int32_t mode : {5, 7, 11, 12, 13}) {
+    for (bool without_scale : {true, false}) {
+      context.score_weight_mode[1][2] = mode;
+      context.score_tbl_coeff = without_scale ? 0.0f : 4.0f;
+      context.sigma[1][2] = without_scale ? 3.0 : 0.0;
+      build_score_table(context, 2, 1);
+      EXPECT_EQ(context.score_table[0], without_scale || mode < 12 ? 1.0f : 0.0f) << mode;
+      EXPECT_EQ(context.score_table[1], 0.0f) << mode;
+      EXPECT_EQ(context.score_table[99], 0.0f) << mode;
+    }
+  }
   context.score_weight_mode[1][3] = 1;
   build_score_table(context, 3, 1);
   EXPECT_EQ(context.score_table.size(), 100u) << "a level without a table leaves it";
@@ -277,10 +308,11 @@ TEST(IntersectRays, MeetsMidwayBetweenSkewLines) {
   for (int i = 0; i < 100; ++i) {
     const Vec3 p0 = random(), d0 = random(), p1 = random(), d1 = random();
     Vec3 m{};
-    double gap = 0;
-    ASSERT_TRUE(intersect_rays(p0, d0, p1, d1, &m, &gap));
-    // The nearest points of the two lines are as far from the midpoint as half the gap, and nothing on either
-    // line is nearer.
+    ASSERT_TRUE(intersect_rays(p0, d0, p1, d1, &m));
+    const Vec3 n{d0[1] * d1[2] - d0[2] * d1[1], d0[2] * d1[0] - d0[0] * d1[2], d0[0] * d1[1] - d0[1] * d1[0]};
+    const double gap = std::abs((p1[0] - p0[0]) * n[0] + (p1[1] - p0[1]) * n[1] + (p1[2] - p0[2]) * n[2]) /
+                       std::hypot(n[0], n[1], n[2]);
+    // Only the point midway is half the lines' distance away from both.
     for (const auto& [p, d] : {std::pair{p0, d0}, std::pair{p1, d1}}) {
       const double dd = d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
       const double t = ((m[0] - p[0]) * d[0] + (m[1] - p[1]) * d[1] + (m[2] - p[2]) * d[2]) / dd;
@@ -290,8 +322,7 @@ TEST(IntersectRays, MeetsMidwayBetweenSkewLines) {
     }
   }
   Vec3 m{};
-  double gap = 0;
-  EXPECT_FALSE(intersect_rays({0, 0, 0}, {1, 2, 4}, {1, 0, 0}, {-2, -4, -8}, &m, &gap));
+  EXPECT_FALSE(intersect_rays({0, 0, 0}, {1, 2, 4}, {1, 0, 0}, {-2, -4, -8}, &m));
 }
 
 }  // namespace
