@@ -307,6 +307,7 @@ TEST(PictureFiles, RecognisesFilesByTheirContent) {
       {box("heic0000mif1"), "heif", {}},
       {box("avif0000"), "heif", {}},
       {box("miaf0000miafmif1"), "heif", {}},
+      {box("miaf0000mif1"), "heif", {}},
       {box("miaf0000miaf") + "mif1", "", {"movie"}},  // behind the box
       {box("isom0000isomavc1"), "", {"movie", "MP4", "still", "ffmpeg"}},
       {box("qt  0000qt  mif1"), "", {"movie", "QuickTime", "still"}},
@@ -315,7 +316,7 @@ TEST(PictureFiles, RecognisesFilesByTheirContent) {
       {bytes("\x1a\x45\xdf\xa3", 4), "", {"Matroska", "still"}},
       {"RIFF0000AVI LIST", "", {"AVI", "still"}},
       {stream, "", {"MPEG", "still"}},
-      {stream.substr(0, 376), "", {"no picture"}},
+      {stream.substr(0, 376) + zeros, "", {"no picture"}},
       {bytes("II*\0\x10\0\0\0CR\x02\0", 12), "", {"raw", "develop"}},
       {tiff_with(bytes("\xc6\x12\0\x01", 4), "\1\4\0\0"), "", {"raw", "small copy", "develop"}},
       {tiff_with(bytes("\0\xfe\0\x04", 4), bytes("\0\0\0\1", 4)), "", {"raw", "small copy"}},

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -119,6 +120,12 @@ TEST_F(PictureHelper, IsLimited) {
   setenv("LD_LIBRARY_PATH", dir.path().c_str(), 1);
   const int open_here = open(dir.write("other", "x").c_str(), O_RDONLY);  // as a caller leaves one
   ASSERT_GE(open_here, 0);
+  rlimit core{};
+  getrlimit(RLIMIT_CORE, &core);
+  const rlimit all{core.rlim_max, core.rlim_max};
+  setrlimit(RLIMIT_CORE, &all);
+  const int input = dup(STDIN_FILENO);
+  dup2(open_here, STDIN_FILENO);
   HelperRun helper = script(
       "exec >&2; ls /proc/$$/fd\n"
       "echo core $(ulimit -c); echo time $(ulimit -t); echo memory $(ulimit -v); echo file $(ulimit "
@@ -129,6 +136,8 @@ TEST_F(PictureHelper, IsLimited) {
   helper.file_bytes = 1 << 20;
   const std::string said = run_helper(helper, {}, {open_here, open_here}).said;
   close(open_here);
+  dup2(input, STDIN_FILENO);
+  close(input);
   unsetenv("OCIO");
   unsetenv("LD_LIBRARY_PATH");
   const auto processors = std::max(1L, sysconf(_SC_NPROCESSORS_ONLN));
@@ -142,6 +151,7 @@ TEST_F(PictureHelper, IsLimited) {
   EXPECT_THAT(said, AllOf(HasSubstr("LD_LIBRARY_PATH=" + dir.path().string()), Not(HasSubstr("OCIO"))));
 }
 
+#ifndef TWINTRUE_SANITIZED
 int eat_memory(int /*argc*/, char** /*argv*/) {
   for (std::size_t total = 0; total < std::size_t{4} << 30; total += std::size_t{16} << 20) {
     void* const block = std::malloc(std::size_t{16} << 20);
@@ -151,7 +161,6 @@ int eat_memory(int /*argc*/, char** /*argv*/) {
   return 0;
 }
 
-#ifndef TWINTRUE_SANITIZED
 TEST_F(PictureHelper, GetsNoMoreMemoryThanItMay) {
   HelperRun helper;
   helper.stand_in = &eat_memory;

@@ -9,7 +9,7 @@
 namespace twintrue::cli {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 // Whole numbers at places that may lie behind the end, where 0 is read.
 class Numbers {

@@ -14,7 +14,7 @@
 namespace twintrue::cli {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 constexpr std::size_t kHeadBytes = 512;  // holds all that is looked at, but a TIFF's first directory
 constexpr std::size_t kBrandBytes = 4;
