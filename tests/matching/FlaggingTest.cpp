@@ -14,7 +14,7 @@ namespace {
 
 using namespace matching_tests;
 
-// One strong record in a frame of 1040 x 1040, where a vector is long from 20.8 pixels on, and what a case
+// One strong record in a frame of 1240 x 1040, where a vector is long from 20.8 pixels on, and what a case
 // changes of it.
 struct Case {
   const char* what;
@@ -40,7 +40,7 @@ struct Case {
 
 // Scores are score1, 200, 300 and 400, the rank is 3, the responses are 1000 and 400, the start (500, 500).
 bool accepts(const Case& c) {
-  Scene scene({10, 10, 100, 100, 4});
+  Scene scene({12, 10, 100, 100, 4});
   MatchSet set(scene.unit, 1);
   CheckSettings settings;
   settings.enabled = true;
@@ -106,8 +106,9 @@ TEST(FlagRecordsTest, BorderAndDistanceFromTheGmv) {
            {.what = "left, inside", .accepted = true, .near_gmv = 0.6f, .gmv_x = 16 - 500},
            {.what = "left, outside", .accepted = false, .near_gmv = 0.6f, .gmv_x = 15 - 500},
            {.what = "upper, outside", .accepted = false, .near_gmv = 0.6f, .gmv_y = 15 - 500},
-           {.what = "right, inside", .accepted = true, .near_gmv = 0.6f, .gmv_x = 1023 - 500},
-           {.what = "right, outside", .accepted = false, .near_gmv = 0.6f, .gmv_x = 1024 - 500},
+           {.what = "right, inside", .accepted = true, .near_gmv = 0.7f, .gmv_x = 1223 - 500},
+           {.what = "right, outside", .accepted = false, .near_gmv = 0.7f, .gmv_x = 1224 - 500},
+           {.what = "lower, inside", .accepted = true, .near_gmv = 0.6f, .gmv_y = 1023 - 500},
            {.what = "lower, outside", .accepted = false, .near_gmv = 0.6f, .gmv_y = 1024 - 500},
            // 0.02 x 1040 squared is 432.64: 20 pixels off is near, 21 is far.
            {.what = "near", .accepted = true, .gmv_x = 5},

@@ -22,10 +22,11 @@ using namespace matching_tests;
 
 TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
   std::mt19937 random(17);
-  // The second raster has cells of more vectors than are scored.
-  const Raster rasters[] = {{}, {2, 1, 120, 160, 300}, {9, 7, 17, 23, 6}, {1, 4, 90, 50, 40}};
+  // The second raster has cells of more vectors than are scored, the last one nine cells that are all full.
+  const Raster rasters[] = {
+      {}, {2, 1, 120, 160, 300}, {9, 7, 17, 23, 6}, {1, 4, 90, 50, 40}, {3, 3, 20, 20, 30}};
   for (int round = 0; round < 80; ++round) {
-    Scene scene(rasters[round % 4]);
+    Scene scene(rasters[round % 5]);
     fill_randomly(*scene.a, random, uniform_int(random, 3, 500), 32);
     fill_randomly(*scene.b, random, uniform_int(random, 2, 500), 32);
     MatchingSettings& matching = scene.unit.matchingSettings;
@@ -49,7 +50,7 @@ TEST(PlainCorrectionTest, TheFastFormGivesTheSame) {
     CorrectionSettings settings = scene.unit.mvcSettings;
     // Radii and limits beyond 32 bits when squared, and votes that could add up to more, included.
     const float most = round % 8 == 7 ? 1e9f : round % 8 == 6 ? 4095.7f : 12.0f;
-    for (float& th : settings.th) th = uniform(random, round % 5 == 4 ? -most : 0.0, most);
+    for (float& th : settings.th) th = uniform(random, round % 7 == 6 ? -most : 0.0, most);
     const std::int32_t limits[] = {0, 1, 2, 9, -3, 32766, 32767, 2147483647};
     settings.diff_pt_th = limits[uniform_int(random, 0, 7)];
     for (std::int32_t& mode : settings.score_mode) mode = uniform_int(random, 0, 12);
