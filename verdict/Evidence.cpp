@@ -6,16 +6,11 @@
 #include <optional>
 #include <utility>
 
+#include "search/PoseCandidate.h"
+#include "verdict/Graphics.h"
+
 namespace twintrue {
 namespace {
-
-constexpr double kNear = 2.0 * kFitting;  // still of use for telling where a part's matches lie
-
-double middle_of(std::vector<double>& values, double place = 0.5) {
-  const auto at = static_cast<std::ptrdiff_t>(place * static_cast<double>(values.size() - 1));
-  std::nth_element(values.begin(), values.begin() + at, values.end());
-  return values[static_cast<std::size_t>(at)];
-}
 
 double share(std::int64_t part, std::int64_t whole) {
   return whole == 0 ? 0.0 : static_cast<double>(part) / static_cast<double>(whole);
@@ -27,18 +22,18 @@ class Part {
   void add(const RayPair& pair) {
     ++count_;
     if (std::abs(pair.across) < kFitting) ++fitting_;
-    if (std::abs(pair.across) < kNear) across_.push_back(pair.across);
+    if (std::abs(pair.across) < kNearPixels) across_.push_back(pair.across);
   }
 
   PartEvidence evidence() {
     PartEvidence part;
     part.matches = count_;
     part.fitting = share(fitting_, count_);
-    if (!across_.empty()) part.bias = middle_of(across_);
+    if (!across_.empty()) part.bias = quantile_of(across_);
     return part;
   }
   std::int64_t fitting() const { return fitting_; }
-  std::size_t near() const { return across_.size(); }
+  std::vector<double>& across() { return across_; }
 
  private:
   std::int64_t count_ = 0;
@@ -61,34 +56,29 @@ double reach_of(const CalibContext& context, std::size_t value) {
   return limit[value % 5] > 0.0 ? std::min(reach, limit[value % 5]) : reach;
 }
 
-// Of the values from `first` on, those of one eye.
-std::vector<std::string> values_at_limit(const CalibContext& context, const CalibResult& result,
-                                         std::size_t first) {
-  constexpr std::array<const char*, 5> kNames{"pan", "tilt", "roll", "offset x", "offset y"};
-  constexpr double kNearly = 0.95;  // of the reach: steps do not end on it exactly
+constexpr std::array<const char*, 5> kNames{"pan", "tilt", "roll", "offset x", "offset y"};
+constexpr double kNearly = 0.95;  // of the reach: steps do not end on it exactly
+
+// Values in which the eyes differ by as much as the right one, which takes the difference, can go.
+std::vector<std::string> differences_at_limit(const CalibContext& context, const CalibResult& pose) {
   std::vector<std::string> names;
   for (std::size_t i = 0; i < kNames.size(); ++i) {
-    const double reach = reach_of(context, first + i);
-    if (reach > 0.0 && std::abs(result.*kPoseFields[first + i]) >= kNearly * reach) {
-      names.emplace_back(kNames[i]);
-    }
+    const double reach = reach_of(context, i);
+    const double difference = pose.*kPoseFields[i] - pose.*kPoseFields[i + kNames.size()];
+    if (reach > 0.0 && std::abs(difference) >= kNearly * reach) names.emplace_back(kNames[i]);
   }
   return names;
 }
 
-// Rms of the biases of fields with enough matches, less the noise of a median.
-double systematic_of(std::array<Part, kFields>& fields, double noise) {
-  constexpr std::size_t kEnough = 8;
-  constexpr double kMedianFactor = std::numbers::pi / 2.0;  // variance of a median against that of a mean
-  double sum = 0.0;
-  int count = 0;
-  for (Part& field : fields) {
-    if (field.near() < kEnough) continue;
-    const double bias = field.evidence().bias;
-    sum += bias * bias - kMedianFactor * noise * noise / static_cast<double>(field.near());
-    ++count;
+// Values of the left eye.
+std::vector<std::string> left_at_limit(const CalibContext& context, const CalibResult& pose) {
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < kNames.size(); ++i) {
+    const std::size_t left = i + kNames.size();
+    const double reach = reach_of(context, left);
+    if (reach > 0.0 && std::abs(pose.*kPoseFields[left]) >= kNearly * reach) names.emplace_back(kNames[i]);
   }
-  return count == 0 ? 0.0 : std::sqrt(std::max(sum / count, 0.0));
+  return names;
 }
 
 double fitting_share(const PairView& view, const std::vector<RayMatch>& matches) {
@@ -101,9 +91,8 @@ double fitting_share(const PairView& view, const std::vector<RayMatch>& matches)
 }
 
 double exchanged_share(const PairView& view, const std::vector<RayMatch>& matches) {
-  constexpr double kReferenceWidth = 2048.0;
-  constexpr double kRoughly = 12.0;  // pixels of a frame of that width: some 2 degrees, as lenses are off
-  const double near = kRoughly * view.rig().frame_width / kReferenceWidth;
+  constexpr double kRoughly = 0.038;  // radians: some 2 degrees, as lenses are off
+  const double near = kRoughly * pixels_per_radian(view.rig());
   std::int64_t count = 0;
   for (RayMatch match : matches) {
     std::swap(match.x_a, match.x_b);
@@ -114,66 +103,124 @@ double exchanged_share(const PairView& view, const std::vector<RayMatch>& matche
   return share(count, static_cast<std::int64_t>(matches.size()));
 }
 
-}  // namespace
+double unmoved_share(const std::vector<RayMatch>& matches) {
+  const auto unmoved = std::count_if(matches.begin(), matches.end(), [](const RayMatch& match) {
+    return match.x_a == match.x_b && match.y_a == match.y_b;
+  });
+  return share(unmoved, static_cast<std::int64_t>(matches.size()));
+}
 
-Evidence gather_evidence(const CalibContext& context, const RigState& rig,
-                         const std::vector<RayMatch>& matches, const CalibResult& result) {
-  Evidence evidence;
-  evidence.matches = static_cast<std::int64_t>(matches.size());
-  PairView view(rig);
-  view.put(CalibResult{});
-  evidence.before = fitting_share(view, matches);
-  evidence.exchanged = exchanged_share(view, matches);
-  view.put(result);
+std::array<double, 2> middle_of(const std::vector<RayMatch>& matches) {
+  if (matches.empty()) return {};
+  std::vector<double> x;
+  std::vector<double> y;
+  for (const RayMatch& match : matches) {
+    x.push_back(static_cast<double>(match.x_a));
+    y.push_back(static_cast<double>(match.y_a));
+  }
+  return {quantile_of(x), quantile_of(y)};
+}
 
+// Those that are not at the rim. A match that has no rays stays: it fits nothing.
+std::vector<RayMatch> inside_rim(const PairView& view, const std::vector<RayMatch>& matches) {
+  std::vector<RayMatch> inside;
+  for (const RayMatch& match : matches) {
+    const RayPair pair = view.look(match);
+    if (!pair.seen || pair.farther <= kRim) inside.push_back(match);
+  }
+  return inside;
+}
+
+// What is counted match by match.
+struct Counts {
   std::array<Part, 3> rings;
   std::array<Part, 4> quadrants;
   std::array<Part, kFields> fields;
   std::array<std::int64_t, 3> within{};
-  std::int64_t unmoved = 0;
   std::int64_t behind = 0;
   std::vector<double> distances;
   std::vector<double> parallaxes;
-  for (const RayMatch& match : matches) {
-    if (match.x_a == match.x_b && match.y_a == match.y_b) ++unmoved;
-    const RayPair pair = view.look(match);
-    if (!pair.seen) continue;
+
+  void add(const RayPair& pair) {
     const double off = std::abs(pair.across);
     for (std::size_t i = 0; i < within.size(); ++i) {
       if (off < static_cast<double>(1 << i)) ++within[i];
     }
-    const auto ring = std::min<std::size_t>(static_cast<std::size_t>(pair.radius * 3.0), 2);
+    const auto ring = static_cast<std::size_t>(pair.off_axis * static_cast<double>(rings.size()));
     const double turn = pair.angle / (2.0 * std::numbers::pi);
-    rings[ring].add(pair);
-    quadrants[std::min<std::size_t>(static_cast<std::size_t>((turn < 0.0 ? turn + 1.0 : turn) * 4.0), 3)].add(
-        pair);
+    const auto quadrant = static_cast<std::size_t>((turn < 0.0 ? turn + 1.0 : turn) * 4.0);
+    rings[std::min(ring, rings.size() - 1)].add(pair);
+    quadrants[std::min(quadrant, quadrants.size() - 1)].add(pair);
     fields[field_of(pair)].add(pair);
-    if (off < kNear) distances.push_back(off);
-    if (off < kFitting) {
-      parallaxes.push_back(pair.parallax);
-      constexpr double kClearly = -2.0;  // pixels: noise turns far points by less
-      if (pair.parallax < kClearly) ++behind;
-    }
+    if (off < kNearPixels) distances.push_back(off);
+    if (off >= kFitting) return;
+    parallaxes.push_back(pair.parallax);
+    constexpr double kClearly = -2.0;  // pixels: noise turns far points by less
+    if (pair.parallax < kClearly) ++behind;
   }
-  for (std::size_t i = 0; i < within.size(); ++i) evidence.within[i] = share(within[i], evidence.matches);
-  evidence.unmoved = share(unmoved, evidence.matches);
-  evidence.behind = share(behind, static_cast<std::int64_t>(parallaxes.size()));
-  constexpr double kDeviationPerMedian = 1.4826;  // of a normal distribution
-  if (!distances.empty()) evidence.noise = kDeviationPerMedian * middle_of(distances);
-  if (!parallaxes.empty()) {
-    evidence.parallax_spread = middle_of(parallaxes, 0.9) - middle_of(parallaxes, 0.1);
+};
+
+void put_counts(Counts& counts, std::int64_t total, Evidence& evidence) {
+  for (std::size_t i = 0; i < counts.within.size(); ++i) {
+    evidence.within[i] = share(counts.within[i], total);
   }
-  for (std::size_t i = 0; i < rings.size(); ++i) evidence.rings[i] = rings[i].evidence();
-  for (std::size_t i = 0; i < quadrants.size(); ++i) evidence.quadrants[i] = quadrants[i].evidence();
+  evidence.noise = deviation_of_distances(counts.distances);
+  evidence.behind = share(counts.behind, static_cast<std::int64_t>(counts.parallaxes.size()));
+  if (!counts.parallaxes.empty()) {
+    evidence.parallax_spread = quantile_of(counts.parallaxes, 0.9) - quantile_of(counts.parallaxes, 0.1);
+  }
+  for (std::size_t i = 0; i < counts.rings.size(); ++i) evidence.rings[i] = counts.rings[i].evidence();
+  for (std::size_t i = 0; i < counts.quadrants.size(); ++i) {
+    evidence.quadrants[i] = counts.quadrants[i].evidence();
+  }
   constexpr std::int64_t kHeld = 3;  // matches that make a field count as held
-  const auto held =
-      std::count_if(fields.begin(), fields.end(), [](const Part& p) { return p.fitting() >= kHeld; });
+  const auto held = std::count_if(counts.fields.begin(), counts.fields.end(),
+                                  [](const Part& part) { return part.fitting() >= kHeld; });
   evidence.coverage = share(held, kFields);
-  evidence.systematic = systematic_of(fields, evidence.noise);
-  evidence.right_at_limit = values_at_limit(context, result, 0);
-  evidence.left_at_limit = values_at_limit(context, result, 5);
-  constexpr double kLeastNoise = 0.3;  // pixels: keypoints are whole pixels
-  evidence.fit = fit_pose(rig, matches, result, std::max(evidence.noise, kLeastNoise));
+  std::array<std::vector<double>, kFields> across;
+  for (std::size_t i = 0; i < across.size(); ++i) across[i] = counts.fields[i].across();
+  evidence.systematic = spread_of_fields(across, evidence.noise);
+}
+
+}  // namespace
+
+Evidence gather_evidence(const CalibContext& context, const RigState& rig,
+                         const std::vector<RayMatch>& matches, const CalibResult& pose) {
+  PairView view(rig);
+  view.put(pose);
+  const SplitMatches split = split_graphics(view, matches);
+  const std::vector<RayMatch> inside = inside_rim(view, split.scene);
+  Evidence evidence;
+  evidence.pixels_per_radian = pixels_per_radian(rig);
+  evidence.matches = static_cast<std::int64_t>(matches.size());
+  evidence.at_rim = static_cast<std::int64_t>(split.scene.size() - inside.size());
+  evidence.graphics = static_cast<std::int64_t>(split.graphics.size());
+  evidence.graphics_at = middle_of(split.graphics);
+  evidence.unmoved = unmoved_share(matches);
+  Counts counts;
+  for (const RayMatch& match : inside) {
+    const RayPair pair = view.look(match);
+    if (pair.seen) counts.add(pair);
+  }
+  put_counts(counts, static_cast<std::int64_t>(inside.size()), evidence);
+  view.put(CalibResult{});
+  evidence.before = fitting_share(view, inside);
+  evidence.exchanged = exchanged_share(view, matches);
+  evidence.right_at_limit = differences_at_limit(context, pose);
+  evidence.left_at_limit = left_at_limit(context, pose);
+  evidence.fit = fit_pose(rig, inside, pose);
+  return evidence;
+}
+
+Evidence gather_evidence(const CalibContext& context, const RigState& rig,
+                         const std::vector<RayMatch>& matches, const Settled& settled) {
+  Evidence evidence =
+      gather_evidence(context, with_scale_ratio(rig, settled.scale_ratio), matches, settled.pose);
+  if (!settled.moved) return evidence;
+  evidence.settled = true;
+  evidence.left_at_limit.clear();
+  evidence.fit.difference_sd = settled.difference_sd;
+  evidence.fit.common_sd = settled.common_sd;
   return evidence;
 }
 

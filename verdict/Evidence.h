@@ -12,12 +12,10 @@
 #include "search/RayMatch.h"
 #include "twintrue/calib.h"
 #include "verdict/PoseFit.h"
+#include "verdict/Settle.h"
+#include "verdict/Spread.h"
 
 namespace twintrue {
-
-// Pixels of disparity across at which a match counts as fitting: six times the noise of whole-pixel
-// keypoints, a fortieth of the height in which partners are sought.
-inline constexpr double kFitting = 2.0;
 
 // A part of the picture.
 struct PartEvidence {
@@ -27,9 +25,13 @@ struct PartEvidence {
 };
 
 struct Evidence {
-  std::int64_t matches = 0;        // that the search had
-  std::array<double, 3> within{};  // share of them within 1, 2 and 4 pixels
-  double before = 0.0;             // share within 2 pixels under the lens file as it is
+  double pixels_per_radian = 0.0;       // in the middle of the right eye's picture
+  std::int64_t matches = 0;             // that the search had
+  std::int64_t at_rim = 0;              // of them left out of all below: farther off an eye's axis than kRim,
+  std::int64_t graphics = 0;            // and on graphics burned into both halves,
+  std::array<double, 2> graphics_at{};  // in the middle of them, pixels of a half; zeros without any
+  std::array<double, 3> within{};       // share of the others within 1, 2 and 4 pixels
+  double before = 0.0;                  // share within 2 pixels under the lens file as it is
   double noise = 0.0;    // robust standard deviation of the disparity across of those within 4, pixels
   double unmoved = 0.0;  // share of the matches at the very same pixel of both halves
   double behind = 0.0;   // share of the fitting ones whose rays meet clearly behind the rig
@@ -40,16 +42,22 @@ struct Evidence {
   double coverage = 0.0;                  // share of the picture's fields that hold fitting matches
   std::array<PartEvidence, 3> rings;      // from the middle outward, 30 degrees each
   std::array<PartEvidence, 4> quadrants;  // upper right, upper left, lower left, lower right
+  bool settled = false;                   // looked at under a settled pose and not under the search's
   double systematic = 0.0;                // rms of the fields' biases, less what noise explains, pixels
   PoseFit fit;
-  // Values that ended where the search could go no farther: of the right eye, which takes what tells the eyes
-  // apart, and of the left one, which moves only where both do.
+  // Values that ended where the search could go no farther: in what tells the eyes apart, which is the right
+  // one's to take, and of the left one, which moves only where both do.
   std::vector<std::string> right_at_limit;
   std::vector<std::string> left_at_limit;
 };
 
-// Looks at the matches of a search that ended. `rig` is as read from the lens file.
+// Looks at the matches of a search that ended, under the search's pose. `rig` is as read from the lens file.
 Evidence gather_evidence(const CalibContext& context, const RigState& rig,
-                         const std::vector<RayMatch>& matches, const CalibResult& result);
+                         const std::vector<RayMatch>& matches, const CalibResult& pose);
+
+// The same under the pose and the scales that are to be written. No limit of the search holds what both eyes
+// have in common there, and the deviations are those of the settled values.
+Evidence gather_evidence(const CalibContext& context, const RigState& rig,
+                         const std::vector<RayMatch>& matches, const Settled& settled);
 
 }  // namespace twintrue

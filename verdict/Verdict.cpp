@@ -21,7 +21,7 @@ constexpr double kMostUnmoved = 0.5;
 // third 0.60 (these poses are right still); most matches on one object 0.60, one half larger by a hundredth
 // 0.59, one half out of focus 0.48, two scenes 0.11.
 constexpr double kLeastFitting = 0.65;
-constexpr double kGoodFitting = 0.85;
+constexpr double kGoodFitting = 0.8;
 // Pixels, of a frame 2048 wide: good frames up to 0.17, a lens file 10 % off in scale 0.26; pans 10 degrees
 // apart 0.52, an object moved over two thirds of a half 0.59, one half out of focus 0.77, one half larger by
 // a hundredth 1.6. A shifted frame lies between, with 0.30.
@@ -34,7 +34,12 @@ constexpr double kGoodGap = 0.6;
 // Pixels, of a frame 2048 wide: good frames up to 0.16, texture on one side 0.32, far scenes 0.43; two scenes
 // 0.92, halves exchanged 1.7, no match 16.
 constexpr double kMostExpectedError = 0.6;
-constexpr double kGoodExpectedError = 0.3;
+constexpr double kGoodExpectedError = 0.4;
+// Pixels, likewise, between the rig of the lens file's scales and that of the scales found, where these
+// differ by more than two standard deviations.
+constexpr double kGoodScaleError = 0.3;
+constexpr double kSoundSystematic = 0.2;
+constexpr double kSureScale = 2.0;
 // Good frames up to 0.00; 10 cm tiles 0.30 with the pose right; halves exchanged 0.64 and 1.00.
 constexpr double kMostBehind = 0.5;
 constexpr double kGoodBehind = 0.05;
@@ -46,7 +51,8 @@ constexpr double kLeastParallaxPixels = 2.0;
 // Frames with exchanged halves, rendered and photographed, 0.82 and more; two scenes 0.09, good frames 0.01.
 constexpr double kLeastExchanged = 0.5;
 
-constexpr double kReferenceWidth = 2048.0;
+// Pixels a radian of a frame 2048 wide whose circles fill it, which the bounds in pixels are of.
+constexpr double kReference = 316.0;
 
 constexpr const char* kCheckLens =
     "Check that the lens file belongs to this lens and that the frame is as captured: unscaled, uncropped, "
@@ -94,18 +100,61 @@ std::optional<VerdictReason> exchanged_halves(const Evidence& evidence) {
       fmt::format("{:.0f} % of the matches make sense only if each half holds the other eye's picture.",
                   100.0 * evidence.exchanged),
       "Swap the halves of the frame: the right eye's picture belongs on the left."};
-}
+  // Whether unequal scales are what is wrong with the picture. Where nothing is, a ratio other than 1 rests
+  // on the last tenths of a pixel of a scene that hardly shows it.
+  bool scales_differ(const Evidence& evidence, double unit) {
+    const PoseFit& fit = evidence.fit;
+    return evidence.systematic > kSoundSystematic * unit &&
+           std::abs(std::log(fit.scale_ratio)) > kSureScale * fit.scale_ratio_sd &&
+           fit.scale_error > kGoodScaleError * unit;
+  }
+
+  // What makes the scales of the eyes those that were found.
+  std::string scale_advice(const PoseFit& fit) {
+    const double root = std::sqrt(fit.scale_ratio);
+    return fmt::format(
+        "In the lens file multiply right_eye_magnify_v and right_eye_magnify_h by {:.5f}, divide "
+        "left_eye_magnify_v and left_eye_magnify_h by it, and run again.",
+        root);
+  }
+
+  VerdictReason unequal_scale(const PoseFit& fit) {
+    return {
+        "unequal_scale",
+        fmt::format("The right eye's picture is {:.2f} % {} than the lens file says, beside the left eye's "
+                    "(+- {:.2f} %); that leaves {:.2f} pixels (rms) in the picture.",
+                    100.0 * std::abs(fit.scale_ratio - 1.0), fit.scale_ratio > 1.0 ? "larger" : "smaller",
+                    100.0 * fit.scale_ratio_sd, fit.scale_error),
+        scale_advice(fit)};
+  }
+
+  // A search that ended at its limit is somewhere else than it should be; a fit that went on from there is to
+  // be believed as far as the rest of the evidence goes.
+  void judge_limit(const Evidence& evidence, Judge& judge) {
+    if (evidence.right_at_limit.empty()) return;
+    const std::string values = fmt::format("{}", fmt::join(evidence.right_at_limit, ", "));
+    constexpr const char* kWider = "If the eyes really are that far apart, take settings with wider ranges.";
+    if (evidence.settled) {
+      judge.doubt({"at_limit",
+                   fmt::format("The eyes stand farther apart than the search looks, in {}.", values),
+                   fmt::format("{} {}", kCheckLens, kWider)});
+    } else {
+      judge.fail({"at_limit", fmt::format("The search ended at its limit in the right eye's {}.", values),
+                  fmt::format("{} {}", kCheckLens, kWider)});
+    }
+  }
 
 }  // namespace
 
-Verdict judge_evidence(const Evidence& evidence, double frame_width) {
+Verdict judge_evidence(const Evidence& evidence) {
   Judge judge;
   if (const auto reason = exchanged_halves(evidence)) {
     judge.fail(*reason);
     return judge.verdict();
   }
-  // In a wider picture the same harm takes more pixels; in a smaller one whole-pixel keypoints set the noise.
-  const double unit = std::max(frame_width / kReferenceWidth, 1.0);
+  // Where a radian takes more pixels the same harm does; where it takes fewer whole-pixel keypoints set the
+  // noise.
+  const double unit = std::max(evidence.pixels_per_radian / kReference, 1.0);
   if (evidence.unmoved > kMostUnmoved) {
     judge.fail(
         {"same_picture",
@@ -113,25 +162,23 @@ Verdict judge_evidence(const Evidence& evidence, double frame_width) {
                      100.0 * evidence.unmoved),
          "Give the frame as captured, with each eye's own picture in its half."});
   }
+  const bool unequal = scales_differ(evidence, unit);
   const double fitting = evidence.within[1];
   judge.weigh(1.0 - fitting, 1.0 - kGoodFitting, 1.0 - kLeastFitting,
               {"misfit",
                fmt::format("Only {:.0f} % of the matches fit the pose within {:.0f} pixels.", 100.0 * fitting,
                            kFitting),
                fmt::format("{} {}", kCheckLens, kOtherFrame)});
-  judge.weigh(evidence.systematic, kGoodSystematic * unit, kMostSystematic * unit,
-              {"systematic",
-               fmt::format("Whole parts of the picture are off by {:.2f} pixels (rms) under the pose found.",
-                           evidence.systematic),
-               fmt::format("{} An object that moved, or errors beyond the range of the search, look alike.",
-                           kCheckLens)});
-  if (!evidence.right_at_limit.empty()) {
-    judge.fail({"at_limit",
-                fmt::format("The search ended at its limit in the right eye's {}.",
-                            fmt::join(evidence.right_at_limit, ", ")),
-                fmt::format("{} If the eyes really are that far apart, take settings with wider ranges.",
-                            kCheckLens)});
-  }
+  judge.weigh(
+      evidence.systematic, kGoodSystematic * unit, kMostSystematic * unit,
+      {"systematic",
+       fmt::format("Whole parts of the picture are off by {:.2f} pixels (rms) under the pose found.",
+                   evidence.systematic),
+       unequal ? scale_advice(evidence.fit)
+               : fmt::format("{} An object that moved, or errors beyond the range of the search, look alike.",
+                             kCheckLens)});
+  if (unequal) judge.doubt(unequal_scale(evidence.fit));
+  judge_limit(evidence, judge);
   judge.weigh(evidence.fit.gap, kGoodGap * unit, kMostGap * unit,
               {"search_stopped_short",
                fmt::format("The best pose for these matches lies {:.2f} pixels (rms) from the one found.",
@@ -148,7 +195,7 @@ Verdict judge_evidence(const Evidence& evidence, double frame_width) {
                            100.0 * evidence.behind),
                fmt::format("{} Repeated texture does it too.", kCheckLens)});
   if (!(evidence.parallax_spread >=
-        std::max(kLeastParallax * frame_width / kReferenceWidth, kLeastParallaxPixels))) {
+        std::max(kLeastParallax * evidence.pixels_per_radian / kReference, kLeastParallaxPixels))) {
     judge.fail({"no_parallax",
                 fmt::format("The scene shows next to no depth: {:.1f} pixels of parallax from near to far.",
                             evidence.parallax_spread),

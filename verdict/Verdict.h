@@ -27,8 +27,8 @@ struct Verdict {
   std::vector<VerdictReason> reasons;  // those of the outcome and of weaker ones; none if calibrated
 };
 
-// What the evidence says of a result. `frame_width` in pixels: what is small in a picture grows with it.
-Verdict judge_evidence(const Evidence& evidence, double frame_width);
+// What the evidence says of a result.
+Verdict judge_evidence(const Evidence& evidence);
 
 // In JSON: calibrated, calibrated_but, not_calibrated.
 const char* name_of(Verdict::Outcome outcome);

@@ -180,7 +180,7 @@ std::optional<bool> Measure::passed() const {
 
 Verdict verdict_of(const RunReport& report) {
   Verdict verdict;
-  if (report.evidence) verdict = judge_evidence(*report.evidence, report.frame_width);
+  if (report.evidence) verdict = judge_evidence(*report.evidence);
   if (report.status != TWINTRUE_CALIBRATED) {
     verdict.outcome = Verdict::Outcome::kNotCalibrated;
     if (!has_one_cause(verdict)) verdict.reasons.insert(verdict.reasons.begin(), reason_of_status(report));

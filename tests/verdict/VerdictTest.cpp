@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -189,7 +191,7 @@ TEST(Verdict, TellsTrueResultsFromFalseOnes) {
     CalibResult pose = some_truth();
     if (std::string(one.name) == "each eye in the place of the other") pose = CalibResult{};
     one.spoil(matches, pose);
-    const Verdict verdict = judge_evidence(evidence_of(matches, pose), kFrameWidth);
+    const Verdict verdict = judge_evidence(evidence_of(matches, pose));
     std::vector<std::string> keys;
     for (const VerdictReason& reason : verdict.reasons) keys.push_back(reason.key);
     EXPECT_EQ(verdict.outcome, one.outcome) << one.name << ": " << testing::PrintToString(keys);
@@ -202,16 +204,106 @@ TEST(Verdict, TellsTrueResultsFromFalseOnes) {
   }
 }
 
+// Evidence that nothing speaks against, of a frame whose radian takes `unit` times the usual pixels.
+Evidence good_evidence(double unit) {
+  Evidence evidence;
+  evidence.pixels_per_radian = 316.0 * unit;
+  evidence.within = {0.9, 0.97, 0.98};
+  evidence.parallax_spread = 100.0;
+  return evidence;
+}
+
+// On either side of every bound.
+TEST(Verdict, HoldsItsBounds) {
+  struct Bound {
+    const char* key;
+    double good;   // up to here calibrated ...
+    double worst;  // ... up to here with a doubt; the same: no doubt between
+    bool grows;    // with the pixels a radian
+    std::function<void(Evidence&, double)> put;
+  };
+  const std::vector<Bound> bounds{
+      {"same_picture", 0.5, 0.5, false, [](Evidence& e, double v) { e.unmoved = v; }},
+      {"misfit", 0.2, 0.35, false, [](Evidence& e, double v) { e.within[1] = 1.0 - v; }},
+      {"systematic", 0.3, 0.4, true, [](Evidence& e, double v) { e.systematic = v; }},
+      {"search_stopped_short", 0.6, 1.0, true, [](Evidence& e, double v) { e.fit.gap = v; }},
+      {"poor_cover", 0.4, 0.6, true, [](Evidence& e, double v) { e.fit.expected_error = v; }},
+      {"behind", 0.05, 0.5, false, [](Evidence& e, double v) { e.behind = v; }},
+      {"no_parallax", -3.0, -3.0, true, [](Evidence& e, double v) { e.parallax_spread = -v; }},
+  };
+  using Outcome = Verdict::Outcome;
+  for (const double unit : {1.0, 2.5}) {
+    for (const Bound& bound : bounds) {
+      const double scale = bound.grows ? unit : 1.0;
+      const auto outcome_at = [&](double value) {
+        Evidence evidence = good_evidence(unit);
+        bound.put(evidence, value * scale);
+        const Verdict verdict = judge_evidence(evidence);
+        for (const VerdictReason& reason : verdict.reasons) EXPECT_EQ(reason.key, bound.key);
+        return verdict.outcome;
+      };
+      constexpr double kLittle = 1e-6;
+      EXPECT_EQ(outcome_at(bound.good - kLittle), Outcome::kCalibrated) << bound.key;
+      EXPECT_EQ(outcome_at(bound.worst + kLittle), Outcome::kNotCalibrated) << bound.key;
+      if (bound.good == bound.worst) continue;
+      EXPECT_EQ(outcome_at(bound.good + kLittle), Outcome::kCalibratedBut) << bound.key;
+      EXPECT_EQ(outcome_at(bound.worst - kLittle), Outcome::kCalibratedBut) << bound.key;
+    }
+  }
+  // Whole-pixel keypoints make two pixels of parallax out of nothing, however small the frame.
+  Evidence small = good_evidence(0.5);
+  small.parallax_spread = 1.9;
+  EXPECT_EQ(judge_evidence(small).outcome, Outcome::kNotCalibrated);
+  small.parallax_spread = 2.1;
+  small.systematic = 0.29;
+  EXPECT_EQ(judge_evidence(small).outcome, Outcome::kCalibrated);
+}
+
+// Eyes of unequal scale, told apart from noise and from small ones that do no harm.
+TEST(Verdict, TellsOfUnequalScalesWhereTheyMatter) {
+  Evidence evidence = good_evidence(1.0);
+  evidence.fit.scale_ratio = 1.0404;
+  evidence.fit.scale_ratio_sd = 0.0195;
+  evidence.fit.scale_error = 0.31;
+  evidence.systematic = 0.21;
+  const Verdict verdict = judge_evidence(evidence);
+  ASSERT_EQ(verdict.reasons.size(), 1U);
+  EXPECT_EQ(verdict.outcome, Verdict::Outcome::kCalibratedBut);
+  EXPECT_THAT(verdict.reasons[0].found, HasSubstr("4.04 % larger"));
+  EXPECT_THAT(verdict.reasons[0].to_do, HasSubstr("right_eye_magnify_h by 1.02000"));
+  evidence.systematic = 0.5;
+  EXPECT_THAT(judge_evidence(evidence).reasons[0].to_do, HasSubstr("magnify"));
+
+  evidence = good_evidence(1.0);
+  evidence.fit.scale_ratio = 1.0 / 1.0404;
+  evidence.fit.scale_ratio_sd = 0.02;  // not sure enough
+  evidence.fit.scale_error = 0.31;
+  evidence.systematic = 0.21;
+  EXPECT_EQ(judge_evidence(evidence).outcome, Verdict::Outcome::kCalibrated);
+  evidence.fit.scale_ratio_sd = 0.001;
+  EXPECT_THAT(judge_evidence(evidence).reasons.at(0).found, HasSubstr("3.88 % smaller"));
+  evidence.systematic = 0.19;  // nothing to explain
+  EXPECT_EQ(judge_evidence(evidence).outcome, Verdict::Outcome::kCalibrated);
+  evidence.systematic = 0.21;
+  evidence.fit.scale_error = 0.29;
+  EXPECT_EQ(judge_evidence(evidence).outcome, Verdict::Outcome::kCalibrated);
+}
+
 TEST(Verdict, TellsAResultAtTheLimitOfTheSearch) {
   for (const bool of_right_eye : {true, false}) {
     CalibResult pose{};
-    (of_right_eye ? pose.right_roll : pose.left_roll) = 5.9 * kDegree;
+    pose.right_roll = 5.9 * kDegree;
+    if (!of_right_eye) pose.left_roll = 5.9 * kDegree;
     const Matches matches = make_matches(pose, {.count = 2000, .noise_px = 0.3});
-    const Verdict verdict = judge_evidence(evidence_of(matches, pose), kFrameWidth);
+    const Verdict verdict = judge_evidence(evidence_of(matches, pose));
     ASSERT_EQ(verdict.reasons.size(), 1U);
     EXPECT_THAT(verdict.reasons[0].found, HasSubstr("roll"));
     EXPECT_EQ(verdict.outcome,
               of_right_eye ? Verdict::Outcome::kNotCalibrated : Verdict::Outcome::kCalibratedBut);
+    // A fit goes farther, and what both eyes have in common is then the lens file's or the matches'.
+    const Settled settled = settle_pose(nominal_rig(), matches, pose);
+    const Verdict after = judge_evidence(gather_evidence(*wide_context(), nominal_rig(), matches, settled));
+    EXPECT_EQ(after.outcome, of_right_eye ? Verdict::Outcome::kCalibratedBut : Verdict::Outcome::kCalibrated);
   }
 }
 
@@ -233,21 +325,39 @@ TEST(Evidence, MeasuresHowFarThePoseIsOff) {
   EXPECT_GT(off.systematic, 0.75 * whole);
 }
 
-// The error that the fit expects of its pose is the one that poses fitted to other draws of the noise have.
+// The error that the fit expects of its pose is the one that poses have that are fitted to other draws of the
+// matches' noise, and of the error that the matches of a field have in common.
 TEST(Evidence, ExpectsTheErrorThatNoiseMakes) {
   constexpr int kDraws = 24;
+  constexpr double kOfAField = 0.2;  // pixels: the least that the fit reckons with
+  PairView view(nominal_rig());
+  view.put(some_truth());
   double expected = 0.0;
   double found = 0.0;
   for (int i = 0; i < kDraws; ++i) {
-    const Matches matches = make_matches(
-        some_truth(), {.count = 250, .noise_px = 0.4, .seed = static_cast<std::uint32_t>(i + 1)});
-    // About 0.4 pixels in both eyes across the plane.
-    const PoseFit fit = fit_pose(nominal_rig(), matches, some_truth(), 0.4 * std::sqrt(2.0));
+    const auto seed = static_cast<std::uint32_t>(i + 1);
+    Matches matches = make_matches(some_truth(), {.count = 600, .noise_px = 0.4, .seed = seed});
+    std::mt19937 engine(seed);
+    std::normal_distribution<float> normal(0.0f, static_cast<float>(kOfAField));
+    std::array<float, kFields> shared{};
+    for (float& error : shared) error = normal(engine);
+    for (RayMatch& match : matches) match.y_b += shared[field_of(view.look(match))];
+    const PoseFit fit = fit_pose(nominal_rig(), matches, some_truth());
     expected += fit.expected_error * fit.expected_error / kDraws;
     found += fit.gap * fit.gap / kDraws;
   }
   // A mean square of 24 draws of some seven free values is good to about a tenth.
   EXPECT_NEAR(std::sqrt(found / expected), 1.0, 0.3);
+}
+
+// Thousands of matches on one thing tell no more than what is wrong with that thing lets them.
+TEST(Evidence, LearnsLittleFromManyMatchesInOnePlace) {
+  const auto error_with = [](int count) {
+    Matches matches = make_matches(some_truth(), {.count = count, .noise_px = 0.3});
+    keep(matches, [](const RayMatch& m) { return std::hypot(m.x_a - 600.0f, m.y_a - 480.0f) < 60.0f; });
+    return fit_pose(nominal_rig(), matches, some_truth()).expected_error;
+  };
+  EXPECT_GT(error_with(100000), 0.7 * error_with(5000));
 }
 
 // Turning both eyes about the baseline changes no match; how the eyes stand to each other does.
@@ -259,6 +369,56 @@ TEST(Evidence, KnowsWhatMatchesCannotTell) {
     const double prior = prior_of(i, kFrameWidth);
     EXPECT_FALSE(is_open(evidence.fit.difference_sd[i], prior * std::sqrt(2.0))) << i;
   }
+}
+
+// Points near the rim belong to the lens: however wrong, they change nothing.
+TEST(Evidence, LeavesTheRimOut) {
+  Matches matches = good_matches();
+  const Evidence without = evidence_of(matches, some_truth());
+  constexpr int kCount = 500;
+  const double radius = 85.0 / 90.0 * testing_support::kScale;
+  for (int i = 0; i < kCount; ++i) {
+    RayMatch match;
+    match.x_a = static_cast<float>(kFrameWidth / 2 - testing_support::kCircleX + radius * std::cos(i));
+    match.y_a = static_cast<float>(512.0 + radius * std::sin(i));
+    match.x_b = static_cast<float>(testing_support::kCircleX + radius * std::cos(i));
+    match.y_b = match.y_a + 9.0f;
+    matches.push_back(match);
+  }
+  const Evidence with = evidence_of(matches, some_truth());
+  EXPECT_EQ(with.at_rim, kCount);
+  EXPECT_EQ(with.within, without.within);
+  EXPECT_EQ(with.fit.gap, without.fit.gap);
+}
+
+// A caption of 40 letters at the same place of both halves.
+void burn_in(Matches& matches, float slowest) {
+  for (int i = 0; i < 40; ++i) {
+    RayMatch match;
+    match.x_a = 400.0f + 3.0f * static_cast<float>(i % 20);
+    match.y_a = 830.0f + 9.0f * static_cast<float>(i / 20);
+    match.x_b = match.x_a + slowest * static_cast<float>(i % 2);
+    match.y_b = match.y_a;
+    matches.push_back(match);
+  }
+}
+
+TEST(Evidence, LeavesBurnedInGraphicsOut) {
+  Matches matches = good_matches();
+  burn_in(matches, 0.0f);
+  const Evidence drawn = evidence_of(matches, some_truth());
+  EXPECT_EQ(drawn.graphics, 40);
+  EXPECT_NEAR(drawn.graphics_at[0], 430.0, 5.0);
+  EXPECT_NEAR(drawn.graphics_at[1], 835.0, 5.0);
+  EXPECT_EQ(drawn.within, evidence_of(good_matches(), some_truth()).within);
+
+  // Things that move a little among those that do not are far away, and one picture twice is no caption.
+  matches = good_matches();
+  burn_in(matches, 2.0f);
+  EXPECT_EQ(evidence_of(matches, some_truth()).graphics, 0);
+  matches.clear();
+  burn_in(matches, 0.0f);
+  EXPECT_EQ(evidence_of(matches, some_truth()).graphics, 0);
 }
 
 }  // namespace

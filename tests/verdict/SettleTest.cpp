@@ -1,0 +1,146 @@
+// Poses settled on matches of known truth.
+
+#include "verdict/Settle.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "search/SyntheticRig.h"
+#include "verdict/PairView.h"
+#include "verdict/PoseFit.h"
+
+namespace twintrue {
+namespace {
+
+using testing_support::kDegree;
+using testing_support::kFrameHeight;
+using testing_support::kFrameWidth;
+using testing_support::make_matches;
+using testing_support::nominal_rig;
+
+using Matches = std::vector<RayMatch>;
+
+double mean_distance(const RigState& rig, const Matches& matches, const CalibResult& pose) {
+  PairView view(rig);
+  view.put(pose);
+  double sum = 0.0;
+  for (const RayMatch& match : matches) sum += std::min(std::abs(view.look(match).across), 4.0);
+  return sum / static_cast<double>(matches.size());
+}
+
+// The right eye's picture larger and the left one's smaller by the root of the ratio.
+Matches with_scales(Matches matches, double ratio) {
+  const auto root = static_cast<float>(std::sqrt(ratio));
+  const auto right_x = static_cast<float>(kFrameWidth / 2 - testing_support::kCircleX);
+  const auto left_x = static_cast<float>(testing_support::kCircleX);
+  constexpr float kMiddle = kFrameHeight / 2;
+  for (RayMatch& match : matches) {
+    match.x_a = right_x + (match.x_a - right_x) * root;
+    match.y_a = kMiddle + (match.y_a - kMiddle) * root;
+    match.x_b = left_x + (match.x_b - left_x) / root;
+    match.y_b = kMiddle + (match.y_b - kMiddle) / root;
+  }
+  return matches;
+}
+
+// What the eyes differ by is found wherever the search left it, and shared out; what both have in common and
+// no match shows is the lens file's.
+TEST(Settle, FindsWhatMatchesFixAndKeepsTheRest) {
+  CalibResult truth{};
+  truth.right_pan = 0.4 * kDegree;
+  truth.right_tilt = -0.5 * kDegree;
+  truth.right_roll = 0.3 * kDegree;
+  truth.right_offset_y = 1.0;
+  const Matches matches = make_matches(truth, {.count = 4000, .noise_px = 0.3, .outliers = 0.1});
+  CalibResult near_truth = truth;
+  near_truth.right_tilt += 0.05 * kDegree;
+  CalibResult both_tilted = truth;
+  both_tilted.right_tilt += 3.0 * kDegree;
+  both_tilted.left_tilt += 3.0 * kDegree;
+  CalibResult both_moved = truth;
+  both_moved.right_offset_x += 6.0;
+  both_moved.left_offset_x += 6.0;
+  for (CalibResult start : {truth, near_truth, both_tilted, both_moved}) {
+    start.score = 77.0;
+    const Settled settled = settle_pose(nominal_rig(), matches, start);
+    const CalibResult& pose = settled.pose;
+    EXPECT_TRUE(settled.moved);
+    EXPECT_EQ(pose.score, 77.0);
+    EXPECT_EQ(settled.scale_ratio, 1.0);
+    EXPECT_NEAR(pose.right_roll - pose.left_roll, 0.3 * kDegree, 3.0 * settled.difference_sd[2]);
+    EXPECT_NEAR(pose.right_pan - pose.left_pan, 0.4 * kDegree, 3.0 * settled.difference_sd[0]);
+    EXPECT_NEAR(pose.right_tilt - pose.left_tilt, -0.5 * kDegree, 3.0 * settled.difference_sd[1]);
+    EXPECT_LT(settled.difference_sd[2], 0.05 * kDegree);
+    // The horizon: half of the tilt each, and offsets likewise.
+    EXPECT_NEAR(pose.right_tilt + pose.left_tilt, 0.0, 0.1 * kDegree);
+    EXPECT_NEAR(pose.right_offset_x + pose.left_offset_x, 0.0, 0.5);
+    EXPECT_TRUE(settled.common_kept[1]);
+    EXPECT_FALSE(settled.difference_kept[1]);
+    EXPECT_LE(mean_distance(nominal_rig(), matches, pose),
+              mean_distance(nominal_rig(), matches, start) + 0.005);
+  }
+}
+
+// Where matches and lens file contradict each other the matches win.
+TEST(Settle, FitsAsWellAsTheSearchWhatTheLensFileWouldNotExpect) {
+  CalibResult truth{};
+  truth.right_roll = 4.0 * kDegree;
+  truth.left_roll = 3.8 * kDegree;
+  truth.left_pan = -2.0 * kDegree;
+  const Matches matches = make_matches(truth, {.count = 1000, .noise_px = 0.3});
+  const Settled settled = settle_pose(nominal_rig(), matches, truth);
+  EXPECT_NEAR(settled.pose.left_roll, 3.8 * kDegree, 0.4 * kDegree);
+  EXPECT_LE(mean_distance(nominal_rig(), matches, settled.pose),
+            mean_distance(nominal_rig(), matches, truth) + 0.01);
+}
+
+// The ratio of the eyes' scales is found with the pose, and put into the rig it explains the matches.
+TEST(Settle, FindsTheRatioOfTheEyesScales) {
+  CalibResult truth{};
+  truth.right_tilt = 0.4 * kDegree;
+  for (const double ratio : {1.004, 0.997}) {
+    const Matches matches = with_scales(make_matches(truth, {.count = 3000, .noise_px = 0.3}), ratio);
+    const Settled settled = settle_pose(nominal_rig(), matches, truth, true);
+    EXPECT_NEAR(settled.scale_ratio, ratio, 3.0 * settled.scale_ratio_sd);
+    EXPECT_LT(settled.scale_ratio_sd, 0.001);
+    const RigState scaled = with_scale_ratio(nominal_rig(), settled.scale_ratio);
+    EXPECT_LT(mean_distance(scaled, matches, settled.pose),
+              0.8 * mean_distance(nominal_rig(), matches, truth));
+    const PoseFit fit = fit_pose(nominal_rig(), matches, truth);
+    EXPECT_NEAR(fit.scale_ratio, ratio, 4.0 * fit.scale_ratio_sd);
+    EXPECT_GT(fit.scale_error, 0.1);
+    EXPECT_LT(fit_pose(scaled, matches, settled.pose).scale_error, 0.05);
+  }
+}
+
+TEST(Settle, KeepsTheLensFileWithoutMatches) {
+  CalibResult found{};
+  found.right_pan = 1.0;
+  const Settled settled = settle_pose(nominal_rig(), {}, found, true);
+  EXPECT_NEAR(settled.pose.right_pan, 0.0, 1e-12);
+  EXPECT_NEAR(settled.scale_ratio, 1.0, 1e-12);
+  for (std::size_t i = 0; i < 5; ++i) EXPECT_TRUE(settled.difference_kept[i] && settled.common_kept[i]) << i;
+}
+
+// A caption pulls at no value.
+TEST(Settle, LeavesBurnedInGraphicsOut) {
+  CalibResult truth{};
+  truth.right_tilt = 0.3 * kDegree;
+  Matches matches = make_matches(truth, {.count = 1000, .noise_px = 0.3});
+  const Settled without = settle_pose(nominal_rig(), matches, truth);
+  for (int i = 0; i < 60; ++i) {
+    RayMatch match;
+    match.x_a = match.x_b = 470.0f + static_cast<float>(i % 10) * 4.0f;
+    match.y_a = match.y_b = 860.0f + static_cast<float>(i / 10) * 4.0f;
+    matches.push_back(match);
+  }
+  const Settled with = settle_pose(nominal_rig(), matches, truth);
+  EXPECT_EQ(with.pose.right_tilt, without.pose.right_tilt);
+}
+
+}  // namespace
+}  // namespace twintrue
