@@ -65,7 +65,7 @@ TEST(Guards, OfSettings) {
       // Rasters.
       {"grid:\n  horz_cell_count: 2147483647\n", kRefused},
       {"grid:\n  vert_margin: -2147483648\n", kDone},  // so many percent wrap round to nothing
-      {"grid:\n  num_kps_in_cell: 100000\n", kRefused},
+      {"grid:\n  num_kps_in_cell: 100000000\n", kRefused},
       {"grid:\n  num_kps_in_cell: 20000\n", kDone},
       // Patterns.
       {"RENO:\n  nlevels: 0\n", kRefused},
