@@ -57,8 +57,8 @@ class PairGeometry {
   bool left_pixel(const Vec3& right, double inverse_distance, Vec2& pixel) const;
 
   double pixels_per_radian() const { return pixels_per_radian_; }
-  // Direction in the right eye's picture of the epipolar curve through a ray in the rig's axes; of unit length,
-  // or zero.
+  // Direction in the right eye's picture of the epipolar curve through a ray in the rig's axes; of unit
+  // length, or zero.
   Vec2 right_along(const Vec3& right) const;
   double rim(bool of_left) const;  // largest angle off the axis, radians
   // Cosine of the angle between a ray in the rig's axes and the axis of an eye.
@@ -70,8 +70,8 @@ class PairGeometry {
 
  private:
   struct Eye {
-    EyeModel flat;                          // the eye with its rotation left out
-    std::array<double, 9> rig_from_eye{};   // row by row
+    EyeModel flat;                                    // the eye with its rotation left out
+    std::array<double, 9> rig_from_eye{};             // row by row
     std::array<std::array<double, 9>, 3> by_angle{};  // its derivatives by pan, tilt and roll
   };
   static Eye make_eye(const EyeModel& eye);

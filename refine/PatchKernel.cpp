@@ -41,7 +41,8 @@ TWINTRUE_INLINE void take_template(const PatchWindow& window, const PatchWeights
                                    PatchTemplate& patch) {
   Lane sum{};
   for (std::size_t y = 0; y < kSide; ++y) {
-    const float* from = &window.value[(y + kWindowMiddle - kPatchReach) * kWindow + kWindowMiddle - kPatchReach];
+    const float* from =
+        &window.value[(y + kWindowMiddle - kPatchReach) * kWindow + kWindowMiddle - kPatchReach];
     const float* above = from - kWindow;
     const float* below = from + kWindow;
     const float* __restrict weight = &weights.weight.value[y * kLanes];
@@ -209,7 +210,8 @@ TWINTRUE_INLINE void see_row(const PatchWindow& window, const PatchPlace& place,
   SeenRow sums{};
   for (; k < past_k; ++k) {
     const float* __restrict from = &value[static_cast<std::size_t>(static_cast<std::int32_t>(kRoom) + k)];
-    const float* __restrict from_slope = &slope[static_cast<std::size_t>(static_cast<std::int32_t>(kRoom) + k)];
+    const float* __restrict from_slope =
+        &slope[static_cast<std::size_t>(static_cast<std::int32_t>(kRoom) + k)];
     const float off = start - static_cast<float>(k);
     for (std::size_t i = 0; i < kLanes; ++i) {
       const float t = off + drift * static_cast<float>(static_cast<std::int32_t>(i));
@@ -327,7 +329,8 @@ bool place_fits(const PatchPlace& place) {
     return false;
   }
   for (std::size_t k = 0; k < 2; ++k) {
-    const float reach = static_cast<float>(kPatchReach) * (std::abs(place.by_column[k]) + std::abs(place.by_row[k]));
+    const float reach =
+        static_cast<float>(kPatchReach) * (std::abs(place.by_column[k]) + std::abs(place.by_row[k]));
     if (!(place.middle[k] - reach > kFirst && place.middle[k] + reach < kLast)) return false;
   }
   return true;
@@ -352,8 +355,7 @@ PatchWeights::PatchWeights() {
 
 PatchKernel patch_kernel(InstructionSet set) {
   return for_set<PatchKernel>(set, {cut_portable, take_portable, measure_portable},
-                              {cut_avx2, take_avx2, measure_avx2},
-                              {cut_avx512, take_avx512, measure_avx512});
+                              {cut_avx2, take_avx2, measure_avx2}, {cut_avx512, take_avx512, measure_avx512});
 }
 
 }  // namespace twintrue

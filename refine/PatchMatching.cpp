@@ -53,7 +53,8 @@ Layout lay_out(const PairGeometry& geometry, const Vec2& right, const Vec2& left
   constexpr double kReach = 4.0;  // pixels; about what the patch's weights reach
   Layout layout;
   Vec3 r{}, l{};
-  if (!geometry.right_in_rig(right[0], right[1], r) || !geometry.left_in_rig(left[0], left[1], l)) return layout;
+  if (!geometry.right_in_rig(right[0], right[1], r) || !geometry.left_in_rig(left[0], left[1], l))
+    return layout;
   const double near = geometry.inverse_distance(l, r);
   const double nearer = near + kReach / (geometry.pixels_per_radian() * 0.06);
   std::array<Vec2, 4> sides{};
@@ -83,7 +84,10 @@ std::array<float, 2> to_float(const Vec2& v) { return {static_cast<float>(v[0]),
 class Matcher {
  public:
   Matcher(const CodedHalves& halves, const PairGeometry& geometry, const PatchSettings& settings)
-      : halves_(halves), geometry_(geometry), settings_(settings), kernel_(patch_kernel(best_instruction_set())) {}
+      : halves_(halves),
+        geometry_(geometry),
+        settings_(settings),
+        kernel_(patch_kernel(best_instruction_set())) {}
 
   PatchMatch refine(const RayMatch& match) const {
     PatchMatch result;
@@ -236,7 +240,8 @@ class Matcher {
 }  // namespace
 
 bool fits_window(const cve::XMat_<std::int16_t>& half, double x, double y) {
-  return x >= kCutBefore && y >= kCutBefore && x < half.cols - kCutBehind - 1 && y < half.rows - kCutBehind - 1;
+  return x >= kCutBefore && y >= kCutBefore && x < half.cols - kCutBehind - 1 &&
+         y < half.rows - kCutBehind - 1;
 }
 
 std::vector<PatchMatch> match_patches(const CodedHalves& halves, const PairGeometry& geometry,

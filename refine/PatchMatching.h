@@ -24,11 +24,11 @@ struct CodedHalves {
 
 enum class PatchEnd : std::uint8_t {
   kConverged,
-  kOutside,     // the patch or what it is held against leaves the picture or the field of view
-  kFlat,        // nothing to hold on to
-  kNoEnd,       // steps did not come to an end
-  kMoved,       // went too far from where the match was
-  kUnlike,      // the patches differ too much
+  kOutside,  // the patch or what it is held against leaves the picture or the field of view
+  kFlat,     // nothing to hold on to
+  kNoEnd,    // steps did not come to an end
+  kMoved,    // went too far from where the match was
+  kUnlike,   // the patches differ too much
 };
 
 // A match with its position refined in the left eye's picture.
@@ -37,15 +37,16 @@ struct PatchMatch {
   Vec2 right{};  // frame pixels; as the match had it
   Vec2 left{};   // frame pixels
   Vec2 along{};  // unit direction of the epipolar curve in the left eye's picture
-  double variance_across = 0.0;  // of the left position across `along`, by the noise of the patch, squared pixels
-  double correlation = 0.0;      // of the two patches
-  double moved_across = 0.0;     // pixels
+  double variance_across =
+      0.0;                   // of the left position across `along`, by the noise of the patch, squared pixels
+  double correlation = 0.0;  // of the two patches
+  double moved_across = 0.0;  // pixels
 };
 
 struct PatchSettings {
-  double most_moved = 2.5;         // pixels
+  double most_moved = 2.5;  // pixels
   double least_correlation = 0.8;
-  double added_noise = 0.3;        // grey levels: what even a perfect patch is trusted to
+  double added_noise = 0.3;  // grey levels: what even a perfect patch is trusted to
   int most_steps = 12;
   double last_step = 0.03;  // a step of fewer pixels is the last
 };

@@ -7,16 +7,25 @@
 namespace twintrue {
 namespace {
 
-// Bounds of the guards. Beside them what bench/refine found: of good frames | of what has to be refused.
+// Bounds of the guards. Beside them what bench/refine found of good frames and of those that it spoils.
 constexpr std::size_t kLeastMatches = 100;
-constexpr double kLeastConverging = 0.5;
-constexpr double kLeastFitting = 0.6;
+constexpr double kLeastConverging = 0.5;  // good 0.9, noise of 20 grey levels 0.4 to 0.8
+constexpr double kLeastFitting = 0.6;     // good 0.92 and more, a part of the scene moved 0.79
 constexpr std::size_t kLeastFields = 12;
-constexpr double kMostScatter = 1.0;    // pixels
-constexpr double kMostMisfit = 1.1;     // median disparity across of the search's matches, against its own pose's
-constexpr double kMisfitFloor = 0.02;   // pixels; less is no difference
-constexpr double kMostMoved = 1.0;      // pixels of a frame 4096 wide ...
-constexpr double kMostMovedShare = 4.0; // ... and expected errors
+constexpr double kMostScatter = 1.0;  // pixels; good up to 0.06, noise of 20 grey levels 0.6
+// Pixels: good up to 0.01, noise, blur and compression 0.1, photographs 0.05 to 0.19 under the better lens
+// files; rows that sway, a half enlarged, parts that moved 0.23 and more.
+constexpr double kMostCommon = 0.2;
+// Good 0.05 to 0.6; spoilt frames that refining makes worse 0.98 to 1.5.
+constexpr double kMostForesight = 0.95;
+constexpr double kMostMisfit =
+    1.1;  // median disparity across of the search's matches, by that under its pose
+constexpr double kMisfitFloor = 0.02;  // pixels; less is no difference
+// How far is too far, where neighbours err together: pixels of a frame 4096 wide, and expected errors. Where
+// they do not a far pose is as good as a near one: the search was led astray.
+constexpr double kMostMoved = 1.0;
+constexpr double kMostMovedShare = 4.0;
+constexpr double kLittleCommon = 0.05;  // pixels
 constexpr double kReferenceWidth = 4096.0;
 
 // Pairs of the search's matches, some thousands at most, spread over the list.
@@ -76,7 +85,8 @@ void judge_patches(Refinement& result) {
     refuse(result, RefineRefusal::kFewMatches, "Too few of the matches can be refined.");
   }
   if (static_cast<double>(result.converged) < kLeastConverging * static_cast<double>(result.tried)) {
-    refuse(result, RefineRefusal::kFewConverge, "The pictures of the two eyes differ too much at most matches.");
+    refuse(result, RefineRefusal::kFewConverge,
+           "The pictures of the two eyes differ too much at most matches.");
   }
 }
 
@@ -95,17 +105,26 @@ void judge_pose(const RigState& rig, const std::vector<PosePair>& pairs, const C
   if (!(result.scatter <= kMostScatter)) {
     refuse(result, RefineRefusal::kScatter, "The refined matches lie too far off any pose.");
   }
+  if (!(result.common <= kMostCommon)) {
+    refuse(result, RefineRefusal::kSystematic,
+           "Whole parts of the picture are off under any pose: the frame is not as the lens file says.");
+  }
   if (result.refusal == RefineRefusal::kNoSolution) return;
   const double before = median_across(rig, start, pairs);
   const double after = median_across(rig, result.pose, pairs);
   if (!(after <= kMostMisfit * before + kMisfitFloor)) {
-    refuse(result, RefineRefusal::kMisfit, "The matches of the search fit the refined pose worse than its own.");
+    refuse(result, RefineRefusal::kMisfit,
+           "The matches of the search fit the refined pose worse than its own.");
   }
-  const double most = std::max(kMostMoved * rig.frame_width / kReferenceWidth,
-                               kMostMovedShare * result.expected_error);
+  if (!(result.foresight <= kMostForesight)) {
+    refuse(result, RefineRefusal::kNoBetter,
+           "The refined pose is hardly better than the search's on matches that it has not seen.");
+  }
+  const double most =
+      std::max(kMostMoved * rig.frame_width / kReferenceWidth, kMostMovedShare * result.expected_error);
   // A start that the matches themselves are far from has nothing to say about how far is far.
   constexpr double kClearlyBetter = 0.7;
-  if (!(result.moved <= most) && !(after < kClearlyBetter * before)) {
+  if (result.common > kLittleCommon && !(result.moved <= most) && !(after < kClearlyBetter * before)) {
     refuse(result, RefineRefusal::kFar, "The refined pose lies too far from the search's to be believed.");
   }
 }
@@ -114,11 +133,14 @@ void judge_pose(const RigState& rig, const std::vector<PosePair>& pairs, const C
 CalibResult starting_pose(const RigState& rig, std::vector<PosePair>& pairs, const CalibResult& start,
                           const RobustPoseSettings& settings) {
   constexpr double kClearlyBetter = 0.7;
+  constexpr double kNear = 0.6;  // pixels; keypoints on whole pixels leave 0.3
+  const double here = median_across(rig, start, pairs);
+  if (here <= kNear) return start;
   const RobustPose coarse = coarse_pose(rig, start, pairs, settings);
   if (!coarse.solved) return start;
   CalibResult other = start;
   put_vector(other, coarse.pose);
-  return median_across(rig, other, pairs) < kClearlyBetter * median_across(rig, start, pairs) ? other : start;
+  return median_across(rig, other, pairs) < kClearlyBetter * here ? other : start;
 }
 
 std::vector<PosePair> pairs_of(const std::vector<PatchMatch>& patches) {
@@ -157,8 +179,10 @@ Refinement refine(const CodedHalves& halves, const RigState& rig, const std::vec
   result.fields = fit.fields;
   result.scatter = fit.scatter;
   result.common = fit.common;
+  result.foresight = fit.foresight;
   for (const PosePair& pair : pairs) {
-    result.matches.push_back({pair.right, pair.left, pair.deviation * pair.deviation, pair.residual, pair.weight});
+    result.matches.push_back(
+        {pair.right, pair.left, pair.deviation * pair.deviation, pair.residual, pair.weight});
   }
   if (fit.solved) {
     fill_deviations(result);

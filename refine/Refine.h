@@ -1,17 +1,17 @@
 #pragma once
 
-// Refining: what a search found from matches on whole pixels becomes a pose good to hundredths of a pixel, with
-// its covariance.
+// Refining: what a search found from matches on whole pixels becomes a pose good to hundredths of a pixel,
+// with its covariance.
 //
-// In: both halves of the frame as code_picture() makes them, the rig as read from the lens file, the pose that
-// a search found, and the matches that it had (filter_and_search() leaves them). Out: a Refinement.
+// In: both halves of the frame as code_picture() makes them, the rig as read from the lens file, the pose
+// that a search found, and the matches that it had (filter_and_search() leaves them). Out: a Refinement.
 //
 // Steps: the matches are thinned to the best of each small cell (Thinning.h); each one's patch is matched by
-// least squares under the map that the lens model gives (PatchMatching.h); the pose is fitted robustly to where
-// they lie (RobustPose.h); guards decide whether the result is to be taken.
+// least squares under the map that the lens model gives (PatchMatching.h); the pose is fitted robustly to
+// where they lie (RobustPose.h); guards decide whether the result is to be taken.
 //
-// All ten values are unknowns. What the matches leave open, the common tilt above all, stays where the lens file
-// has it and shows in the covariance with the deviation that was taken for granted beforehand.
+// All ten values are unknowns. What the matches leave open, the common tilt above all, stays where the lens
+// file has it and shows in the covariance with the deviation that was taken for granted beforehand.
 //
 // Safe on any number of threads; runs on all of them itself, and the result does not depend on how many they
 // are or on the vector instructions of the machine. Throws std::bad_alloc.
@@ -36,14 +36,16 @@ struct RefineSettings {
 // Why a refined pose is not to be taken.
 enum class RefineRefusal {
   kNone,
-  kFewMatches,     // too few fit
-  kFewConverge,    // too many patches come to no end
-  kFewFit,         // too many contradict the pose
-  kFewFields,      // they cover too little of the picture
-  kScatter,        // they lie too far apart
-  kMisfit,         // the search's own matches fit worse than under its pose
-  kFar,            // too far from the search's pose to be believed
-  kNoSolution,     // the equations have none
+  kFewMatches,   // too few fit
+  kFewConverge,  // too many patches come to no end
+  kFewFit,       // too many contradict the pose
+  kFewFields,    // they cover too little of the picture
+  kScatter,      // they lie too far apart
+  kMisfit,       // the search's own matches fit worse than under its pose
+  kSystematic,   // whole parts of the picture are off: the frame is not as the lens file says
+  kNoBetter,     // it foresees matches hardly better than the search's pose
+  kFar,          // too far from the search's pose to be believed
+  kNoSolution,   // the equations have none
 };
 
 struct RefinedMatch {
@@ -71,6 +73,7 @@ struct Refinement {
   std::size_t fields = 0;     // pieces of the picture that hold kept ones, of the 32 of RobustPoseSettings
   double scatter = 0.0;       // robust standard deviation of their disparity across, pixels
   double common = 0.0;        // of it, what neighbours have in common: errors of the lens model
+  double foresight = 1.0;     // see RobustPose
   std::vector<RefinedMatch> matches;  // that converged
 
   bool taken = false;

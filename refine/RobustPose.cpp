@@ -55,8 +55,8 @@ class Fit {
 
   // Residuals and slopes under the pose.
   void look() {
-    // Rays are taken anew only when an offset has come far from where they were; nearer by they are as good as
-    // straight: a ray's course bends by a thousandth of itself a pixel.
+    // Rays are taken anew only when an offset has come far from where they were; nearer by they are as good
+    // as straight: a ray's course bends by a thousandth of itself a pixel.
     constexpr double kFar = 0.05;  // pixels
     const PoseVector values = vector_of(pose_);
     bool anew = rays_of_.empty();
@@ -120,8 +120,7 @@ class Fit {
   void weigh_by_variance(double factor, double floor) {
     for (std::size_t m = 0; m < lines_.size(); ++m) {
       pairs_[m].deviation = std::sqrt(factor * pairs_[m].variance + floor);
-      pairs_[m].weight =
-          lines_[m].seen ? tukey(lines_[m].residual / (kTukey * pairs_[m].deviation)) : 0.0;
+      pairs_[m].weight = lines_[m].seen ? tukey(lines_[m].residual / (kTukey * pairs_[m].deviation)) : 0.0;
     }
   }
 
@@ -182,8 +181,10 @@ class Fit {
     floor = std::max(floor, kLeast * kLeast * median_all);
   }
 
-  // Covariance of the pose: what leaving out each piece of the field in turn does to it.
-  Matrix covariance(std::size_t& held) {
+  // Covariance of the pose: what leaving out each piece of the field in turn does to it. `foresight`: how far
+  // off the matches of the pieces are under the poses found without them, divided by how far off they are
+  // under `start`.
+  Matrix covariance(const CalibResult& start, std::size_t& held, double& foresight) {
     sum_up();
     const std::vector<Piece> patches = pieces();
     const std::size_t count = static_cast<std::size_t>(settings_.rings * settings_.sectors);
@@ -199,6 +200,12 @@ class Fit {
       crowded[f] = 1;
     }
     held = 0;
+    Vector to_start;
+    for (std::size_t i = 0; i < kPoseValues; ++i) {
+      to_start(static_cast<Eigen::Index>(i)) = start.*kPoseFields[i] - pose_.*kPoseFields[i];
+    }
+    double seen = 0.0, unseen = 0.0;
+    std::vector<Vector> moves(count, Vector::Zero());
     Matrix sum = Matrix::Zero();
     const Vector whole = information_.ldlt().solve(pull_);
     for (std::size_t f = 0; f < count; ++f) {
@@ -207,7 +214,21 @@ class Fit {
       const Matrix rest = information_ - information[f];
       const Vector move = rest.ldlt().solve(pull_ - pull[f]) - whole;
       sum += move * move.transpose();
+      moves[f] = move;
     }
+    for (std::size_t p = 0; p < patches.size(); ++p) {
+      const Piece& patch = patches[p];
+      if (patch.weight == 0.0) continue;
+      const std::size_t ring = p / patch_sectors() / 2;
+      const std::size_t sector = p % patch_sectors() / 2;
+      const Vector& move = moves[ring * static_cast<std::size_t>(settings_.sectors) + sector];
+      const double weight = 1.0 / (1.0 / patch.weight + common_);
+      const double without = (patch.slopes.dot(move) - patch.pull) / patch.weight;
+      const double before = (patch.slopes.dot(to_start) - patch.pull) / patch.weight;
+      unseen += weight * without * without;
+      seen += weight * before * before;
+    }
+    foresight = seen > 0.0 ? std::sqrt(unseen / seen) : 1.0;
     const double n = static_cast<double>(held);
     Matrix covariance = held > 1 ? Matrix(sum * ((n - 1.0) / n)) : Matrix::Zero();
     // What was taken for granted beforehand errs as well: its share of the pose is not in the matches.
@@ -360,7 +381,8 @@ RobustPose coarse_pose(const RigState& rig, const CalibResult& start, std::vecto
   }
   result.pose = vector_of(fit.pose());
   result.scatter = fit.scatter();
-  result.solved = std::all_of(result.pose.begin(), result.pose.end(), [](double v) { return std::isfinite(v); });
+  result.solved =
+      std::all_of(result.pose.begin(), result.pose.end(), [](double v) { return std::isfinite(v); });
   return result;
 }
 
@@ -382,7 +404,7 @@ RobustPose robust_pose(const RigState& rig, const CalibResult& start, std::vecto
   }
   fit.weigh_by_variance(result.variance_factor, result.variance_floor);
   result.common = std::sqrt(fit.common());
-  const Matrix covariance = fit.covariance(result.fields);
+  const Matrix covariance = fit.covariance(start, result.fields, result.foresight);
   result.fitting = fit.fitting();
   result.scatter = fit.scatter();
   result.pose = vector_of(fit.pose());
@@ -391,8 +413,8 @@ RobustPose robust_pose(const RigState& rig, const CalibResult& start, std::vecto
       result.covariance[i][j] = covariance(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j));
     }
   }
-  result.solved = covariance.allFinite() &&
-                  std::all_of(result.pose.begin(), result.pose.end(), [](double v) { return std::isfinite(v); });
+  result.solved = covariance.allFinite() && std::all_of(result.pose.begin(), result.pose.end(),
+                                                        [](double v) { return std::isfinite(v); });
   return result;
 }
 
@@ -415,7 +437,8 @@ std::vector<PosePair> field_pairs(const RigState& rig, const CalibResult& pose) 
     const Vec3& l = model.left.position;
     const Vec3& r = model.right.position;
     PosePair pair;
-    if (eye_ray_to_image(model.right, &pair.right[0], &pair.right[1], p[0] - r[0], p[1] - r[1], p[2] - r[2]) &&
+    if (eye_ray_to_image(model.right, &pair.right[0], &pair.right[1], p[0] - r[0], p[1] - r[1],
+                         p[2] - r[2]) &&
         eye_ray_to_image(model.left, &pair.left[0], &pair.left[1], p[0] - l[0], p[1] - l[1], p[2] - l[2])) {
       pairs.push_back(pair);
     }

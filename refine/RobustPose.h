@@ -15,16 +15,16 @@ using PoseMatrix = std::array<PoseVector, kPoseValues>;
 struct PosePair {
   Vec2 right{};
   Vec2 left{};
-  double variance = 0.0;  // predicted, of the disparity across; squared pixels
-  double weight = 0.0;    // out: of the last step, 0 to 1; 0 for a match that does not fit
-  double residual = 0.0;  // out: disparity across under the pose found, pixels
-  double deviation = 0.0; // out: that the match counted with, pixels
+  double variance = 0.0;   // predicted, of the disparity across; squared pixels
+  double weight = 0.0;     // out: of the last step, 0 to 1; 0 for a match that does not fit
+  double residual = 0.0;   // out: disparity across under the pose found, pixels
+  double deviation = 0.0;  // out: that the match counted with, pixels
 };
 
 struct RobustPoseSettings {
-  double prior_angle = 0.035;             // radians; deviation of the lens file's values
+  double prior_angle = 0.035;                 // radians; deviation of the lens file's values
   double prior_offset_share = 20.0 / 4096.0;  // of the frame's width
-  int rings = 4;     // of the field, whose pieces count as one thing each
+  int rings = 4;                              // of the field, whose pieces count as one thing each
   int sectors = 8;
   bool common = true;
 };
@@ -32,12 +32,14 @@ struct RobustPoseSettings {
 struct RobustPose {
   PoseVector pose{};
   PoseMatrix covariance{};
-  double scatter = 0.0;      // robust deviation of the residuals, pixels
+  double scatter = 0.0;          // robust deviation of the residuals, pixels
   double variance_factor = 0.0;  // of the predicted variances
   double variance_floor = 0.0;   // added, squared pixels
   double common = 0.0;           // deviation of what matches of one patch of the field have in common, pixels
-  std::size_t fitting = 0;   // matches with a weight
-  std::size_t fields = 0;    // pieces of the field that hold some
+  double foresight =
+      1.0;  // disparity across where no match was used, against that under the start; below 1: better
+  std::size_t fitting = 0;  // matches with a weight
+  std::size_t fields = 0;   // pieces of the field that hold some
   int steps = 0;
   bool solved = false;
 };

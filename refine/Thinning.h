@@ -12,9 +12,9 @@
 namespace twintrue {
 
 struct ThinningSettings {
-  double cell_share = 1.0 / 256.0;          // of the frame's width: side of the cells that keep one match each
-  double across_share = 3.0 / 4096.0;       // of the frame's width: farther off the epipolar plane is wrong
-  double rim_degrees = 1.0;                 // left free at the edge of the field of view
+  double cell_share = 1.0 / 256.0;     // of the frame's width: side of the cells that keep one match each
+  double across_share = 3.0 / 4096.0;  // of the frame's width: farther off the epipolar plane is wrong
+  double rim_degrees = 1.0;            // left free at the edge of the field of view
 };
 
 // The best match of each cell of the right eye's picture, by the least variance across that its patch

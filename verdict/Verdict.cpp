@@ -100,49 +100,50 @@ std::optional<VerdictReason> exchanged_halves(const Evidence& evidence) {
       fmt::format("{:.0f} % of the matches make sense only if each half holds the other eye's picture.",
                   100.0 * evidence.exchanged),
       "Swap the halves of the frame: the right eye's picture belongs on the left."};
-  // Whether unequal scales are what is wrong with the picture. Where nothing is, a ratio other than 1 rests
-  // on the last tenths of a pixel of a scene that hardly shows it.
-  bool scales_differ(const Evidence& evidence, double unit) {
-    const PoseFit& fit = evidence.fit;
-    return evidence.systematic > kSoundSystematic * unit &&
-           std::abs(std::log(fit.scale_ratio)) > kSureScale * fit.scale_ratio_sd &&
-           fit.scale_error > kGoodScaleError * unit;
-  }
+}
 
-  // What makes the scales of the eyes those that were found.
-  std::string scale_advice(const PoseFit& fit) {
-    const double root = std::sqrt(fit.scale_ratio);
-    return fmt::format(
-        "In the lens file multiply right_eye_magnify_v and right_eye_magnify_h by {:.5f}, divide "
-        "left_eye_magnify_v and left_eye_magnify_h by it, and run again.",
-        root);
-  }
+// Whether unequal scales are what is wrong with the picture. Where nothing is, a ratio other than 1 rests
+// on the last tenths of a pixel of a scene that hardly shows it.
+bool scales_differ(const Evidence& evidence, double unit) {
+  const PoseFit& fit = evidence.fit;
+  return evidence.systematic > kSoundSystematic * unit &&
+         std::abs(std::log(fit.scale_ratio)) > kSureScale * fit.scale_ratio_sd &&
+         fit.scale_error > kGoodScaleError * unit;
+}
 
-  VerdictReason unequal_scale(const PoseFit& fit) {
-    return {
-        "unequal_scale",
-        fmt::format("The right eye's picture is {:.2f} % {} than the lens file says, beside the left eye's "
-                    "(+- {:.2f} %); that leaves {:.2f} pixels (rms) in the picture.",
-                    100.0 * std::abs(fit.scale_ratio - 1.0), fit.scale_ratio > 1.0 ? "larger" : "smaller",
-                    100.0 * fit.scale_ratio_sd, fit.scale_error),
-        scale_advice(fit)};
-  }
+// What makes the scales of the eyes those that were found.
+std::string scale_advice(const PoseFit& fit) {
+  const double root = std::sqrt(fit.scale_ratio);
+  return fmt::format(
+      "In the lens file multiply right_eye_magnify_v and right_eye_magnify_h by {:.5f}, divide "
+      "left_eye_magnify_v and left_eye_magnify_h by it, and run again.",
+      root);
+}
 
-  // A search that ended at its limit is somewhere else than it should be; a fit that went on from there is to
-  // be believed as far as the rest of the evidence goes.
-  void judge_limit(const Evidence& evidence, Judge& judge) {
-    if (evidence.right_at_limit.empty()) return;
-    const std::string values = fmt::format("{}", fmt::join(evidence.right_at_limit, ", "));
-    constexpr const char* kWider = "If the eyes really are that far apart, take settings with wider ranges.";
-    if (evidence.settled) {
-      judge.doubt({"at_limit",
-                   fmt::format("The eyes stand farther apart than the search looks, in {}.", values),
-                   fmt::format("{} {}", kCheckLens, kWider)});
-    } else {
-      judge.fail({"at_limit", fmt::format("The search ended at its limit in the right eye's {}.", values),
-                  fmt::format("{} {}", kCheckLens, kWider)});
-    }
+VerdictReason unequal_scale(const PoseFit& fit) {
+  return {"unequal_scale",
+          fmt::format("The right eye's picture is {:.2f} % {} than the lens file says, beside the left eye's "
+                      "(+- {:.2f} %); that leaves {:.2f} pixels (rms) in the picture.",
+                      100.0 * std::abs(fit.scale_ratio - 1.0), fit.scale_ratio > 1.0 ? "larger" : "smaller",
+                      100.0 * fit.scale_ratio_sd, fit.scale_error),
+          scale_advice(fit)};
+}
+
+// A search that ended at its limit is somewhere else than it should be; a fit that went on from there is to
+// be believed as far as the rest of the evidence goes.
+void judge_limit(const Evidence& evidence, Judge& judge) {
+  if (evidence.right_at_limit.empty()) return;
+  const std::string values = fmt::format("{}", fmt::join(evidence.right_at_limit, ", "));
+  constexpr const char* kWider = "If the eyes really are that far apart, take settings with wider ranges.";
+  if (evidence.settled) {
+    judge.doubt({"at_limit",
+                 fmt::format("The eyes stand farther apart than the search looks, in {}.", values),
+                 fmt::format("{} {}", kCheckLens, kWider)});
+  } else {
+    judge.fail({"at_limit", fmt::format("The search ended at its limit in the right eye's {}.", values),
+                fmt::format("{} {}", kCheckLens, kWider)});
   }
+}
 
 }  // namespace
 

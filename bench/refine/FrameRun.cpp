@@ -34,7 +34,8 @@ bool recall(const std::filesystem::path& path, FrameRun& run) {
   file.read(reinterpret_cast<char*>(&count), sizeof count);
   if (!file) return false;
   run.matches.resize(count);
-  file.read(reinterpret_cast<char*>(run.matches.data()), static_cast<std::streamsize>(count * sizeof(RayMatch)));
+  file.read(reinterpret_cast<char*>(run.matches.data()),
+            static_cast<std::streamsize>(count * sizeof(RayMatch)));
   return static_cast<bool>(file);
 }
 
@@ -44,7 +45,8 @@ void remember(const std::filesystem::path& path, const FrameRun& run) {
   file.write(reinterpret_cast<const char*>(&run.found), sizeof run.found);
   file.write(reinterpret_cast<const char*>(&run.status), sizeof run.status);
   file.write(reinterpret_cast<const char*>(&count), sizeof count);
-  file.write(reinterpret_cast<const char*>(run.matches.data()), static_cast<std::streamsize>(count * sizeof(RayMatch)));
+  file.write(reinterpret_cast<const char*>(run.matches.data()),
+             static_cast<std::streamsize>(count * sizeof(RayMatch)));
 }
 
 }  // namespace

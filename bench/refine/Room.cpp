@@ -56,7 +56,8 @@ double paint(const Vec& p, double coarse, double fine, std::uint64_t seed) {
       const double wx = (k & 1) != 0 ? f[0] : 1.0 - f[0];
       const double wy = (k & 2) != 0 ? f[1] : 1.0 - f[1];
       const double wz = (k & 4) != 0 ? f[2] : 1.0 - f[2];
-      value += wx * wy * wz * (hash(cell[0] + (k & 1), cell[1] + (k >> 1 & 1), cell[2] + (k >> 2), seed) - 0.5);
+      value +=
+          wx * wy * wz * (hash(cell[0] + (k & 1), cell[1] + (k >> 1 & 1), cell[2] + (k >> 2), seed) - 0.5);
     }
     sum += weight * value;
     seed += 77;
@@ -66,7 +67,7 @@ double paint(const Vec& p, double coarse, double fine, std::uint64_t seed) {
 
 struct Thing {
   Vec middle{};
-  Vec half{};           // of a box; a ball's radius in the first
+  Vec half{};  // of a box; a ball's radius in the first
   bool ball = false;
   double brightness = 1.0;
   double gloss = 0.0;
@@ -119,7 +120,8 @@ Hit hit_ball(const Vec& from, const Vec& ray, const Vec& middle, double radius) 
 
 class RoomScene {
  public:
-  RoomScene(Draws& draws, double finest) : seed_(static_cast<std::uint64_t>(draws.unit() * 1e9)), finest_(finest) {
+  RoomScene(Draws& draws, double finest)
+      : seed_(static_cast<std::uint64_t>(draws.unit() * 1e9)), finest_(finest) {
     for (double& h : half_) h = draws.between(1.0, 2.6);
     constexpr int kThings = 14;
     for (int i = 0; i < kThings; ++i) {
@@ -127,8 +129,8 @@ class RoomScene {
       const double angle = draws.between(0.2, 1.5);
       const double round = draws.between(0.0, 4.0 * accuracy::kHalfPi);
       const double distance = draws.between(0.6, 1.8);
-      thing.middle = {distance * std::sin(angle) * std::cos(round), distance * std::sin(angle) * std::sin(round),
-                      -distance * std::cos(angle)};
+      thing.middle = {distance * std::sin(angle) * std::cos(round),
+                      distance * std::sin(angle) * std::sin(round), -distance * std::cos(angle)};
       for (double& h : thing.half) h = draws.between(0.04, 0.25) * distance;
       thing.ball = draws.unit() < 0.5;
       thing.brightness = draws.between(0.5, 1.2);
@@ -192,7 +194,9 @@ void write_text(const std::filesystem::path& path, const std::string& text) {
 
 void render_room(const RoomSettings& settings, const std::filesystem::path& folder) {
   Draws draws(settings.seed);
-  PlainLens lens = accuracy::draw_lens(draws, (settings.width >= 8192 ? 4 : settings.width >= 4096 ? 2 : 0) +
+  PlainLens lens = accuracy::draw_lens(draws, (settings.width >= 8192   ? 4
+                                               : settings.width >= 4096 ? 2
+                                                                        : 0) +
                                                   settings.format - 1);
   std::filesystem::create_directories(folder);
   write_text(folder / "nominal.lens", accuracy::lens_text(lens));
@@ -223,7 +227,9 @@ void render_room(const RoomSettings& settings, const std::filesystem::path& fold
       for (std::size_t k = 0; k < corners.size(); ++k) {
         const std::size_t x = k % (half + 1);
         const double y = static_cast<double>(row + k / (half + 1)) - 0.5;
-        seen[k] = accuracy::pixel_to_ray(lens, side, eye, static_cast<double>(first + x) - 0.5, y, corners[k]) ? 1 : 0;
+        seen[k] = accuracy::pixel_to_ray(lens, side, eye, static_cast<double>(first + x) - 0.5, y, corners[k])
+                      ? 1
+                      : 0;
       }
       for (std::size_t x = 0; x < half; ++x) {
         const std::size_t below = x + half + 1;

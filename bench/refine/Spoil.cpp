@@ -25,7 +25,9 @@ template <typename Change>
 void each(Pixels& p, int begin, int end, const Change& change) {
   for (int y = 0; y < p.height; ++y) {
     for (int x = begin; x < end; ++x) {
-      change(x, y, &p.bytes[3 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(p.width) + static_cast<std::size_t>(x))]);
+      change(x, y,
+             &p.bytes[3 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(p.width) +
+                           static_cast<std::size_t>(x))]);
     }
   }
 }
@@ -76,7 +78,9 @@ void blur(Pixels& p, int begin, int end, double sigma) {
           const int sx = sideways ? std::clamp(x + i, begin, end - 1) : x;
           const int sy = sideways ? y : std::clamp(y + i, 0, p.height - 1);
           value += kernel[static_cast<std::size_t>(i + reach)] *
-                   old.bytes[3 * (static_cast<std::size_t>(sy) * static_cast<std::size_t>(p.width) + static_cast<std::size_t>(sx)) + k];
+                   old.bytes[3 * (static_cast<std::size_t>(sy) * static_cast<std::size_t>(p.width) +
+                                  static_cast<std::size_t>(sx)) +
+                             k];
         }
         c[k] = to_byte(value / sum);
       }
@@ -93,7 +97,8 @@ void darker(Pixels& p, int begin, int end, double stops) {
 
 void jpeg(Pixels& p, int quality) {
   const std::string path =
-      (std::filesystem::temp_directory_path() / ("refine_bench." + std::to_string(getpid()) + ".jpg")).string();
+      (std::filesystem::temp_directory_path() / ("refine_bench." + std::to_string(getpid()) + ".jpg"))
+          .string();
   {
     const auto file = OIIO::ImageOutput::create(path);
     OIIO::ImageSpec spec(p.width, p.height, 3, OIIO::TypeDesc::UINT8);
@@ -124,9 +129,7 @@ const std::map<std::string, Harm>& harms() {
          warp(p, 0, p.width / 2, [](double& x, double& y) { x += 2.0 * std::sin(y / 90.0); });
        }},
       {"rolling_y",
-       [](Pixels& p) {
-         warp(p, 0, p.width / 2, [](double&, double& y) { y += 0.5 * std::sin(y / 90.0); });
-       }},
+       [](Pixels& p) { warp(p, 0, p.width / 2, [](double&, double& y) { y += 0.5 * std::sin(y / 90.0); }); }},
       {"moved",  // a quarter of a half has moved between the exposures
        [](Pixels& p) {
          const double x0 = p.width * 0.12, x1 = p.width * 0.30, y0 = p.height * 0.3, y1 = p.height * 0.7;
@@ -137,9 +140,8 @@ const std::map<std::string, Harm>& harms() {
       {"larger",  // one half larger by a two-hundredth
        [](Pixels& p) {
          const double mx = p.width * 0.25, my = p.height * 0.5;
-         warp(p, 0, p.width / 2, [=](double& x, double& y) {
-           x = mx + (x - mx) / 1.005, y = my + (y - my) / 1.005;
-         });
+         warp(p, 0, p.width / 2,
+              [=](double& x, double& y) { x = mx + (x - mx) / 1.005, y = my + (y - my) / 1.005; });
        }},
       {"tiles",  // strong repeated texture printed on both, fixed to the picture's own rows
        [](Pixels& p) {

@@ -117,10 +117,10 @@ void FindTransformEcc(benchmark::State& state) {
   const cv::Mat to = bytes_of(pictures.to);
   constexpr int kFirst = kSide / 2 - kPatchReach;
   const cv::Mat patch = from({kFirst, kFirst, kPatchSide, kPatchSide});
-  const cv::Mat window =
-      to({kSide / 2 - kWindowMiddle, kSide / 2 - kWindowMiddle, kWindowSide, kWindowSide});
+  const cv::Mat window = to({kSide / 2 - kWindowMiddle, kSide / 2 - kWindowMiddle, kWindowSide, kWindowSide});
   for (auto _ : state) {
-    cv::Mat warp = (cv::Mat_<float>(2, 3) << 1, 0, kWindowMiddle - kPatchReach, 0, 1, kWindowMiddle - kPatchReach);
+    cv::Mat warp =
+        (cv::Mat_<float>(2, 3) << 1, 0, kWindowMiddle - kPatchReach, 0, 1, kWindowMiddle - kPatchReach);
     cv::findTransformECC(patch, window, warp, cv::MOTION_AFFINE,
                          {cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 12, 1e-4}, cv::noArray(), 5);
     benchmark::DoNotOptimize(warp);

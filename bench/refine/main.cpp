@@ -10,8 +10,8 @@
 #include <exception>
 #include <stdexcept>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include "CrossShots.h"
 #include "FrameRun.h"
@@ -50,7 +50,8 @@ struct Ratios {
   std::array<double, 9> error{};
   std::array<double, 9> deviation{};
 };
-constexpr std::array<const char*, 9> kNames{"dpan", "dtilt", "droll", "dx", "dy", "cpan", "croll", "cx", "cy"};
+constexpr std::array<const char*, 9> kNames{"dpan", "dtilt", "droll", "dx", "dy",
+                                            "cpan", "croll", "cx",    "cy"};
 
 Ratios ratios_of(const Refinement& refined, const Pose& wanted) {
   Ratios ratios;
@@ -82,14 +83,19 @@ int run(const Options& options, std::FILE* out) {
   double field_log = 0.0;
   double sum_after = 0.0, worst = 0.0;
   int count = 0;
-  fmt::print(out, "{:<20} {:>8} {:>8} {:>8} {:>8} {:>6} {:>6} {:>6} {:>7} {:>7} {:>7}  {}\n", "frame", "search",
-             "refined", "field", "expect", "tried", "conv", "kept", "scatter", "cpu s", "common", "errors / deviations");
+  fmt::print(out, "{:<20} {:>8} {:>8} {:>8} {:>8} {:>6} {:>6} {:>6} {:>7} {:>7} {:>7}  {}\n", "frame",
+             "search", "refined", "field", "expect", "tried", "conv", "kept", "scatter", "cpu s", "common",
+             "errors / deviations");
   for (const std::string& name : options.folders) {
     const std::filesystem::path folder(name.back() == '/' ? name.substr(0, name.size() - 1) : name);
     Pixels pixels = read_pixels(folder / "frame.png");
     spoil(pixels, options.spoiled);
-    FrameRun frame = run_frame(pixels, folder / "nominal.lens", options.params,
-        options.memory.empty() ? "" : options.memory + "/" + folder.filename().string() + "." + std::filesystem::path(options.params).stem().string() + "." + options.spoiled);
+    FrameRun frame =
+        run_frame(pixels, folder / "nominal.lens", options.params,
+                  options.memory.empty()
+                      ? ""
+                      : options.memory + "/" + folder.filename().string() + "." +
+                            std::filesystem::path(options.params).stem().string() + "." + options.spoiled);
     const CodedHalves halves = code_halves(frame.linear, frame.rig);
     const accuracy::PlainLens lens = accuracy::plain_lens(frame.rig);
     const Pose truth = accuracy::plain_lens(read_rig(folder / "truth.lens")).pose;
@@ -117,7 +123,9 @@ int run(const Options& options, std::FILE* out) {
       fmt::print(out, " {:5.1f}", ratios.value[i]);
       squares[i] += ratios.value[i] * ratios.value[i];
     }
-    fmt::print(out, " {}\n", refined.taken ? "" : refined.reason);
+    fmt::print(
+        out, " {}\n",
+        fmt::format("[fore {:.2f} moved {:.2f}] {}", refined.foresight, refined.moved, refined.reason));
     std::fflush(out);
     const double ratio = field / refined.expected_error;
     field_square += ratio * ratio;
@@ -126,8 +134,8 @@ int run(const Options& options, std::FILE* out) {
     worst = std::max(worst, after);
     ++count;
   }
-  fmt::print(out, "mean {:.4f}  worst {:.4f}  field error over expected: rms {:.2f}\n", sum_after / count, worst,
-             std::sqrt(field_square / count));
+  fmt::print(out, "mean {:.4f}  worst {:.4f}  field error over expected: rms {:.2f}\n", sum_after / count,
+             worst, std::sqrt(field_square / count));
   double all = 0.0;
   for (std::size_t i = 0; i < squares.size(); ++i) {
     fmt::print(out, "{} {:.2f}  ", kNames[i], std::sqrt(squares[i] / count));

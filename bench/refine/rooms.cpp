@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <exception>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include "Room.h"
 
@@ -24,7 +24,8 @@ int main(int argc, char** argv) {
   try {
     for (int i = 0; i < count; ++i, ++settings.seed) {
       settings.format = 1 + i % 2;
-      render_room(settings, std::filesystem::path(folder) / fmt::format("room{}_{}", settings.seed, settings.width));
+      render_room(settings,
+                  std::filesystem::path(folder) / fmt::format("room{}_{}", settings.seed, settings.width));
     }
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "refine_rooms: %s\n", failure.what());

@@ -12,7 +12,8 @@ TEST(CodedPicture, HoldsTheRootToASixtyFourthOfAGreyLevel) {
   cve::XMat_<float> linear;
   linear.create(3, 1003);
   for (std::int32_t x = 0; x < linear.cols; ++x) {
-    for (std::int32_t y = 0; y < 3; ++y) linear.at(y, x) = static_cast<float>(x) / 1000.0f + 0.1f * static_cast<float>(y);
+    for (std::int32_t y = 0; y < 3; ++y)
+      linear.at(y, x) = static_cast<float>(x) / 1000.0f + 0.1f * static_cast<float>(y);
   }
   const auto coded = code_picture(linear);
   ASSERT_EQ(coded.rows, 3);

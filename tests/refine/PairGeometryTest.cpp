@@ -16,8 +16,20 @@ using testing_support::nominal_rig;
 using testing_support::see;
 
 CalibResult some_pose() {
-  return {0.4 * kDegree, -0.3 * kDegree, 0.5 * kDegree, 1.5, -2.0, -0.2 * kDegree, 0.6 * kDegree,
-          -0.4 * kDegree, -0.7, 0.9, -1, -1, -1, -1};
+  return {0.4 * kDegree,
+          -0.3 * kDegree,
+          0.5 * kDegree,
+          1.5,
+          -2.0,
+          -0.2 * kDegree,
+          0.6 * kDegree,
+          -0.4 * kDegree,
+          -0.7,
+          0.9,
+          -1,
+          -1,
+          -1,
+          -1};
 }
 
 // Points 0.5 to 4.5 metres away within 60 degrees of the axis.

@@ -21,7 +21,9 @@ std::vector<std::int16_t> noise_picture(unsigned seed) {
   for (std::int16_t& pixel : pixels) pixel = static_cast<std::int16_t>(engine() % 32641);
   return pixels;
 }
-const std::int16_t* middle_of(const std::vector<std::int16_t>& pixels) { return &pixels[kSide / 2 * kSide + kSide / 2]; }
+const std::int16_t* middle_of(const std::vector<std::int16_t>& pixels) {
+  return &pixels[kSide / 2 * kSide + kSide / 2];
+}
 
 // Maps from a plain shift to the greatest tilt and scale that fit.
 std::vector<PatchPlace> places() {
@@ -84,7 +86,8 @@ TEST(PatchKernel, AllInstructionSetsGiveTheSameBits) {
 TEST(PatchKernel, IsThePlainForm) {
   const PatchKernel kernel = patch_kernel(best_instruction_set());
   const Result result = run(kernel.cut, kernel.take, kernel.measure);
-  const Result plain = run(testing_support::plain_cut, testing_support::plain_take, testing_support::plain_measure);
+  const Result plain =
+      run(testing_support::plain_cut, testing_support::plain_take, testing_support::plain_measure);
   // Sums of a hundred and more 32-bit terms, their errors beside the sizes of the factors.
   constexpr double kTolerance = 2e-5;
   EXPECT_NEAR(result.patch.square, plain.patch.square, kTolerance * plain.patch.square);

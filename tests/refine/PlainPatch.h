@@ -39,7 +39,8 @@ struct PlainSample {
 };
 
 // A cubic B-spline over the window's pixels, by its definition. It is sheared with a line of that incline.
-inline PlainSample plain_sample(const twintrue::PatchWindow& window, double x, double y, double incline = 0.0) {
+inline PlainSample plain_sample(const twintrue::PatchWindow& window, double x, double y,
+                                double incline = 0.0) {
   const auto spline = [](double t) {
     const double a = std::abs(t);
     if (a >= 2.0) return 0.0;
@@ -73,9 +74,8 @@ inline void plain_take(const twintrue::PatchWindow& window, const twintrue::Patc
   for (int y = 0; y < twintrue::kPatchSide; ++y) {
     for (int x = 0; x < twintrue::kPatchLanes; ++x) {
       const auto at = static_cast<std::size_t>(y * twintrue::kPatchLanes + x);
-      const PlainSample sample =
-          plain_sample(window, twintrue::kWindowMiddle + x - twintrue::kPatchReach,
-                       twintrue::kWindowMiddle + y - twintrue::kPatchReach);
+      const PlainSample sample = plain_sample(window, twintrue::kWindowMiddle + x - twintrue::kPatchReach,
+                                              twintrue::kWindowMiddle + y - twintrue::kPatchReach);
       patch.value.value[at] = static_cast<float>(sample.value);
       patch.by_x.value[at] = static_cast<float>(sample.by_x);
       patch.by_y.value[at] = static_cast<float>(sample.by_y);
@@ -102,8 +102,7 @@ inline void plain_measure(const twintrue::PatchWindow& window, const twintrue::P
       const double v = y - twintrue::kPatchReach;
       const double px = d(place.middle[0]) + u * d(place.by_column[0]) + v * d(place.by_row[0]);
       const double py = d(place.middle[1]) + u * d(place.by_column[1]) + v * d(place.by_row[1]);
-      const PlainSample seen =
-          plain_sample(window, px, py, d(place.by_column[1]) / d(place.by_column[0]));
+      const PlainSample seen = plain_sample(window, px, py, d(place.by_column[1]) / d(place.by_column[0]));
       const double bx = d(patch.by_x.value[at]);
       const double by = d(patch.by_y.value[at]);
       const double s = 0.5 * (seen.by_x * d(place.along[0]) + seen.by_y * d(place.along[1]) +

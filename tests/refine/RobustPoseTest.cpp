@@ -15,11 +15,24 @@ using testing_support::make_matches;
 using testing_support::nominal_rig;
 
 CalibResult truth() {
-  return {0.3 * kDegree, -0.2 * kDegree, 0.25 * kDegree, 1.0, -0.8, -0.1 * kDegree, 0.2 * kDegree,
-          -0.15 * kDegree, -0.5, 0.4, -1, -1, -1, -1};
+  return {0.3 * kDegree,
+          -0.2 * kDegree,
+          0.25 * kDegree,
+          1.0,
+          -0.8,
+          -0.1 * kDegree,
+          0.2 * kDegree,
+          -0.15 * kDegree,
+          -0.5,
+          0.4,
+          -1,
+          -1,
+          -1,
+          -1};
 }
 
-std::vector<PosePair> pairs_of(const std::vector<RayMatch>& matches, double noise, double outliers, unsigned seed) {
+std::vector<PosePair> pairs_of(const std::vector<RayMatch>& matches, double noise, double outliers,
+                               unsigned seed) {
   std::mt19937 engine(seed);
   std::normal_distribution<double> normal(0.0, noise);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
@@ -27,7 +40,8 @@ std::vector<PosePair> pairs_of(const std::vector<RayMatch>& matches, double nois
   for (const RayMatch& match : matches) {
     PosePair pair;
     pair.right = {static_cast<double>(match.x_a), static_cast<double>(match.y_a)};
-    pair.left = {static_cast<double>(match.x_b) + testing_support::kFrameWidth / 2, static_cast<double>(match.y_b)};
+    pair.left = {static_cast<double>(match.x_b) + testing_support::kFrameWidth / 2,
+                 static_cast<double>(match.y_b)};
     pair.left[1] += unit(engine) < outliers ? 4.0 * unit(engine) - 2.0 : normal(engine);
     pair.variance = 0.01;
     pairs.push_back(pair);
@@ -79,7 +93,8 @@ TEST(RobustPose, StatedDeviationsAreThoseOfManyDraws) {
     for (std::size_t i = 0; i < ratios.size(); ++i) {
       const PoseMatrix& c = found.covariance;
       const double variance = c[i][i] - 2.0 * c[i][i + 5] + c[i + 5][i + 5];
-      const double off = found.pose[i] - found.pose[i + 5] - vector_of(truth())[i] + vector_of(truth())[i + 5];
+      const double off =
+          found.pose[i] - found.pose[i + 5] - vector_of(truth())[i] + vector_of(truth())[i + 5];
       ratios[i] += off * off / variance / kDraws;
     }
   }
