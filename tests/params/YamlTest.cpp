@@ -156,7 +156,7 @@ TEST(Yaml, Refusals) {
       {"|\nx", "parsing: Incorrect offset. Line 2: x"},
       {"a: \"\"", "parsing: Invalid quote. Line 1: \"\""},
       {"a: 'x # y'", "parsing: Invalid quote. Line 1: 'x "},
-      {"a: it's", "parsing: Invalid quote. Line 1: it's"},
+      {"a: i'ts", "parsing: Invalid quote. Line 1: i'ts"},
       {"a: 'x' y", "parsing: Invalid quote. Line 1: 'x' y"},
       {"a: 1\n-", "parsing: Unexpected document end. Line 2: -"},
       {"a:\n- 1", "internal: Different entry is not allowed in this context. Line 2: "},
