@@ -29,7 +29,7 @@ struct Source {
 // The large rendered frame where it is at hand, else the one that ships with the project.
 Source source() {
   const fs::path large = TWINTRUE_FRAME_FOLDER;
-  if (fs::exists(large / "frame.png"))
+  if (!large.empty() && fs::exists(large / "frame.png"))
     return {(large / "frame.png").string(), (large / "nominal.lens").string()};
   const fs::path example = TWINTRUE_EXAMPLE_FOLDER;
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(example)) {

@@ -171,7 +171,8 @@ TEST_F(Output, ChatterStaysAwayUnlessAskedFor) {
   EXPECT_THAT(quiet.out, testing::Not(HasSubstr("format_version")));
   const Outcome verbose = run_program(command({"-v"}));
   EXPECT_EQ(verbose.out, quiet.out);
-  EXPECT_THAT(verbose.error, AllOf(HasSubstr("format_version: 1.0"), HasSubstr("Left image detection is failed(0)")));
+  EXPECT_THAT(verbose.error,
+              AllOf(HasSubstr("format_version: 1.0"), HasSubstr("Left image detection is failed(0)")));
 }
 
 TEST_F(Output, HelpDocumentsTheExitCodes) {

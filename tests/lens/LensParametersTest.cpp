@@ -212,11 +212,9 @@ TEST(LensParameters, BothFormatsProjectAsTheirUnitsSay) {
   }
 }
 
-TEST(LensParameters, FramesOfTheSharedFolder) {
+#ifdef TWINTRUE_FRAMES_DIR
+TEST(LensParameters, OfLargerFrames) {
   const std::filesystem::path folder = TWINTRUE_FRAMES_DIR;
-  if (!std::filesystem::is_directory(folder)) {
-    GTEST_SKIP() << "no folder of frames: " << folder << " (set TWINTRUE_FRAMES_DIR)";
-  }
   int files = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
     if (entry.path().extension() != ".lens") continue;
@@ -229,6 +227,7 @@ TEST(LensParameters, FramesOfTheSharedFolder) {
   }
   EXPECT_GT(files, 0);
 }
+#endif
 
 TEST(LensParameters, TailOfTheRigAndTheState) {
   for (const char* text : {kFormat1, kFormat2}) {

@@ -1,7 +1,7 @@
+#include "base/ThreadTeam.h"
 #include "lens/RigModel.h"
 
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cmath>
 #include <cstring>
@@ -158,12 +158,12 @@ TEST_P(BothKinds, TableInvertsTheCurve) {
 TEST(LensDistortion, TableIsTheSameForEveryThreadCount) {
   LensDistortion one = bent_eye(2).distortion;
   LensDistortion many = one;
-  const int threads = omp_get_max_threads();
-  omp_set_num_threads(1);
-  distortion_build_table(one);
-  omp_set_num_threads(5);
+  {
+    const ThreadTeam alone(1);
+    distortion_build_table(one);
+  }
+  const ThreadTeam team(5);
   distortion_build_table(many);
-  omp_set_num_threads(threads);
   EXPECT_EQ(*one.table, *many.table);
 }
 
@@ -217,13 +217,11 @@ TEST(LensDistortion, TablesThatWouldTakeLongAreRefusedForEveryThreadCount) {
   const auto kept = distortion.table;
   distortion.precision_bit = 16;
   distortion.coeff = {0, -200.0};  // no inverse beyond a radius of 1/8
-  const int threads_before = omp_get_max_threads();
   for (const int threads : {1, 5}) {
-    omp_set_num_threads(threads);
+    const ThreadTeam team(threads);
     EXPECT_EQ(error_of([&] { distortion_build_table(distortion); }), "精度ビットが不正");
     EXPECT_EQ(distortion.table, kept);
   }
-  omp_set_num_threads(threads_before);
   // The usual fineness is always granted, whatever the curve.
   distortion.precision_bit = 12;
   EXPECT_EQ(error_of([&] { distortion_build_table(distortion); }), "");

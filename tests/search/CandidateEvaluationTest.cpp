@@ -1,6 +1,5 @@
+#include "base/ThreadTeam.h"
 #include "search/CandidateEvaluation.h"
-
-#include <omp.h>
 
 #include <array>
 #include <cmath>
@@ -123,12 +122,11 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsUnderAnySettings) {
                       Bend::kShiftedY, Bend::kMoved})
       rigs.push_back(bent_rig(kind, bend));
   }
-  const int before = omp_get_max_threads();
   constexpr std::int32_t kLevel = 2;
   constexpr std::int32_t kRetry = 1;
   int filled = 0, infinite = 0;
   for (std::uint32_t trial = 0; trial < 300; ++trial) {
-    omp_set_num_threads(trial % 10 == 0 ? 7 : 1);
+    const ThreadTeam team(trial % 10 == 0 ? 7 : 1);
     const RigState& rig = rigs[trial % rigs.size()];
     auto matches = make_matches(
         some_poses(1)[0], {.count = 1 + below(100), .noise_px = unit(), .outliers = unit(), .seed = trial});
@@ -185,7 +183,6 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsUnderAnySettings) {
       infinite += std::isinf(expected[slot].score) ? 1 : 0;
     }
   }
-  omp_set_num_threads(before);
   EXPECT_GT(filled, 200);
   EXPECT_GT(infinite, 0) << "no width and errors below 0, by a bias above 1, make scores without bound";
 }

@@ -1,6 +1,5 @@
+#include "base/ThreadTeam.h"
 #include "search/MatchScore.h"
-
-#include <omp.h>
 
 #include <cmath>
 #include <functional>
@@ -166,7 +165,6 @@ TEST(MatchScore, ThreadsShareAPassWithoutATrace) {
   const RigState rig = nominal_rig();
   auto matches = make_matches(PoseCandidate(), {.count = 700, .noise_px = 1.5});
   for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i / 100);
-  const int before = omp_get_max_threads();
   for (std::int32_t skip_mode : {0, 1, 2}) {
     for (std::int32_t div_mode : {0, 1, 2, 3}) {
       for (std::int32_t limit : {0, 1, 300, 700}) {
@@ -179,7 +177,7 @@ TEST(MatchScore, ThreadsShareAPassWithoutATrace) {
         pass.div_mode = div_mode;
         const MatchScoreSums plain = score_matches(context, pass, rig, matches);
         for (int threads : {1, 2, 7}) {
-          omp_set_num_threads(threads);
+          const ThreadTeam team(threads);
           const MatchScoreSums shared = score_matches_in_parallel(context, pass, rig, matches);
           const bool both_undefined = std::isnan(shared.score_sum) && std::isnan(plain.score_sum);
           EXPECT_TRUE(both_undefined || shared.score_sum == plain.score_sum)
@@ -192,7 +190,6 @@ TEST(MatchScore, ThreadsShareAPassWithoutATrace) {
       }
     }
   }
-  omp_set_num_threads(before);
 }
 
 TEST(MatchScore, LimitsOfTheWalk) {
