@@ -192,6 +192,7 @@ TEST(MatchSettingsTest, RulesComeAsRowsOrAsFlatKeys) {
     std::vector<Row> rows;  // those behind the last given one are `rest`
     Row rest;
   };
+  CheckSettings settings;  // loaded again and again: no rule of an earlier load is left
   constexpr Row kOff{0, 0, 0};
   constexpr Row kFlat{-1, 10000, -1};
   for (const Case& c : std::vector<Case>{
@@ -214,7 +215,6 @@ TEST(MatchSettingsTest, RulesComeAsRowsOrAsFlatKeys) {
            {"ch: 1\n  check_params: 4", {}, kOff},
        }) {
     auto document = document_of(std::string("vdet:\n  ") + c.keys + "\n");
-    CheckSettings settings;
     ASSERT_TRUE(load_check_settings(settings, document, "vdet", false)) << c.keys;
     for (std::size_t i = 0; i < settings.rules.size(); ++i) {
       const CheckRule& rule = settings.rules[i];
@@ -228,7 +228,6 @@ TEST(MatchSettingsTest, RulesComeAsRowsOrAsFlatKeys) {
   rows.push_back();
   auto& late = rows.push_back();
   late.push_back().make_scalar("2");
-  CheckSettings settings;
   ASSERT_TRUE(load_check_settings(settings, document, "vdet", false));
   EXPECT_EQ(settings.rules[0].ch, 1);
   EXPECT_EQ(settings.rules[1].ch, 0);
