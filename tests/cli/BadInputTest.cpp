@@ -233,6 +233,12 @@ TEST_F(BadInput, GoodSettingsPass) {
   EXPECT_EQ(settings.levels, 19);
   EXPECT_EQ(settings.last_retry, 0);
 
+  twintrue::cli::LensFacts odd;
+  odd.frame_width = 2 * 1087 + 1;
+  odd.frame_height = 1624;
+  EXPECT_EQ(odd.view_width(), 1072);  // whole multiples of 16
+  EXPECT_EQ(odd.view_height(), 1616);
+
   // Values that mean something, however unusual.
   for (const char* line : {"  k: 2\n  dist_ratio_offset: 0", "  k: 2\n  penalty_mode: 7"}) {
     const twintrue::cli::SettingsSource source(settings_with("  k: 2", line));
@@ -260,6 +266,22 @@ TEST_F(BadInput, EachLevelsFaultsAreFound) {
       settings_with("  score_weight_mode: 1", "  score_weight_mode: [1, 1, 14]\n  sigma: [0]"));
   EXPECT_THROW(twintrue::cli::check_settings(source, facts, Reach::kSearch), twintrue::cli::Failure);
   EXPECT_THROW(twintrue::cli::check_search_settings(source, facts), twintrue::cli::Failure);
+  const twintrue::cli::SettingsSource second(settings_with("  unit: 0", "  unit: 0\n  retry_count: 1") +
+                                             "\ncalib1:\n  score_weight_mode: 14\n");
+  try {
+    twintrue::cli::check_settings(second, facts);
+    ADD_FAILURE() << "was taken";
+  } catch (const twintrue::cli::Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("section `calib1`, key `score_weight_mode`"));
+  }
+  // Mode 6 knows no sigma, and what is skipped does no harm.
+  for (const char* line : {"  score_weight_mode: 6\n  sigma: 0", "  score_weight_mode: 14\n  skip: 1"}) {
+    std::string text = settings_with("  score_weight_mode: 1", line);
+    if (const std::size_t sigma = text.find("\n  sigma: ["); sigma != std::string::npos) {
+      text.erase(sigma, text.find('\n', sigma + 1) - sigma);
+    }
+    EXPECT_NO_THROW(twintrue::cli::check_settings(twintrue::cli::SettingsSource(text), facts)) << line;
+  }
   const twintrue::cli::SettingsSource idle(settings_with("  mode: 28", "  mode: 28\n  score_tbl_size: 0"));
   EXPECT_NO_THROW(twintrue::cli::check_search_settings(idle, facts));
 }

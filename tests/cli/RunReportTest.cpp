@@ -5,6 +5,9 @@
 
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <numbers>
+
+#include "apps/cli/RunTrace.h"
 
 namespace twintrue::cli {
 namespace {
@@ -37,6 +40,25 @@ TEST(RunReport, TellsWhatThereWasTooLittleOf) {
   }
 }
 
+// They come from the run itself.
+TEST(RunTrace, KeepsWhatTheRunCounts) {
+  StepLog silent(false);
+  RunTrace trace(silent);
+  trace.on_keypoints(true, 90, true);
+  trace.on_keypoints(false, 79, true);
+  EXPECT_EQ(trace.counts().left_half_keypoints, 90);
+  EXPECT_EQ(trace.counts().right_half_keypoints, 79);
+  EXPECT_EQ(trace.counts().few, RunCounts::Few::kNone);
+  trace.on_records(5, false);
+  EXPECT_EQ(trace.counts().records, 5);
+  EXPECT_EQ(trace.counts().few, RunCounts::Few::kRecords);
+  EXPECT_EQ(trace.counts().accepted, std::nullopt);
+  RunTrace other(silent);
+  other.on_keypoints(true, 90, true);
+  other.on_keypoints(false, 7, false);
+  EXPECT_EQ(other.counts().few, RunCounts::Few::kRightHalf);
+}
+
 // A perfect fit has an infinite quality. It passes, and JSON, which has no infinity, holds null.
 TEST(RunReport, TakesAnInfiniteQualityAsPassed) {
   RunReport report = report_of(TWINTRUE_CALIBRATED);
@@ -50,6 +72,127 @@ TEST(RunReport, TakesAnInfiniteQualityAsPassed) {
   EXPECT_EQ(measures.at("quality").at("passed"), true);
   EXPECT_EQ(measures.at("detection_ratio").at("passed"), true);  // at least: the threshold itself is enough
   EXPECT_EQ(measures.at("error16").at("below"), 3.0);
+}
+
+// No two of the numbers are alike, so each has to come from its own place.
+RunReport report_of_many_numbers() {
+  RunReport report = report_of(TWINTRUE_CALIBRATED);
+  report.frame_path = "frame.png";
+  report.frame_width = 2048;
+  report.frame_height = 1024;
+  report.lens_path = "maker.lens";
+  report.settings_name = "mine.yaml";
+  report.notes = {"A note on the frame."};
+  report.counts = {RunCounts::Few::kNone, 501, 502, 503, 504, 505};
+  const double degree = std::numbers::pi / 180.0;
+  report.result = {0.11 * degree, 0.12 * degree, 0.13 * degree, 1.4,  1.5,  0.21 * degree, 0.22 * degree,
+                   0.23 * degree, 2.4,           2.5,           99.0, 0.06, 0.41,          3.0};
+  Evidence evidence;
+  evidence.matches = 505;
+  evidence.within = {0.91, 0.97, 0.98};
+  evidence.before = 0.31;
+  evidence.noise = 0.32;
+  evidence.unmoved = 0.033;
+  evidence.behind = 0.034;
+  evidence.exchanged = 0.035;
+  evidence.parallax_spread = 36.0;
+  evidence.coverage = 0.37;
+  evidence.systematic = 0.038;
+  for (std::size_t i = 0; i < 3; ++i) evidence.rings[i] = {601 + static_cast<int>(i), 0.61, 0.62};
+  for (std::size_t i = 0; i < 4; ++i) evidence.quadrants[i] = {701 + static_cast<int>(i), 0.71, 0.72};
+  evidence.fit.difference_sd = {0.001 * degree, 0.002 * degree, 0.003 * degree, 0.004, 0.005};
+  evidence.fit.common_sd = {0.006 * degree, 0.007 * degree, 0.008 * degree, 0.009, 0.01};
+  evidence.fit.expected_error = 0.041;
+  evidence.fit.gap = 0.042;
+  evidence.left_at_limit = {"roll"};
+  report.evidence = evidence;
+  return report;
+}
+
+TEST(RunReport, TableShowsEachNumberInItsPlace) {
+  EXPECT_EQ(format_table(report_of_many_numbers()), R"(frame     frame.png (2048 x 1024)
+lens      maker.lens
+settings  mine.yaml
+note      A note on the frame.
+
+correction            right eye          left eye     difference +-    in common +-
+  pan               +0.1100 deg       +0.2100 deg         0.001 deg       0.006 deg
+  tilt              +0.1200 deg       +0.2200 deg         0.002 deg       0.007 deg
+  roll              +0.1300 deg       +0.2300 deg         0.003 deg       0.008 deg
+  offset x           +1.400 px         +2.400 px          0.004 px        0.009 px
+  offset y           +1.500 px         +2.500 px          0.005 px         0.01 px
+  +-: how well the frame fixes the right eye against the left one, and what both have in common
+
+measure                   found   wanted            test
+  detection ratio          0.41   at least 0.4      ok
+  quality                  0.06   at least 0.05     ok
+  error16                  3 px   below 3 px        FAILED
+  score                      99   no threshold
+
+verdict   calibrated, but ...
+  - What turns or moves both eyes alike ended at the limit of the search (roll). Trust
+    the right eye against the left one only, or take a frame with more texture and
+    depth.
+
+Calibrated, with the reservations above. Give -o OUT_LENS to have the corrected lens
+file written.
+)");
+}
+
+TEST(RunReport, JsonHoldsEachNumberInItsPlace) {
+  const auto json = nlohmann::json::parse(format_json(report_of_many_numbers()));
+  const auto expect_near = [](const nlohmann::json& of, const nlohmann::json& values) {
+    for (const auto& [key, value] : values.items()) {
+      EXPECT_NEAR(of.at(key).get<double>(), value.get<double>(), 1e-12) << key;
+    }
+  };
+  expect_near(json.at("corrections").at("right_eye"), {{"pan_deg", 0.11},
+                                                       {"tilt_deg", 0.12},
+                                                       {"roll_deg", 0.13},
+                                                       {"offset_x_px", 1.4},
+                                                       {"offset_y_px", 1.5}});
+  expect_near(json.at("corrections").at("left_eye"), {{"pan_deg", 0.21},
+                                                      {"tilt_deg", 0.22},
+                                                      {"roll_deg", 0.23},
+                                                      {"offset_x_px", 2.4},
+                                                      {"offset_y_px", 2.5}});
+  const auto& evidence = json.at("verdict").at("evidence");
+  expect_near(evidence, {{"matches", 505},
+                         {"noise_px", 0.32},
+                         {"systematic_px", 0.038},
+                         {"coverage", 0.37},
+                         {"unmoved_share", 0.033},
+                         {"behind_share", 0.034},
+                         {"exchanged_share", 0.035},
+                         {"parallax_spread_px", 36},
+                         {"expected_error_px", 0.041},
+                         {"search_gap_px", 0.042}});
+  expect_near(
+      evidence.at("fitting_share"),
+      {{"within_1_px", 0.91}, {"within_2_px", 0.97}, {"within_4_px", 0.98}, {"within_2_px_before", 0.31}});
+  expect_near(evidence.at("difference_deviation"), {{"pan_deg", 0.001},
+                                                    {"tilt_deg", 0.002},
+                                                    {"roll_deg", 0.003},
+                                                    {"offset_x_px", 0.004},
+                                                    {"offset_y_px", 0.005}});
+  expect_near(evidence.at("common_deviation"), {{"pan_deg", 0.006},
+                                                {"tilt_deg", 0.007},
+                                                {"roll_deg", 0.008},
+                                                {"offset_x_px", 0.009},
+                                                {"offset_y_px", 0.01}});
+  ASSERT_EQ(evidence.at("rings").size(), 3u);
+  expect_near(evidence.at("rings").at(2), {{"matches", 603}, {"fitting_share", 0.61}, {"bias_px", 0.62}});
+  ASSERT_EQ(evidence.at("quadrants").size(), 4u);
+  expect_near(evidence.at("quadrants").at(3), {{"matches", 704}, {"fitting_share", 0.71}, {"bias_px", 0.72}});
+  EXPECT_EQ(evidence.at("at_limit"), nlohmann::json::parse(R"({"right_eye": [], "left_eye": ["roll"]})"));
+  EXPECT_EQ(json.at("counts"),
+            nlohmann::json::parse(R"({"left_half_keypoints": 501, "right_half_keypoints": 502,
+                                  "matches": 503, "accepted": 504, "searched": 505})"));
+  EXPECT_EQ(json.at("measures").at("quality"),
+            nlohmann::json::parse(R"({"value": 0.06, "at_least": 0.05, "passed": true})"));
+  EXPECT_EQ(json.at("measures").at("error16"),
+            nlohmann::json::parse(R"({"value": 3.0, "below": 3.0, "passed": false})"));
+  EXPECT_EQ(json.at("notes"), nlohmann::json({"A note on the frame."}));
 }
 
 // A result that calib() passes and the matches do not.
@@ -76,6 +219,7 @@ TEST(RunReport, EndsWithTheVerdictOfTheMatches) {
   EXPECT_EQ(exit_code_of(report), ExitCode::kQualityFailed);
   const std::string bad = format_table(report);
   EXPECT_THAT(bad, HasSubstr("verdict   not calibrated\n"));
+  EXPECT_THAT(bad, HasSubstr("  - Only 60 % of the matches fit"));
   EXPECT_THAT(bad, HasSubstr("off by 3.00 pixels"));
   EXPECT_THAT(bad, HasSubstr("do not rely on it"));
   const auto json = nlohmann::json::parse(format_json(report));

@@ -196,6 +196,7 @@ TEST(InspectLens, TellsUnusableInputByTheExitCode) {
       {{"write", no_lens, out, "--pose", zeros}, 4},
       {{"ray", lens, "--eye", "middle", "1", "1"}, 2},
       {{"ray", lens, "--eye", "left", "1", "1x"}, 2},
+      {{"ray", lens, "--eye", "left", "1", "+-1"}, 2},
       {{"ray", lens, "--eye", "left", "1"}, 2},
       {{"write", lens, out, "--pose", zeros + ",0"}, 2},
       {{"write", lens, out, "--pose", "0,0,0,0,0,0,0,0,,0"}, 2},

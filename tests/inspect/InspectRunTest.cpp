@@ -90,6 +90,11 @@ TEST(InspectRun, FeaturesAreTheLiveRecordsInOrder) {
   }
 }
 
+TEST(InspectRun, TakesPresetsByTheirNames) {
+  const std::string text = inspect_text(on_example("features", {"--side", "left", "--preset", "fast"}));
+  EXPECT_EQ(parse_csv(text).facts.at("capacity"), 4);
+}
+
 TEST(InspectRun, MatchesAreAllRecordsWithEachColumnInItsPlace) {
   EXPECT_EQ(matches().header,
             "x_a,y_a,x_b,y_b,prev_dx,prev_dy,octave_a,octave_b,response_a,response_b,dist_ratio,prev_state,"
@@ -254,6 +259,7 @@ TEST(InspectRun, MatchesOfAFileTakeThePlaceOfTheFrame) {
       {"x_a,y_a,x_b,y_b,rank,accepted\n1,2,3,4,0\n", ":2"},
       {"# note\nx_a,y_a,x_b,y_b,rank,accepted\n1,2,3,nan,0,1\n", ":3"},
       {"x_a,y_a,x_b,y_b,rank,accepted\n1,2,3,4,0.5,1\n", "rank"},
+      {"x_a,y_a,x_b,y_b,rank,accepted\n1,2,3,4,0,1,9\n", "7 fields"},
       {"# note\n", "header"},
   };
   for (const auto& [csv, word] : bad) {

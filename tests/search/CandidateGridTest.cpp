@@ -80,10 +80,12 @@ TEST(CandidateGrid, ListsWhatNestedSweepsList) {
     for (EyeSweep* sweep : {&right, &left}) {
       for (SweepRange* range :
            {&sweep->offset_x, &sweep->offset_y, &sweep->pan, &sweep->tilt, &sweep->roll}) {
-        if (in_a_plane && (sweep == &left || (range != &sweep->pan && range != &sweep->tilt))) continue;
-        range->div = product > 60 ? 1
-                     : in_a_plane ? 2 + static_cast<int>(engine() % 7)
-                                  : 1 + static_cast<int>(unit(engine) * 3.5);
+        if (in_a_plane) {
+          if (sweep == &right && (range == &right.pan || range == &right.tilt))
+            *range = {-0.002, 0.002, 4 + static_cast<int>(engine() % 7), 0};
+          continue;
+        }
+        range->div = product > 60 ? 1 : 1 + static_cast<int>(unit(engine) * 3.5);
         if (unit(engine) < 0.01) range->div = 0;
         product *= std::max(range->div, 1);
         range->max = width() * (unit(engine) < 0.1 ? -1 : 1);
@@ -91,11 +93,15 @@ TEST(CandidateGrid, ListsWhatNestedSweepsList) {
       }
     }
     left.mode = unit(engine) < 0.3 ? 1 : 0;
-    PoseLimits limits{0.05, 0.0015, 0.0008, 0.003};
+    PoseLimits limits{0.05, in_a_plane ? 1.0 : 0.0015, 0.0008, 0.003};
     Seeds seeds;
     for (PoseCandidate& seed : seeds) {
       for (double CalibResult::*field : kPoseFields) {
-        if (in_a_plane && field != &CalibResult::right_pan && field != &CalibResult::right_tilt) continue;
+        if (in_a_plane) {
+          if (field == &CalibResult::right_pan || field == &CalibResult::right_tilt)
+            seed.*field = 0.004 * (unit(engine) - 0.5);
+          continue;
+        }
         const double drawn = unit(engine);
         seed.*field = drawn < 0.5 ? 0.0 : width() * (drawn < 0.7 ? 1.0 : unit(engine) - 0.5);
       }

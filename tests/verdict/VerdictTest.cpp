@@ -289,6 +289,32 @@ TEST(Verdict, TellsOfUnequalScalesWhereTheyMatter) {
   EXPECT_EQ(judge_evidence(evidence).outcome, Verdict::Outcome::kCalibrated);
 }
 
+// What fits as it is has its halves in place, and one picture twice is its own exchange.
+TEST(Verdict, TakesHalvesForExchangedByMostMatches) {
+  struct Share {
+    double exchanged;
+    double fitting;
+    double behind;
+    double unmoved;
+    bool told;
+  };
+  for (const Share& share : {Share{0.6, 0.2, 0.0, 0.0, true},
+                             {0.4, 0.2, 0.0, 0.0, false},
+                             {0.6, 0.9, 0.0, 0.0, false},
+                             {0.6, 0.9, 0.9, 0.0, true},
+                             {0.6, 0.2, 0.0, 1.0, false}}) {
+    Evidence evidence;
+    evidence.exchanged = share.exchanged;
+    evidence.within[1] = share.fitting;
+    evidence.behind = share.behind;
+    evidence.unmoved = share.unmoved;
+    evidence.parallax_spread = 10.0;
+    const Verdict verdict = judge_evidence(evidence);
+    EXPECT_EQ(!verdict.reasons.empty() && verdict.reasons[0].key == kExchangedHalves, share.told)
+        << share.exchanged << " " << share.fitting << " " << share.behind << " " << share.unmoved;
+  }
+}
+
 TEST(Verdict, TellsAResultAtTheLimitOfTheSearch) {
   for (const bool of_right_eye : {true, false}) {
     CalibResult pose{};

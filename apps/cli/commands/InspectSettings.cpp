@@ -207,8 +207,6 @@ std::optional<std::int32_t> set_up(fpu::FeatureUnit& unit, const SettingsArgumen
     unit.frameHeight = arguments.height;
     unit.opened = true;
     return unit.init();
-  } catch (const Yaml::Exception& error) {
-    if (source.is_file()) say_error(error);  // the library drops what is wrong with a text
   } catch (const std::exception& error) {
     say_error(error);
   }
