@@ -133,6 +133,10 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
   command.app
       ->add_option("--json", arguments.json, "Write the result as JSON to this file (-: standard output)")
       ->type_name("FILE");
+  command.app->add_flag(
+      "--no-settle", arguments.no_settle,
+      "Write the search's own pose: no fit to its matches behind it, and nothing kept as the lens "
+      "file has it");
   add_threads(*command.app, arguments.threads);
   command.app->add_flag("-v,--verbose", arguments.verbose,
                         "Tell every step and the library's messages on standard error");

@@ -104,6 +104,8 @@ std::string fixed_to(double deviation, double prior, bool is_angle) {
   return fmt::format("{:.2g} px ", deviation);
 }
 
+constexpr const char* kKept = "kept";
+
 std::string corrections_table(const RunReport& report) {
   struct Row {
     const char* label;
@@ -111,7 +113,7 @@ std::string corrections_table(const RunReport& report) {
     double left_eye;
     bool is_angle;
   };
-  const CalibResult& r = report.result;
+  const CalibResult& r = report.pose();
   const std::array<Row, 5> rows{{{"pan", r.right_pan, r.left_pan, true},
                                  {"tilt", r.right_tilt, r.left_tilt, true},
                                  {"roll", r.right_roll, r.left_roll, true},
@@ -132,9 +134,10 @@ std::string corrections_table(const RunReport& report) {
       const PoseFit& fit = report.evidence->fit;
       const double prior = prior_of(i, report.frame_width);
       // Two eyes whose values are known that well each: their difference and their mean.
-      const std::string difference =
-          fixed_to(fit.difference_sd[i], prior * std::numbers::sqrt2, row.is_angle);
-      const std::string common = fixed_to(fit.common_sd[i], prior / std::numbers::sqrt2, row.is_angle);
+      std::string difference = fixed_to(fit.difference_sd[i], prior * std::numbers::sqrt2, row.is_angle);
+      std::string common = fixed_to(fit.common_sd[i], prior / std::numbers::sqrt2, row.is_angle);
+      if (report.settled && report.settled->difference_kept[i]) difference = kKept;
+      if (report.settled && report.settled->common_kept[i]) common = kKept;
       out += fmt::format("{:>18}{:>16}", difference, common);
     }
     out.erase(out.find_last_not_of(' ') + 1);
@@ -142,7 +145,11 @@ std::string corrections_table(const RunReport& report) {
   }
   if (report.evidence) {
     out +=
-        "  +-: how well the frame fixes the right eye against the left one, and what both have in common\n";
+        "  +-: one standard deviation, of the right eye against the left one and of what both have in "
+        "common\n";
+    if (out.find(kKept) != std::string::npos) {
+      out += "  kept: the frame hardly tells, so it stays as the lens file has it\n";
+    }
   }
   return out;
 }

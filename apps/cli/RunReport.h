@@ -12,6 +12,7 @@
 #include "apps/cli/checks/SettingsCheck.h"
 #include "twintrue/calib.h"
 #include "verdict/Evidence.h"
+#include "verdict/Settle.h"
 #include "verdict/Verdict.h"
 
 namespace twintrue::cli {
@@ -38,7 +39,10 @@ struct RunReport {
   SettingsFacts settings;
 
   std::int32_t status = 0;  // of calib()
-  CalibResult result{};
+  CalibResult result{};     // as the search left it
+  // What is written in the place of the search's pose: with what the frame leaves open as the lens file has
+  // it. Nothing if it was not asked for.
+  std::optional<Settled> settled;
   RunCounts counts;
   std::optional<Evidence> evidence;     // of a search that ended
   std::optional<std::string> out_lens;  // the corrected file, if one was written
@@ -47,6 +51,8 @@ struct RunReport {
 
   // Whether there is a pose: without a search the result holds zeros.
   bool has_pose() const;
+  // The corrections: those that are written.
+  const CalibResult& pose() const { return settled ? settled->pose : result; }
 };
 
 // One number of the result beside what it has to reach.

@@ -141,6 +141,27 @@ std::string dump(const Json& json) {
   return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
+// The search's own pose beside what is written, and which values were kept; null if nothing was settled.
+Json settled_json(const RunReport& report) {
+  if (!report.settled) return nullptr;
+  constexpr std::array<const char*, 5> kNames{"pan", "tilt", "roll", "offset_x", "offset_y"};
+  const Settled& settled = *report.settled;
+  const CalibResult& r = report.result;
+  Json json;
+  json["moved"] = settled.moved;
+  json["search_right_eye"] =
+      eye(report.has_pose(), r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y);
+  json["search_left_eye"] =
+      eye(report.has_pose(), r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
+  json["difference_kept"] = Json::array();
+  json["common_kept"] = Json::array();
+  for (std::size_t i = 0; i < kNames.size(); ++i) {
+    if (settled.difference_kept[i]) json["difference_kept"].push_back(kNames[i]);
+    if (settled.common_kept[i]) json["common_kept"].push_back(kNames[i]);
+  }
+  return json;
+}
+
 }  // namespace
 
 std::string format_json(const RunReport& report) {
@@ -153,11 +174,12 @@ std::string format_json(const RunReport& report) {
   json["settings"] = report.settings_name;
   json["ignore_thresholds"] = report.ignore_thresholds;
   json["notes"] = report.notes;
-  const CalibResult& r = report.result;
+  const CalibResult& r = report.pose();
   json["corrections"]["right_eye"] =
       eye(report.has_pose(), r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y);
   json["corrections"]["left_eye"] =
       eye(report.has_pose(), r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
+  json["settled"] = settled_json(report);
   for (const Measure& each : measures_of(report)) json["measures"][each.key] = measure(each);
   json["verdict"] = verdict_json(report);
   json["counts"] = counts_json(report.counts);

@@ -44,7 +44,12 @@ void RunTrace::on_final(std::int32_t retry, double score, const MatchScoreSums& 
 void RunTrace::on_searched(const CalibContext& context, const RigState& rig,
                            const std::vector<RayMatch>& matches, const CalibResult& result) {
   counts_.searched = static_cast<std::int32_t>(matches.size());
-  evidence_ = gather_evidence(context, rig, matches, result);
+  if (settles_) {
+    settled_ = settle_pose(rig, matches, result);
+    evidence_ = gather_evidence(context, rig, matches, *settled_);
+  } else {
+    evidence_ = gather_evidence(context, rig, matches, result);
+  }
   log_.tell(fmt::format("matches that the search had: {}; looked at for the verdict", matches.size()));
 }
 

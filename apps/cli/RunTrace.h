@@ -11,6 +11,7 @@
 #include "apps/cli/RunReport.h"
 #include "search/PoseSearch.h"
 #include "verdict/Evidence.h"
+#include "verdict/Settle.h"
 
 namespace twintrue::cli {
 
@@ -29,7 +30,8 @@ class StepLog {
 // Keeps the counts of a run and what its matches say, and tells each step.
 class RunTrace final : public RunObserver, private SearchObserver {
  public:
-  explicit RunTrace(StepLog& log) : log_(log) {}
+  // `settles`: whether the pose of the search is settled before it is judged.
+  RunTrace(StepLog& log, bool settles) : log_(log), settles_(settles) {}
 
   void on_keypoints(bool left_half, std::int32_t count, bool enough) override;
   void on_records(std::int32_t count, bool enough) override;
@@ -40,6 +42,7 @@ class RunTrace final : public RunObserver, private SearchObserver {
 
   const RunCounts& counts() const { return counts_; }
   std::optional<Evidence> take_evidence() { return std::move(evidence_); }
+  const std::optional<Settled>& settled() const { return settled_; }
 
  private:
   void on_level(std::int32_t retry, std::int32_t level, bool skipped, std::int64_t candidates,
@@ -47,8 +50,10 @@ class RunTrace final : public RunObserver, private SearchObserver {
   void on_final(std::int32_t retry, double score, const MatchScoreSums& sums) override;
 
   StepLog& log_;
+  bool settles_;
   RunCounts counts_;
   std::optional<Evidence> evidence_;
+  std::optional<Settled> settled_;
 };
 
 }  // namespace twintrue::cli

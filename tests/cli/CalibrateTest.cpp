@@ -97,7 +97,7 @@ TEST(Calibrate, GivesWhatTheLibraryGives) {
   const std::string json_path = dir.file("result.json");
   const Outcome outcome =
       run_program({"calibrate", cli_test::example("frame.jpg"), "--lens", lens, "--params", params, "-o",
-                   dir.file("program.lens"), "--json", json_path});
+                   dir.file("program.lens"), "--json", json_path, "--no-settle"});
   const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
 
   const twintrue::cli::Frame frame = twintrue::cli::read_frame(cli_test::example("frame.jpg"));

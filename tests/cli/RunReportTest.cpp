@@ -43,7 +43,7 @@ TEST(RunReport, TellsWhatThereWasTooLittleOf) {
 // They come from the run itself.
 TEST(RunTrace, KeepsWhatTheRunCounts) {
   StepLog silent(false);
-  RunTrace trace(silent);
+  RunTrace trace(silent, true);
   trace.on_keypoints(true, 90, true);
   trace.on_keypoints(false, 79, true);
   EXPECT_EQ(trace.counts().left_half_keypoints, 90);
@@ -53,7 +53,7 @@ TEST(RunTrace, KeepsWhatTheRunCounts) {
   EXPECT_EQ(trace.counts().records, 5);
   EXPECT_EQ(trace.counts().few, RunCounts::Few::kRecords);
   EXPECT_EQ(trace.counts().accepted, std::nullopt);
-  RunTrace other(silent);
+  RunTrace other(silent, true);
   other.on_keypoints(true, 90, true);
   other.on_keypoints(false, 7, false);
   EXPECT_EQ(other.counts().few, RunCounts::Few::kRightHalf);
@@ -121,7 +121,7 @@ correction            right eye          left eye     difference +-    in common
   roll              +0.1300 deg       +0.2300 deg         0.003 deg       0.008 deg
   offset x           +1.400 px         +2.400 px          0.004 px        0.009 px
   offset y           +1.500 px         +2.500 px          0.005 px         0.01 px
-  +-: how well the frame fixes the right eye against the left one, and what both have in common
+  +-: one standard deviation, of the right eye against the left one and of what both have in common
 
 measure                   found   wanted            test
   detection ratio          0.41   at least 0.4      ok
@@ -137,6 +137,36 @@ verdict   calibrated, but ...
 Calibrated, with the reservations above. Give -o OUT_LENS to have the corrected lens
 file written.
 )");
+}
+
+// What is written is the settled pose; the search's stands beside it in JSON alone.
+TEST(RunReport, TellsTheSettledPoseAndWhatWasKept) {
+  RunReport report = report_of_many_numbers();
+  EXPECT_TRUE(nlohmann::json::parse(format_json(report)).at("settled").is_null());
+  report.settled.emplace();
+  report.settled->moved = true;
+  report.settled->pose = report.result;
+  report.settled->pose.right_offset_x = 7.25;
+  report.settled->pose.left_offset_x = 8.25;
+  report.settled->common_kept[1] = true;
+  report.settled->difference_kept[3] = true;
+  const std::string table = format_table(report);
+  EXPECT_THAT(table,
+              testing::HasSubstr(
+                  "tilt              +0.1200 deg       +0.2200 deg         0.002 deg            kept\n"));
+  EXPECT_THAT(table,
+              testing::HasSubstr(
+                  "offset x           +7.250 px         +8.250 px               kept       0.009 px\n"));
+  EXPECT_THAT(table, testing::HasSubstr("kept: the frame hardly tells"));
+  const auto json = nlohmann::json::parse(format_json(report));
+  EXPECT_EQ(json.at("corrections").at("right_eye").at("offset_x_px"), 7.25);
+  EXPECT_EQ(json.at("corrections").at("left_eye").at("offset_x_px"), 8.25);
+  const auto& settled = json.at("settled");
+  EXPECT_EQ(settled.at("moved"), true);
+  EXPECT_EQ(settled.at("search_right_eye").at("offset_x_px"), 1.4);
+  EXPECT_EQ(settled.at("search_left_eye").at("offset_x_px"), 2.4);
+  EXPECT_EQ(settled.at("common_kept"), nlohmann::json({"tilt"}));
+  EXPECT_EQ(settled.at("difference_kept"), nlohmann::json({"offset_x"}));
 }
 
 TEST(RunReport, JsonHoldsEachNumberInItsPlace) {

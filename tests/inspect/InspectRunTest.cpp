@@ -191,8 +191,8 @@ TEST(InspectRun, SearchIsThatOfACalibration) {
                                                         example("nominal.lens"), "--preset", "fast"})
                                      .out);
   const Outcome outcome =
-      cli_test::run_program({"calibrate", example("frame.jpg"), "--lens", example("nominal.lens"), "--preset",
-                             "fast", "--json", path});
+      cli_test::run_program({"calibrate", "--no-settle", example("frame.jpg"), "--lens",
+                             example("nominal.lens"), "--preset", "fast", "--json", path});
   ASSERT_EQ(outcome.exit_code, 0);
   const Json run = Json::parse(read_file(path));
   const std::vector<double> pose = numbers(shown.at("result").at("pose"));

@@ -90,17 +90,20 @@ void run_calibration(const CalibrateArguments& arguments, const Frame& frame, co
     progress.emplace("calibrating");
     quiet.emplace(ChatterCapture::Streams::kOutput);
   }
-  RunTrace trace(log);
+  RunTrace trace(log, !arguments.no_settle);
   const auto start = std::chrono::steady_clock::now();
   const RunOptions options{.ignore_thresholds = arguments.ignore_thresholds,
                            .threads = arguments.threads,
                            .team_converts = true,
                            .observer = &trace};
-  report.status = twintrue::calibrate(&image, arguments.lens.c_str(), params.c_str(), out_lens.c_str(),
-                                      options, &report.result);
+  // The lens file is written here, since what is written may be another pose than the search's.
+  report.status =
+      twintrue::calibrate(&image, arguments.lens.c_str(), params.c_str(), "", options, &report.result);
   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   report.counts = trace.counts();
   report.evidence = trace.take_evidence();
+  report.settled = trace.settled();
+  if (!out_lens.empty() && report.evidence) write_corrected_lens(arguments.lens, report.pose(), out_lens);
 }
 
 RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {

@@ -15,7 +15,8 @@ struct CalibrateArguments {
   SettingsChoice settings;
   std::optional<std::string> out_lens;
   std::optional<std::string> json;  // "-": standard output
-  int threads = 0;                  // 1 to kMostThreads; 0: default_thread_count()
+  bool no_settle = false;
+  int threads = 0;  // 1 to kMostThreads; 0: default_thread_count()
   bool ignore_thresholds = false;
   bool verbose = false;
 };
