@@ -26,7 +26,7 @@ struct RobustPoseSettings {
   double prior_offset_share = 20.0 / 4096.0;  // of the frame's width
   int rings = 4;                              // of the field, whose pieces count as one thing each
   int sectors = 8;
-  bool common = true;
+  bool common = true;  // allow for errors that the matches of one patch of the field have in common
 };
 
 struct RobustPose {

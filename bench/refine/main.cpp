@@ -154,7 +154,7 @@ int main(int argc, char** argv) {
   CLI::App app("Accuracy of refining on frames of known truth");
   app.add_option("--params", options.params, "Parameter file")->required()->check(CLI::ExistingFile);
   app.add_option("folders", options.folders, "Folders with frame.png, nominal.lens, truth.lens")->required();
-  app.add_option("--repeats", options.repeats, "Timed runs; the shortest counts");
+  app.add_option("--repeats", options.repeats, "Timed runs; the least processor time counts");
   app.add_option("--common", options.settings.pose.common, "Common");
   app.add_option("--last-step", options.settings.patch.last_step, "Last step, pixels");
   app.add_option("--cells", options.settings.thinning.cell_share, "Cells");
