@@ -134,6 +134,12 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsUnderAnySettings) {
       matches[i].rank = static_cast<std::int32_t>(i / 20);
       // Where none counts, all candidates are alike.
       if (trial % 16 == 3) matches[i].x_a = -5000.0f;
+      if (rig.current.left.magnify_v > 0.0) continue;
+      // Turned round about the middles of both pictures.
+      matches[i].x_a = 998.0f - matches[i].x_a;
+      matches[i].x_b = 1050.0f - matches[i].x_b;
+      matches[i].y_a = 1024.0f - matches[i].y_a;
+      matches[i].y_b = 1024.0f - matches[i].y_b;
     }
     auto context = std::make_unique<CalibContext>();
     context->sigma[kRetry][kLevel] = below(6) == 0 ? 0.0 : 0.5 + 4.0 * unit();
@@ -143,7 +149,7 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsUnderAnySettings) {
     context->dir_bias = below(2) == 0 ? 0.0 : 2.0 * unit();
     context->use_mid_point[kRetry][kLevel] = below(2);
     context->skip_num_using_feat_mode = below(3);
-    context->num_of_using_feat[kRetry][kLevel] = below(120) - 2;
+    context->num_of_using_feat[kRetry][kLevel] = below(4) == 0 ? 0 : below(120) - 2;
     context->rank[kLevel] = below(7) - 1;
     context->score_tbl_coeff =
         below(8) == 0 ? static_cast<float>(below(2) - 1) : 0.5f + static_cast<float>(below(8));
