@@ -21,7 +21,7 @@ std::unique_ptr<CalibContext> still_search() {
 }
 
 TEST(Filtering, DropsCountsAndSorts) {
-  auto matches = make_matches(PoseCandidate(), {.count = 60});
+  auto matches = make_matches(PoseCandidate(), {.count = 300});
   for (std::size_t i = 0; i < matches.size(); ++i) matches[i].rank = static_cast<std::int32_t>(i % 13) - 1;
   for (std::size_t i = 0; i < matches.size(); i += 5) matches[i].accepted = -static_cast<std::int32_t>(i % 2);
   auto context = still_search();

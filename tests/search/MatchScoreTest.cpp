@@ -62,6 +62,28 @@ TEST(MatchScore, TheTruePoseExplainsEveryMatch) {
   EXPECT_LT(nominal.score_sum, 0.3 * static_cast<double>(matches.size()));
 }
 
+TEST(MatchScore, SumsTakeErrorsWithinFourAndSixteenPixels) {
+  const CalibContext context;
+  const RigState rig = nominal_rig();
+  const auto matches = make_matches(PoseCandidate(), {.noise_px = 4.0, .outliers = 0.2});
+  MatchScoreSums expected;
+  for (const RayMatch& match : matches) {
+    const MatchValue one = score_one_match(context, 0, rig, match, 1.0, 8, 0, 0);
+    if (one.value == kInvalid) continue;
+    const double pixels = std::sqrt(one.error);
+    expected.count4 += pixels < 4.0 ? 1 : 0;
+    expected.sum4 += pixels < 4.0 ? one.error : 0.0;
+    expected.count16 += pixels < 16.0 ? 1 : 0;
+    expected.sum16 += pixels < 16.0 ? one.error : 0.0;
+  }
+  const MatchScoreSums sums = score_matches(context, plain_pass(matches.size()), rig, matches);
+  ASSERT_GT(sums.count16, sums.count4 + 20);
+  EXPECT_EQ(sums.count4, expected.count4);
+  EXPECT_EQ(sums.count16, expected.count16);
+  EXPECT_DOUBLE_EQ(sums.sum4, expected.sum4);
+  EXPECT_DOUBLE_EQ(sums.sum16, expected.sum16);
+}
+
 TEST(MatchScore, TheMidPointIsTestedAWholeBaselineAside) {
   // The common point lies between the eyes and is shifted as if it were seen from the other eye, so each eye
   // is tested with a point that stands half a baseline too far out.

@@ -105,6 +105,7 @@ TEST(PoseSearch, KeepsTheBestRetryAndTheLaterOfEquals) {
   const RigState rig = nominal_rig();
   {
     auto context = repeated_search(1, 4);
+    context->knn.fill(3);
     PoseCandidate found;
     Recorder seen;
     pose_search(*context, rig, matches, found, &seen);
@@ -112,6 +113,7 @@ TEST(PoseSearch, KeepsTheBestRetryAndTheLaterOfEquals) {
     EXPECT_EQ(seen.finals[0], seen.finals[1]);
     EXPECT_EQ(found.best_retry, 1);
     EXPECT_EQ(seen.levels[0].candidates, 125);
+    EXPECT_EQ(seen.levels[4].candidates, 125) << "no seed is left of the retry before";
   }
   for (std::int32_t cont : {0, 1}) {
     auto context = repeated_search(2, 4);
@@ -227,7 +229,9 @@ TEST(PoseSearch, TheFinalPassHasSettingsOfItsOwn) {
     context->score_div_mode_last = 1;
     context->use_mid_point_last = 1;
     PoseCandidate found;
-    pose_search(*context, nominal_rig(), matches, found);
+    Recorder seen;
+    pose_search(*context, nominal_rig(), matches, found, &seen);
+    EXPECT_EQ(seen.finals[0], found.score);
 
     RigState rig = nominal_rig();
     rig_apply_pose(rig, found);
