@@ -1,6 +1,5 @@
+#include "base/ThreadTeam.h"
 #include "refine/Refine.h"
-
-#include <omp.h>
 
 #include <cmath>
 #include <cstring>
@@ -188,12 +187,12 @@ TEST(Refine, BrightnessAndContrastDoNotMatter) {
 
 TEST(Refine, SameBytesForEveryThreadCount) {
   const Shot& shot = good_shot();
-  const int before = omp_get_max_threads();
-  omp_set_num_threads(1);
-  const Refinement one = refine(shot.halves, shot.rig, shot.matches, near_truth());
-  omp_set_num_threads(5);
-  const Refinement five = refine(shot.halves, shot.rig, shot.matches, near_truth());
-  omp_set_num_threads(before);
+  const auto refined_by = [&shot](int threads) {
+    const ThreadTeam team(threads);
+    return refine(shot.halves, shot.rig, shot.matches, near_truth());
+  };
+  const Refinement one = refined_by(1);
+  const Refinement five = refined_by(5);
   EXPECT_EQ(std::memcmp(&one.pose, &five.pose, sizeof one.pose), 0);
   EXPECT_EQ(one.covariance, five.covariance);
   ASSERT_EQ(one.matches.size(), five.matches.size());
