@@ -97,7 +97,7 @@ void RobustFit::step(double scale, const FitNoise& noise) {
     error[m] = pair.across;
     weight[m] = robust_weight(pair.across, scale);
     field[m] = field_of(pair);
-    crowd[field[m]] += weight[m];
+    crowd[field[m]] += 1.0;
   }
   FitMatrix information = belief_;
   FitVector pull = belief_ * (centre_ - values_);
@@ -157,7 +157,7 @@ FitNoise noise_of(const PairView& view, std::span<const RayMatch> matches, const
   }
   FitNoise noise;
   noise.match = std::max(deviation_of_distances(distances), least.match);
-  noise.field = std::max(spread_of_fields(fields, noise.match), least.field);
+  noise.field = std::max(usual_bias(fields, noise.match), least.field);
   return noise;
 }
 

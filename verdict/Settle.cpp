@@ -1,5 +1,6 @@
 #include "verdict/Settle.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -8,6 +9,7 @@
 #include "verdict/Graphics.h"
 #include "verdict/PoseFit.h"
 #include "verdict/RobustFit.h"
+#include "verdict/Spread.h"
 
 namespace twintrue {
 namespace {
@@ -82,6 +84,21 @@ class Misfit {
   std::vector<double> weight_;
 };
 
+double fitting_share(const PairView& view, const std::vector<RayMatch>& matches) {
+  const auto fitting = std::count_if(matches.begin(), matches.end(), [&view](const RayMatch& match) {
+    const RayPair pair = view.look(match);
+    return pair.seen && std::abs(pair.across) < kFitting;
+  });
+  return static_cast<double>(fitting) / static_cast<double>(std::max<std::size_t>(matches.size(), 1));
+}
+
+// The scales of the steps. Where most matches fit already the others are wrong, or lie on what moved, and a
+// loose step would let them pull; elsewhere the search stopped on its way.
+std::array<double, 5> scales_from(double fitting) {
+  if (fitting > 0.5) return {kScale, kScale, kScale, kScale, kScale};
+  return {4.0 * kScale, 2.0 * kScale, kScale, kScale, kScale};
+}
+
 // Whether the matches add next to nothing to what is believed of a value.
 bool is_kept(const RobustFit& fit, const Belief& belief, const FitVector& direction) {
   constexpr double kHardlyLess = 0.7;
@@ -113,13 +130,13 @@ Settled settle_pose(const RigState& rig, const std::vector<RayMatch>& matches, c
   const Misfit misfit(view, scene, noise);
   const FitVector start = fit_vector_of(result);
   const double most = misfit.of(start) + kSlack;
+  const std::array<double, 5> scales = scales_from(fitting_share(view, scene));
   // The lens file is believed less and less until the matches are no worse off.
   for (const double tightness : {1.0, 0.05}) {
-    constexpr std::array<double, 5> kScales{4.0 * kScale, 2.0 * kScale, kScale, kScale, kScale};
     const Belief belief = trust_in_lens_file(rig, tightness, fit_scale);
     RobustFit fit(rig, scene, belief, FitVector::Zero(), start);
     FitNoise now = noise;
-    for (const double scale : kScales) {
+    for (const double scale : scales) {
       fit.step(scale, now);
       view.put(pose_of(fit.values(), CalibResult{}), fit.values()[kScaleValue]);
       now = noise_of(view, scene, kLeastNoise);

@@ -26,4 +26,7 @@ double deviation_of_distances(std::vector<double>& distances);
 // Rms of the medians of fields with enough disparities, less what noise of that standard deviation explains.
 double spread_of_fields(std::span<std::vector<double>, kFields> fields, double noise);
 
+// The same from the median of those medians: what is usual for a field, however far off some are.
+double usual_bias(std::span<std::vector<double>, kFields> fields, double noise);
+
 }  // namespace twintrue

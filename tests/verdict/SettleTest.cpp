@@ -117,6 +117,18 @@ TEST(Settle, FindsTheRatioOfTheEyesScales) {
   }
 }
 
+// Where the search chose the larger part of a scene that moved, a fit does not go half-way to the other.
+TEST(Settle, IsNotPulledByWhatMoved) {
+  CalibResult truth{};
+  truth.right_tilt = 0.4 * kDegree;
+  Matches matches = make_matches(truth, {.count = 3000, .noise_px = 0.3});
+  for (RayMatch& match : matches) {
+    if (std::hypot(match.x_a - 499.0f, match.y_a - 512.0f) < 230.0f) match.y_b += 4.0f;
+  }
+  const Settled settled = settle_pose(nominal_rig(), matches, truth);
+  EXPECT_NEAR(settled.pose.right_tilt - settled.pose.left_tilt, 0.4 * kDegree, 0.1 * kDegree);
+}
+
 TEST(Settle, KeepsTheLensFileWithoutMatches) {
   CalibResult found{};
   found.right_pan = 1.0;

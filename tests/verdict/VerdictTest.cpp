@@ -402,19 +402,37 @@ TEST(Evidence, LeavesTheRimOut) {
   Matches matches = good_matches();
   const Evidence without = evidence_of(matches, some_truth());
   constexpr int kCount = 500;
-  const double radius = 85.0 / 90.0 * testing_support::kScale;
+  constexpr double kAtRim = 85.0 / 90.0 * testing_support::kScale;
+  constexpr double kInside = 70.0 / 90.0 * testing_support::kScale;
   for (int i = 0; i < kCount; ++i) {
+    // In one eye is enough.
+    const double right = i % 2 == 0 ? kAtRim : kInside;
+    const double left = i % 3 == 0 || i % 2 != 0 ? kAtRim : kInside;
     RayMatch match;
-    match.x_a = static_cast<float>(kFrameWidth / 2 - testing_support::kCircleX + radius * std::cos(i));
-    match.y_a = static_cast<float>(512.0 + radius * std::sin(i));
-    match.x_b = static_cast<float>(testing_support::kCircleX + radius * std::cos(i));
-    match.y_b = match.y_a + 9.0f;
+    match.x_a = static_cast<float>(kFrameWidth / 2 - testing_support::kCircleX + right * std::cos(i));
+    match.y_a = static_cast<float>(512.0 + right * std::sin(i));
+    match.x_b = static_cast<float>(testing_support::kCircleX + left * std::cos(i));
+    match.y_b = static_cast<float>(521.0 + left * std::sin(i));
     matches.push_back(match);
   }
   const Evidence with = evidence_of(matches, some_truth());
   EXPECT_EQ(with.at_rim, kCount);
   EXPECT_EQ(with.within, without.within);
   EXPECT_EQ(with.fit.gap, without.fit.gap);
+}
+
+// A view takes a ratio of scales as a rig does that has it put in.
+TEST(PairView, PutsTheScalesIn) {
+  const RigState rig = nominal_rig();
+  PairView view(rig);
+  view.put(some_truth(), std::log(1.01));
+  PairView changed(with_scale_ratio(rig, 1.01));
+  changed.put(some_truth());
+  const RayMatch match = good_matches()[7];
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_NEAR(view.right_ray(match)[i], changed.right_ray(match)[i], 1e-12);
+    EXPECT_NEAR(view.left_ray(match)[i], changed.left_ray(match)[i], 1e-12);
+  }
 }
 
 // A caption of 40 letters at the same place of both halves.
