@@ -10,7 +10,7 @@ endif()
 if(TWINTRUE_SANITIZE)
   target_compile_options(twintrue_flags INTERFACE -fsanitize=${TWINTRUE_SANITIZE} -fno-omit-frame-pointer
                          -fno-sanitize-recover=all)
-  target_compile_definitions(twintrue_flags INTERFACE _GLIBCXX_ASSERTIONS TWINTRUE_CHECKED_MEMORY)
+  target_compile_definitions(twintrue_flags INTERFACE _GLIBCXX_ASSERTIONS)
   target_link_options(twintrue_flags INTERFACE -fsanitize=${TWINTRUE_SANITIZE})
 endif()
 

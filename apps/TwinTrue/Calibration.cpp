@@ -13,14 +13,9 @@
 namespace twintrue {
 namespace {
 
-// What a run takes of the stack: a lens file or a parameter file nested as deep as its language allows needs
-// most of it. Hosts' worker threads often have less. A build that checks its own memory takes many times
-// that.
-#if defined(TWINTRUE_CHECKED_MEMORY)
-constexpr std::size_t kRunStack = std::size_t{64} << 20;
-#else
+// More than a run takes of the stack, in a build that checks its own memory as well. Hosts' worker threads
+// often have less.
 constexpr std::size_t kRunStack = std::size_t{4} << 20;
-#endif
 
 // Whether the record describes pixels that can be read: rows of three bytes a pixel that don't run into each
 // other. A frame without any pixel is readable, there is just nothing to see.
