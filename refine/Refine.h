@@ -36,7 +36,7 @@ struct RefineSettings {
 // Why a refined pose is not to be taken.
 enum class RefineRefusal {
   kNone,
-  kFewMatches,   // too few fit
+  kFewPatches,   // too few fit
   kFewConverge,  // too many patches come to no end
   kFewFit,       // too many contradict the pose
   kFewFields,    // they cover too little of the picture
@@ -44,7 +44,6 @@ enum class RefineRefusal {
   kMisfit,       // the search's own matches fit worse than under its pose
   kSystematic,   // whole parts of the picture are off: the frame is not as the lens file says
   kNoBetter,     // it foresees matches hardly better than the search's pose
-  kFar,          // too far from the search's pose to be believed
   kNoSolution,   // the equations have none
 };
 

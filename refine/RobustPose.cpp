@@ -45,10 +45,12 @@ class Fit {
   Fit(const RigState& rig, const CalibResult& start, std::vector<PosePair>& pairs,
       const RobustPoseSettings& settings)
       : rig_(rig), pairs_(pairs), settings_(settings), lines_(pairs.size()), pose_(start) {
-    for (std::size_t i = 0; i < kPoseValues; ++i) {
-      const double deviation =
-          is_offset(i) ? settings.prior_offset_share * rig.frame_width : settings.prior_angle;
-      prior_(static_cast<Eigen::Index>(i)) = 1.0 / (deviation * deviation);
+    for (std::size_t i = 0; i < settings.prior.difference.size(); ++i) {
+      const double unit = is_offset(i) ? rig.frame_width : 1.0;
+      const Vector right = Vector::Unit(static_cast<Eigen::Index>(i));
+      const Vector left = Vector::Unit(static_cast<Eigen::Index>(i + settings.prior.difference.size()));
+      believe(right - left, settings.prior.difference[i] * unit);
+      believe((right + left) / 2.0, settings.prior.common[i] * unit);
     }
     look();
   }
@@ -233,7 +235,7 @@ class Fit {
     Matrix covariance = held > 1 ? Matrix(sum * ((n - 1.0) / n)) : Matrix::Zero();
     // What was taken for granted beforehand errs as well: its share of the pose is not in the matches.
     const Matrix inverse = information_.ldlt().solve(Matrix::Identity());
-    covariance += inverse * prior_.asDiagonal() * inverse;
+    covariance += inverse * prior_ * inverse;
     return covariance;
   }
 
@@ -333,12 +335,16 @@ class Fit {
   }
 
   void sum_up() {
-    information_ = prior_.asDiagonal();
+    information_ = prior_;
     const PoseVector values = vector_of(pose_);
-    pull_ = -prior_.cwiseProduct(Eigen::Map<const Vector>(values.data()));
+    pull_ = -prior_ * Eigen::Map<const Vector>(values.data());
     for (const Piece& piece : pieces()) {
       if (piece.weight > 0.0) add(piece, information_, pull_);
     }
+  }
+
+  void believe(const Vector& direction, double deviation) {
+    prior_ += direction * direction.transpose() / (deviation * deviation);
   }
 
   const RigState& rig_;
@@ -346,8 +352,8 @@ class Fit {
   const RobustPoseSettings& settings_;
   std::vector<Line> lines_;
   CalibResult pose_;
-  std::vector<double> rays_of_;  // the pose whose offsets the rays were taken with
-  Vector prior_;
+  std::vector<double> rays_of_;    // the pose whose offsets the rays were taken with
+  Matrix prior_ = Matrix::Zero();  // information about the lens file's values, which are all 0
   Matrix information_;
   Vector pull_;
   double common_ = 0.0;  // variance of what the matches of a patch have in common, squared pixels

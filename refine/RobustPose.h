@@ -21,10 +21,16 @@ struct PosePair {
   double deviation = 0.0;  // out: that the match counted with, pixels
 };
 
+// How well the lens file's values are believed: standard deviations of pan, tilt, roll (radians), offset x
+// and y (shares of the frame's width).
+struct PosePrior {
+  std::array<double, 5> difference{0.05, 0.05, 0.05, 28.0 / 4096.0, 28.0 / 4096.0};  // right less left
+  std::array<double, 5> common{0.025, 0.025, 0.025, 14.0 / 4096.0, 14.0 / 4096.0};   // mean of both eyes
+};
+
 struct RobustPoseSettings {
-  double prior_angle = 0.035;                 // radians; deviation of the lens file's values
-  double prior_offset_share = 20.0 / 4096.0;  // of the frame's width
-  int rings = 4;                              // of the field, whose pieces count as one thing each
+  PosePrior prior;
+  int rings = 4;  // of the field, whose pieces count as one thing each
   int sectors = 8;
   bool common = true;  // allow for errors that the matches of one patch of the field have in common
 };

@@ -209,18 +209,19 @@ Evidence gather_evidence(const CalibContext& context, const RigState& rig,
   evidence.right_at_limit = differences_at_limit(context, pose);
   evidence.left_at_limit = left_at_limit(context, pose);
   evidence.fit = fit_pose(rig, inside, pose);
+  evidence.change = field_difference(rig, CalibResult{}, pose);
   return evidence;
 }
 
 Evidence gather_evidence(const CalibContext& context, const RigState& rig,
-                         const std::vector<RayMatch>& matches, const Settled& settled) {
-  Evidence evidence =
-      gather_evidence(context, with_scale_ratio(rig, settled.scale_ratio), matches, settled.pose);
-  if (!settled.moved) return evidence;
-  evidence.settled = true;
+                         const std::vector<RayMatch>& matches, const Polished& polished) {
+  Evidence evidence = gather_evidence(context, with_shapes(rig, polished.shapes), matches, polished.pose);
+  if (!polished.settled.moved && !polished.refinement.taken) return evidence;
+  evidence.polished = true;
   evidence.left_at_limit.clear();
-  evidence.fit.difference_sd = settled.difference_sd;
-  evidence.fit.common_sd = settled.common_sd;
+  evidence.fit.difference_sd = polished.difference_sd;
+  evidence.fit.common_sd = polished.common_sd;
+  if (polished.refinement.taken) evidence.fit.expected_error = polished.refinement.expected_error;
   return evidence;
 }
 

@@ -11,8 +11,8 @@
 #include "search/CalibContext.h"
 #include "search/RayMatch.h"
 #include "twintrue/calib.h"
+#include "verdict/Polish.h"
 #include "verdict/PoseFit.h"
-#include "verdict/Settle.h"
 #include "verdict/Spread.h"
 
 namespace twintrue {
@@ -42,8 +42,10 @@ struct Evidence {
   double coverage = 0.0;                  // share of the picture's fields that hold fitting matches
   std::array<PartEvidence, 3> rings;      // from the middle outward, 30 degrees each
   std::array<PartEvidence, 4> quadrants;  // upper right, upper left, lower left, lower right
-  bool settled = false;                   // looked at under a settled pose and not under the search's
-  double systematic = 0.0;                // rms of the fields' biases, less what noise explains, pixels
+  bool polished = false;                  // looked at under a polished pose and not under the search's
+  double change =
+      0.0;  // rms disparity across over the field between the lens file's pose and this one, pixels
+  double systematic = 0.0;  // rms of the fields' biases, less what noise explains, pixels
   PoseFit fit;
   // Values that ended where the search could go no farther: in what tells the eyes apart, which is the right
   // one's to take, and of the left one, which moves only where both do.
@@ -55,9 +57,9 @@ struct Evidence {
 Evidence gather_evidence(const CalibContext& context, const RigState& rig,
                          const std::vector<RayMatch>& matches, const CalibResult& pose);
 
-// The same under the pose and the scales that are to be written. No limit of the search holds what both eyes
-// have in common there, and the deviations are those of the settled values.
+// The same under the pose and the shapes that are to be written. No limit of the search holds what both eyes
+// have in common there, and deviations and expected error are those of that pose.
 Evidence gather_evidence(const CalibContext& context, const RigState& rig,
-                         const std::vector<RayMatch>& matches, const Settled& settled);
+                         const std::vector<RayMatch>& matches, const Polished& polished);
 
 }  // namespace twintrue

@@ -21,22 +21,24 @@ double angle_between(const Vec3& a, const Vec3& b) { return std::atan2(length(cr
 // The direction in which an eye looks, in the rig's axes.
 Vec3 axis_of(const EyeModel& eye) { return {-eye.rotation_t[2], -eye.rotation_t[5], -eye.rotation_t[8]}; }
 
+// Puts a share of the shapes into an eye that stands in the lens file as `from`.
+void shape(EyeModel& eye, const EyeModel& from, const EyeShapes& shapes, double share) {
+  const double scale = std::exp(share * shapes.log_scale_ratio);
+  eye.magnify_v = from.magnify_v * scale;
+  eye.magnify_h = from.magnify_h * scale;
+  eye.shift_y = from.shift_y + share * shapes.shift_y;
+}
+
 }  // namespace
 
 double pixels_per_radian(const RigState& rig) { return rig.current.right.scale / kHalfPi; }
 
-PairView::PairView(const RigState& rig)
-    : rig_(rig),
-      magnify_{rig.current.right.magnify_v, rig.current.right.magnify_h, rig.current.left.magnify_v,
-               rig.current.left.magnify_h} {}
+PairView::PairView(const RigState& rig) : rig_(rig), right_(rig.current.right), left_(rig.current.left) {}
 
-void PairView::put(const CalibResult& pose, double log_scale_ratio) {
+void PairView::put(const CalibResult& pose, const EyeShapes& shapes) {
   rig_apply_pose(rig_, pose);
-  const double root = std::exp(log_scale_ratio / 2.0);
-  rig_.current.right.magnify_v = magnify_[0] * root;
-  rig_.current.right.magnify_h = magnify_[1] * root;
-  rig_.current.left.magnify_v = magnify_[2] / root;
-  rig_.current.left.magnify_h = magnify_[3] / root;
+  shape(rig_.current.right, right_, shapes, 0.5);
+  shape(rig_.current.left, left_, shapes, -0.5);
 }
 
 std::array<double, 3> PairView::right_ray(const RayMatch& match) const {
@@ -86,16 +88,11 @@ RayPair PairView::look(const RayMatch& match) const {
   return pair;
 }
 
-RigState with_scale_ratio(const RigState& rig, double ratio) {
+RigState with_shapes(const RigState& rig, const EyeShapes& shapes) {
   RigState changed = rig;
-  const double root = std::sqrt(ratio);
-  for (EyeModel* eye : {&changed.current.right, &changed.reference.right}) {
-    eye->magnify_v *= root;
-    eye->magnify_h *= root;
-  }
-  for (EyeModel* eye : {&changed.current.left, &changed.reference.left}) {
-    eye->magnify_v /= root;
-    eye->magnify_h /= root;
+  for (RigModel* model : {&changed.current, &changed.reference}) {
+    shape(model->right, model->right, shapes, 0.5);
+    shape(model->left, model->left, shapes, -0.5);
   }
   return changed;
 }

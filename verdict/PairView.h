@@ -32,15 +32,20 @@ struct RayPair {
 // rim lies what belongs to the lens, and its curve is known least there.
 inline constexpr double kRim = 80.0 / 90.0;
 
+// How the shapes of the eyes' pictures differ from what the lens file says, the right eye's less the left
+// one's; each eye takes half. No correction makes up for them, but a lens file can hold them.
+struct EyeShapes {
+  double log_scale_ratio = 0.0;  // logarithm of the ratio of scales: keys `..._magnify_v` and `..._magnify_h`
+  double shift_y = 0.0;          // decentring upward, of a ray's length at the axis: keys `..._shift_y`
+};
+
 // A rig under a pose, for looking at pairs.
 class PairView {
  public:
   // The rig is as read from the lens file.
   explicit PairView(const RigState& rig);
 
-  // `log_scale_ratio`: logarithm of the right eye's scale over the left one's, beside what the lens file says
-  // of both. Each eye takes half of it.
-  void put(const CalibResult& pose, double log_scale_ratio = 0.0);
+  void put(const CalibResult& pose, const EyeShapes& shapes = {});
 
   RayPair look(const RayMatch& match) const;
 
@@ -55,13 +60,14 @@ class PairView {
   std::array<double, 3> baseline() const;
 
   RigState rig_;
-  std::array<double, 4> magnify_;  // of the lens file: right v, h, left v, h
+  EyeModel right_;  // as in the lens file
+  EyeModel left_;
 };
 
-// `rig`, as read from a lens file, with the eyes' scales changed against each other: the right one's by the
-// root of `ratio`, the left one's by its inverse. So a lens file does that has the right eye's `magnify_v`
-// and `magnify_h` multiplied, and the left eye's divided by the root.
-RigState with_scale_ratio(const RigState& rig, double ratio);
+// `rig`, as read from a lens file, as if the file held these shapes as well: the right eye's `magnify_v` and
+// `magnify_h` multiplied by the root of the ratio and the left eye's divided by it, half of the shift added
+// to the right eye's `shift_y` and taken from the left eye's.
+RigState with_shapes(const RigState& rig, const EyeShapes& shapes);
 
 // Fields of the picture: rings of equal width in the angle off the axis, each cut into sectors.
 inline constexpr std::size_t kRings = 6;

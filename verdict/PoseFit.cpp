@@ -52,23 +52,24 @@ std::vector<RayMatch> plain_scene(const RigState& rig, const CalibResult& pose) 
 }
 
 // What lenses are off, each eye by itself.
-Belief usual_errors(const RigState& rig, double scale_deviation) {
+Belief usual_errors(const RigState& rig, const EyeShapes& shape_deviations) {
   constexpr int kAngles = 3;
   Belief belief;
   for (int i = 0; i < kPoseValues; ++i) {
     const bool is_angle = i % (kPoseValues / 2) < kAngles;
     belief.add(FitVector::Unit(i), is_angle ? kPriorAngle : kPriorOffsetShare * rig.frame_width);
   }
-  belief.add(FitVector::Unit(kScaleValue), scale_deviation);
+  belief.add(FitVector::Unit(kScaleValue), shape_deviations.log_scale_ratio);
+  belief.add(FitVector::Unit(kShiftValue), shape_deviations.shift_y);
   return belief;
 }
 
 RobustFit fitted(const RigState& rig, const std::vector<RayMatch>& matches, const CalibResult& pose,
-                 const FitNoise& noise, double scale_deviation) {
+                 const FitNoise& noise, const EyeShapes& shape_deviations) {
   // From loose to tight: first where most matches gather, then the place itself.
   constexpr std::array<double, 5> kScales{6.0, 3.0, 1.5, 1.5, 1.5};
   const FitVector start = fit_vector_of(pose);
-  RobustFit fit(rig, matches, usual_errors(rig, scale_deviation), start, start);
+  RobustFit fit(rig, matches, usual_errors(rig, shape_deviations), start, start);
   for (const double scale : kScales) fit.step(scale, noise);
   return fit;
 }
@@ -88,8 +89,8 @@ PoseFit fit_pose(const RigState& rig, const std::vector<RayMatch>& matches, cons
   PairView view(rig);
   view.put(pose);
   const FitNoise noise = noise_of(view, matches, kLeast);
-  RobustFit one_scale = fitted(rig, some, pose, noise, kNone);
-  const RobustFit fit = fitted(rig, some, pose, noise, kPriorScaleRatio);
+  RobustFit one_shape = fitted(rig, some, pose, noise, {kNone, kNone});
+  const RobustFit fit = fitted(rig, some, pose, noise, {kPriorScaleRatio, kPriorShift});
 
   PoseFit result;
   for (int i = 0; i < kPoseValues / 2; ++i) {
@@ -97,15 +98,16 @@ PoseFit fit_pose(const RigState& rig, const std::vector<RayMatch>& matches, cons
     result.difference_sd[value] = std::sqrt(fit.variance_along(difference_direction(i)));
     result.common_sd[value] = std::sqrt(fit.variance_along(common_direction(i)));
   }
-  result.scale_ratio = std::exp(fit.values()[kScaleValue]);
-  result.scale_ratio_sd = std::sqrt(fit.variance_along(FitVector::Unit(kScaleValue)));
+  result.shapes = shapes_of(fit.values());
+  result.shapes_sd = {std::sqrt(fit.variance_along(FitVector::Unit(kScaleValue))),
+                      std::sqrt(fit.variance_along(FitVector::Unit(kShiftValue)))};
 
-  const std::vector<FitVector> slopes = one_scale.slopes_of(plain_scene(rig, pose));
-  for (const FitVector& slope : slopes) result.expected_error += one_scale.variance_along(slope);
+  const std::vector<FitVector> slopes = one_shape.slopes_of(plain_scene(rig, pose));
+  for (const FitVector& slope : slopes) result.expected_error += one_shape.variance_along(slope);
   result.expected_error =
       std::sqrt(result.expected_error / static_cast<double>(std::max<std::size_t>(slopes.size(), 1)));
-  result.gap = rms_along(slopes, one_scale.values() - fit_vector_of(pose));
-  result.scale_error = rms_along(slopes, fit.values() - one_scale.values());
+  result.gap = rms_along(slopes, one_shape.values() - fit_vector_of(pose));
+  result.shape_error = rms_along(slopes, fit.values() - one_shape.values());
   return result;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 // What the matches themselves say about the ten values: where the best pose lies near a given one, how far
-// each value is fixed, and whether the two eyes are of one scale.
+// each value is fixed, and whether the two eyes' pictures are of one shape.
 
 #include <array>
 #include <vector>
@@ -9,6 +9,7 @@
 #include "lens/RigModel.h"
 #include "search/RayMatch.h"
 #include "twintrue/calib.h"
+#include "verdict/PairView.h"
 
 namespace twintrue {
 
@@ -21,12 +22,11 @@ struct PoseFit {
   // Over points all over the field, 0.5 to 3 m away: rms disparity across, in pixels, ...
   double expected_error = 0.0;  // ... that the errors of the matches leave in the pose
   double gap = 0.0;             // ... between the pose that was looked at and the best one near it
-  // The right eye's scale over the left one's, beside what the lens file says of both, and its standard
-  // deviation; found together with the pose. And the rms disparity across, as above, between the best rig of
-  // that ratio and the best one of the lens file's.
-  double scale_ratio = 1.0;
-  double scale_ratio_sd = 0.0;
-  double scale_error = 0.0;
+  // The shapes of the eyes' pictures, found together with the pose, and their standard deviations. And the
+  // rms disparity across, as above, between the best rig of these shapes and the best one of the lens file's.
+  EyeShapes shapes;
+  EyeShapes shapes_sd;
+  double shape_error = 0.0;
 };
 
 // What is known of a value before any match: about what a lens is off, so that a value counts as fixed if the
@@ -34,6 +34,7 @@ struct PoseFit {
 inline constexpr double kPriorAngle = 0.035;          // radians: 2 degrees
 inline constexpr double kPriorOffsetShare = 0.00122;  // of the frame's width: 10 pixels of 8192
 inline constexpr double kPriorScaleRatio = 0.005;     // eyes of one make differ by 0.0005 to 0.012
+inline constexpr double kPriorShift = 0.003;          // and by up to 0.004 in how far they are decentred
 
 // Fits near `pose`, matches that are far off counting little. Looks at some thousands of the matches, spread
 // over the list. A pure function.

@@ -6,8 +6,6 @@
 #include <cmath>
 #include <numbers>
 
-#include "verdict/Spread.h"
-
 namespace twintrue {
 namespace {
 
@@ -25,17 +23,18 @@ double step_of(int i) {
 }
 
 void put(PairView& view, const FitVector& values) {
-  view.put(pose_of(values, CalibResult{}), values[kScaleValue]);
+  view.put(pose_of(values, CalibResult{}), shapes_of(values));
 }
 
 }  // namespace
 
-FitVector fit_vector_of(const CalibResult& pose, double log_scale_ratio) {
-  FitVector values;
+FitVector fit_vector_of(const CalibResult& pose) {
+  FitVector values = FitVector::Zero();
   for (std::size_t i = 0; i < kPoseFields.size(); ++i) values[static_cast<int>(i)] = pose.*kPoseFields[i];
-  values[kScaleValue] = log_scale_ratio;
   return values;
 }
+
+EyeShapes shapes_of(const FitVector& values) { return {values[kScaleValue], values[kShiftValue]}; }
 
 CalibResult pose_of(const FitVector& values, const CalibResult& base) {
   CalibResult pose = base;
@@ -124,7 +123,7 @@ std::vector<FitVector> RobustFit::slopes_of(std::span<const RayMatch> matches) {
   std::vector<FitVector> slopes(count, FitVector::Zero());
   std::vector<bool> seen(count, true);
   for (int i = 0; i < kFitValues; ++i) {
-    const bool moves_right = i < kValuesOfAnEye || i == kScaleValue;
+    const bool moves_right = i < kValuesOfAnEye || i >= kPoseValues;
     const bool moves_left = i >= kValuesOfAnEye;
     const double h = step_of(i);
     for (const double side : {1.0, -1.0}) {
@@ -146,19 +145,37 @@ std::vector<FitVector> RobustFit::slopes_of(std::span<const RayMatch> matches) {
   return slopes;
 }
 
-FitNoise noise_of(const PairView& view, std::span<const RayMatch> matches, const FitNoise& least) {
-  std::array<std::vector<double>, kFields> fields;
-  std::vector<double> distances;
+namespace {
+
+using FieldErrors = std::array<std::vector<double>, kFields>;
+
+FieldErrors errors_by_field(const PairView& view, std::span<const RayMatch> matches) {
+  FieldErrors fields;
   for (const RayMatch& match : matches) {
     const RayPair pair = view.look(match);
     if (!pair.seen || pair.farther > kRim || std::abs(pair.across) >= kNearPixels) continue;
     fields[field_of(pair)].push_back(pair.across);
-    distances.push_back(std::abs(pair.across));
+  }
+  return fields;
+}
+
+}  // namespace
+
+FitNoise noise_of(const PairView& view, std::span<const RayMatch> matches, const FitNoise& least) {
+  FieldErrors fields = errors_by_field(view, matches);
+  std::vector<double> distances;
+  for (const std::vector<double>& field : fields) {
+    for (const double error : field) distances.push_back(std::abs(error));
   }
   FitNoise noise;
   noise.match = std::max(deviation_of_distances(distances), least.match);
   noise.field = std::max(usual_bias(fields, noise.match), least.field);
   return noise;
+}
+
+double rms_bias_of(const PairView& view, std::span<const RayMatch> matches, double match_noise) {
+  FieldErrors fields = errors_by_field(view, matches);
+  return spread_of_fields(fields, match_noise);
 }
 
 std::vector<RayMatch> some_of(const std::vector<RayMatch>& matches, std::size_t most) {

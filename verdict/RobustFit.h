@@ -1,6 +1,6 @@
 #pragma once
 
-// The pose, and the ratio of the eyes' scales, that matches ask for: Gauss-Newton steps in which wrong
+// The pose, and the shapes of the eyes' pictures, that matches ask for: Gauss-Newton steps in which wrong
 // matches count next to nothing and what is believed beforehand counts as it is stated.
 //
 // Matches within a field of the picture err together: they lie on the same things, and the lens's curve is
@@ -15,18 +15,22 @@
 #include "search/PoseCandidate.h"
 #include "search/RayMatch.h"
 #include "verdict/PairView.h"
+#include "verdict/Spread.h"
 
 namespace twintrue {
 
-// The ten values in the order of kPoseFields and the logarithm of the scale ratio; radians and pixels.
-inline constexpr int kFitValues = kPoseValues + 1;
+// The ten values in the order of kPoseFields, the logarithm of the scale ratio and the shift; radians and
+// pixels.
+inline constexpr int kFitValues = kPoseValues + 2;
 inline constexpr int kScaleValue = kPoseValues;
+inline constexpr int kShiftValue = kPoseValues + 1;
 using FitVector = Eigen::Matrix<double, kFitValues, 1>;
 using FitMatrix = Eigen::Matrix<double, kFitValues, kFitValues>;
 
-FitVector fit_vector_of(const CalibResult& pose, double log_scale_ratio = 0.0);
+FitVector fit_vector_of(const CalibResult& pose);  // with the lens file's shapes
 // The ten values; the other fields are those of `base`.
 CalibResult pose_of(const FitVector& values, const CalibResult& base);
+EyeShapes shapes_of(const FitVector& values);
 
 // Directions among the values: how the right eye differs from the left one in value 0 to 4 (pan, tilt, roll,
 // offset x, offset y), and what both have in common.
@@ -44,12 +48,6 @@ class Belief {
 
  private:
   FitMatrix information_ = FitMatrix::Zero();
-};
-
-// Standard deviations of disparities across, pixels.
-struct FitNoise {
-  double match = 0.0;  // of a match by itself
-  double field = 0.0;  // of what all matches of a field have in common
 };
 
 class RobustFit {
@@ -87,6 +85,10 @@ double robust_weight(double error, double scale);
 
 // Noise of matches as they lie under a pose. `least` is taken where less is found.
 FitNoise noise_of(const PairView& view, std::span<const RayMatch> matches, const FitNoise& least);
+
+// Rms over the fields of what their matches have in common, less what noise of that standard deviation
+// explains.
+double rms_bias_of(const PairView& view, std::span<const RayMatch> matches, double match_noise);
 
 // Every so manyth match, `most` or a few less.
 std::vector<RayMatch> some_of(const std::vector<RayMatch>& matches, std::size_t most);

@@ -14,19 +14,21 @@
 namespace twintrue {
 namespace {
 
-constexpr FitNoise kLeastNoise{0.3, 0.1};  // keypoints are whole pixels; a lens's curve is no better known
-constexpr double kScale = 1.5;             // pixels beyond which an error counts little
+constexpr double kScale = 1.5;  // pixels beyond which an error counts little
 
 // How well a lens file is believed, standard deviations. It may be far off in how the eyes stand to each
 // other, but what both have in common it knows: the eyes sit in one body. Where a real frame speaks of that
 // at all, other shots of the rig contradict it.
-Belief trust_in_lens_file(const RigState& rig, double tightness, bool fit_scale) {
+Belief trust_in_lens_file(const RigState& rig, double tightness, bool fit_shapes) {
   constexpr double kDegree = std::numbers::pi / 180.0;
   constexpr double kOffsetDifference = 0.001;  // of the frame's width: 8 pixels of 8192
-  constexpr double kCommonOffset = 0.00025;
+  const double common_offset = fit_shapes ? 0.0001 : 0.00025;
   constexpr std::array<double, 3> kAngleDifference{3.0 * kDegree, 3.0 * kDegree, 3.0 * kDegree};
-  // The common pan takes up what is wrong with the lens's curve.
+  // Where the shapes are not fitted what both have in common, the pan above all, takes up what is wrong with
+  // them.
   constexpr std::array<double, 3> kCommonAngle{3.0 * kDegree, 0.3 * kDegree, 0.3 * kDegree};
+  constexpr std::array<double, 3> kCommonAngleBesideShapes{0.3 * kDegree, 0.1 * kDegree, 0.1 * kDegree};
+  const std::array<double, 3>& common_angle = fit_shapes ? kCommonAngleBesideShapes : kCommonAngle;
   constexpr double kNone = 1e-9;
   Belief belief;
   for (int i = 0; i < 5; ++i) {
@@ -35,14 +37,15 @@ Belief trust_in_lens_file(const RigState& rig, double tightness, bool fit_scale)
     belief.add(difference_direction(i),
                (is_angle ? kAngleDifference[value] : kOffsetDifference * rig.frame_width) / tightness);
     belief.add(common_direction(i),
-               (is_angle ? kCommonAngle[value] : kCommonOffset * rig.frame_width) / tightness);
+               (is_angle ? common_angle[value] : common_offset * rig.frame_width) / tightness);
   }
-  belief.add(FitVector::Unit(kScaleValue), fit_scale ? kPriorScaleRatio : kNone);
+  belief.add(FitVector::Unit(kScaleValue), fit_shapes ? kPriorScaleRatio : kNone);
+  belief.add(FitVector::Unit(kShiftValue), fit_shapes ? kPriorShift : kNone);
   return belief;
 }
 
-// What the sum may be above the search's, whose own error is larger: two standard deviations of one value.
-constexpr double kSlack = 4.0;
+// What the sum may be above the search's: as much as ten values lie off their best fit by the matches' noise.
+constexpr double kSlack = 10.0;
 
 // How badly matches fit, as a sum of squares in standard deviations, wrong ones counting as kScale pixels.
 // Each field of the picture is weighed by the matches that lie in it under one rig, so that rigs can be
@@ -66,7 +69,7 @@ class Misfit {
   }
 
   double of(const FitVector& values) const {
-    view_.put(pose_of(values, CalibResult{}), values[kScaleValue]);
+    view_.put(pose_of(values, CalibResult{}), shapes_of(values));
     double sum = 0.0;
     for (std::size_t m = 0; m < matches_.size(); ++m) {
       if (weight_[m] == 0.0) continue;
@@ -105,9 +108,10 @@ bool is_kept(const RobustFit& fit, const Belief& belief, const FitVector& direct
   return std::sqrt(fit.variance_along(direction)) > kHardlyLess * belief.deviation_along(direction);
 }
 
-Settled settled_at(const RobustFit& fit, const Belief& belief, const CalibResult& result) {
+Settled settled_at(const FitVector& values, const RobustFit& fit, const Belief& belief,
+                   const CalibResult& result) {
   Settled settled;
-  settled.pose = pose_of(fit.values(), result);
+  settled.pose = pose_of(values, result);
   settled.moved = true;
   for (int i = 0; i < kPoseValues / 2; ++i) {
     const auto value = static_cast<std::size_t>(i);
@@ -122,30 +126,36 @@ Settled settled_at(const RobustFit& fit, const Belief& belief, const CalibResult
 }  // namespace
 
 Settled settle_pose(const RigState& rig, const std::vector<RayMatch>& matches, const CalibResult& result,
-                    bool fit_scale) {
+                    bool fit_shapes, const FitNoise& least_noise) {
   PairView view(rig);
   view.put(result);
   const std::vector<RayMatch> scene = split_graphics(view, matches).scene;
-  const FitNoise noise = noise_of(view, scene, kLeastNoise);
+  const FitNoise noise = noise_of(view, scene, least_noise);
   const Misfit misfit(view, scene, noise);
   const FitVector start = fit_vector_of(result);
   const double most = misfit.of(start) + kSlack;
   const std::array<double, 5> scales = scales_from(fitting_share(view, scene));
   // The lens file is believed less and less until the matches are no worse off.
+
   for (const double tightness : {1.0, 0.05}) {
-    const Belief belief = trust_in_lens_file(rig, tightness, fit_scale);
+    const Belief belief = trust_in_lens_file(rig, tightness, fit_shapes);
     RobustFit fit(rig, scene, belief, FitVector::Zero(), start);
     FitNoise now = noise;
     for (const double scale : scales) {
       fit.step(scale, now);
-      view.put(pose_of(fit.values(), CalibResult{}), fit.values()[kScaleValue]);
-      now = noise_of(view, scene, kLeastNoise);
+      view.put(pose_of(fit.values(), CalibResult{}), shapes_of(fit.values()));
+      now = noise_of(view, scene, least_noise);
     }
     if (misfit.of(fit.values()) > most) continue;
-    Settled settled = settled_at(fit, belief, result);
-    if (fit_scale) {
-      settled.scale_ratio = std::exp(fit.values()[kScaleValue]);
-      settled.scale_ratio_sd = std::sqrt(fit.variance_along(FitVector::Unit(kScaleValue)));
+    // How far the values are known depends on all that is off, and not only on what is usual for a field.
+    RobustFit judged = fit;
+    now.field = std::max(now.field, rms_bias_of(view, scene, now.match));
+    judged.step(kScale, now);
+    Settled settled = settled_at(fit.values(), judged, belief, result);
+    if (fit_shapes) {
+      settled.shapes = shapes_of(fit.values());
+      settled.shapes_sd = {std::sqrt(judged.variance_along(FitVector::Unit(kScaleValue))),
+                           std::sqrt(judged.variance_along(FitVector::Unit(kShiftValue)))};
     }
     return settled;
   }

@@ -16,6 +16,12 @@ inline constexpr double kFitting = 2.0;
 // And up to which it tells where a part's matches lie.
 inline constexpr double kNearPixels = 2.0 * kFitting;
 
+// Standard deviations of disparities across, pixels.
+struct FitNoise {
+  double match = 0.0;  // of a match by itself
+  double field = 0.0;  // of what all matches of a field have in common
+};
+
 // The value at `place`, 0 to 1, of the values in order; the lower one of two. The values are not empty, and
 // change their order.
 double quantile_of(std::vector<double>& values, double place = 0.5);

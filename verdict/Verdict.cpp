@@ -35,11 +35,11 @@ constexpr double kGoodGap = 0.6;
 // 0.92, halves exchanged 1.7, no match 16.
 constexpr double kMostExpectedError = 0.6;
 constexpr double kGoodExpectedError = 0.4;
-// Pixels, likewise, between the rig of the lens file's scales and that of the scales found, where these
+// Pixels, likewise, between the rig of the lens file's shapes and that of the shapes found, where these
 // differ by more than two standard deviations.
-constexpr double kGoodScaleError = 0.3;
+constexpr double kGoodShapeError = 0.3;
 constexpr double kSoundSystematic = 0.2;
-constexpr double kSureScale = 2.0;
+constexpr double kSureShape = 2.0;
 // Good frames up to 0.00; 10 cm tiles 0.30 with the pose right; halves exchanged 0.64 and 1.00.
 constexpr double kMostBehind = 0.5;
 constexpr double kGoodBehind = 0.05;
@@ -102,31 +102,41 @@ std::optional<VerdictReason> exchanged_halves(const Evidence& evidence) {
       "Swap the halves of the frame: the right eye's picture belongs on the left."};
 }
 
-// Whether unequal scales are what is wrong with the picture. Where nothing is, a ratio other than 1 rests
-// on the last tenths of a pixel of a scene that hardly shows it.
-bool scales_differ(const Evidence& evidence, double unit) {
+bool is_sure(double value, double deviation) { return std::abs(value) > kSureShape * deviation; }
+
+// Whether unequal shapes are what is wrong with the picture. Where nothing is, shapes other than the lens
+// file's rest on the last tenths of a pixel of a scene that hardly shows them.
+bool shapes_differ(const Evidence& evidence, double unit) {
   const PoseFit& fit = evidence.fit;
-  return evidence.systematic > kSoundSystematic * unit &&
-         std::abs(std::log(fit.scale_ratio)) > kSureScale * fit.scale_ratio_sd &&
-         fit.scale_error > kGoodScaleError * unit;
+  return evidence.systematic > kSoundSystematic * unit && fit.shape_error > kGoodShapeError * unit &&
+         (is_sure(fit.shapes.log_scale_ratio, fit.shapes_sd.log_scale_ratio) ||
+          is_sure(fit.shapes.shift_y, fit.shapes_sd.shift_y));
 }
 
-// What makes the scales of the eyes those that were found.
-std::string scale_advice(const PoseFit& fit) {
-  const double root = std::sqrt(fit.scale_ratio);
-  return fmt::format(
-      "In the lens file multiply right_eye_magnify_v and right_eye_magnify_h by {:.5f}, divide "
-      "left_eye_magnify_v and left_eye_magnify_h by it, and run again.",
-      root);
-}
+// What makes the shapes of the eyes' pictures those that were found.
+constexpr const char* kShapeAdvice =
+    "Run again with --fit-scale, which writes it into the lens file (..._magnify_v, ..._magnify_h, "
+    "..._shift_y).";
 
-VerdictReason unequal_scale(const PoseFit& fit) {
-  return {"unequal_scale",
-          fmt::format("The right eye's picture is {:.2f} % {} than the lens file says, beside the left eye's "
-                      "(+- {:.2f} %); that leaves {:.2f} pixels (rms) in the picture.",
-                      100.0 * std::abs(fit.scale_ratio - 1.0), fit.scale_ratio > 1.0 ? "larger" : "smaller",
-                      100.0 * fit.scale_ratio_sd, fit.scale_error),
-          scale_advice(fit)};
+VerdictReason unequal_shapes(const PoseFit& fit) {
+  std::string found;
+  const double ratio = std::exp(fit.shapes.log_scale_ratio);
+  const bool scale = is_sure(fit.shapes.log_scale_ratio, fit.shapes_sd.log_scale_ratio);
+  if (scale) {
+    found = fmt::format("{:.2f} % {} (+- {:.2f} %)", 100.0 * std::abs(ratio - 1.0),
+                        ratio > 1.0 ? "larger" : "smaller", 100.0 * fit.shapes_sd.log_scale_ratio);
+  }
+  if (is_sure(fit.shapes.shift_y, fit.shapes_sd.shift_y)) {
+    found += fmt::format("{}decentred by {:+.4f} (+- {:.4f})", found.empty() ? "" : " and ",
+                         fit.shapes.shift_y, fit.shapes_sd.shift_y);
+  }
+  return {
+      scale ? "unequal_scale" : "decentred",
+      fmt::format(
+          "Beside the left eye's, the right eye's picture is {} against what the lens file says; that leaves "
+          "{:.2f} pixels (rms) in the picture.",
+          found, fit.shape_error),
+      kShapeAdvice};
 }
 
 // A search that ended at its limit is somewhere else than it should be; a fit that went on from there is to
@@ -135,7 +145,7 @@ void judge_limit(const Evidence& evidence, Judge& judge) {
   if (evidence.right_at_limit.empty()) return;
   const std::string values = fmt::format("{}", fmt::join(evidence.right_at_limit, ", "));
   constexpr const char* kWider = "If the eyes really are that far apart, take settings with wider ranges.";
-  if (evidence.settled) {
+  if (evidence.polished) {
     judge.doubt({"at_limit",
                  fmt::format("The eyes stand farther apart than the search looks, in {}.", values),
                  fmt::format("{} {}", kCheckLens, kWider)});
@@ -163,7 +173,7 @@ Verdict judge_evidence(const Evidence& evidence) {
                      100.0 * evidence.unmoved),
          "Give the frame as captured, with each eye's own picture in its half."});
   }
-  const bool unequal = scales_differ(evidence, unit);
+  const bool unequal = shapes_differ(evidence, unit);
   const double fitting = evidence.within[1];
   judge.weigh(1.0 - fitting, 1.0 - kGoodFitting, 1.0 - kLeastFitting,
               {"misfit",
@@ -175,10 +185,10 @@ Verdict judge_evidence(const Evidence& evidence) {
       {"systematic",
        fmt::format("Whole parts of the picture are off by {:.2f} pixels (rms) under the pose found.",
                    evidence.systematic),
-       unequal ? scale_advice(evidence.fit)
+       unequal ? kShapeAdvice
                : fmt::format("{} An object that moved, or errors beyond the range of the search, look alike.",
                              kCheckLens)});
-  if (unequal) judge.doubt(unequal_scale(evidence.fit));
+  if (unequal) judge.doubt(unequal_shapes(evidence.fit));
   judge_limit(evidence, judge);
   judge.weigh(evidence.fit.gap, kGoodGap * unit, kMostGap * unit,
               {"search_stopped_short",

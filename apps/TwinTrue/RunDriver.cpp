@@ -141,6 +141,7 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   const auto goes_on = [&](std::int32_t count, const char* message) {
     return test.passes(count, message) || ignore_thresholds;
   };
+  watcher.on_halves(rig, halves);
   // The picture goes as soon as both halves have been looked at: the search needs room for its rays.
   const std::int32_t left_count = detect_half(halves.left, left);
   halves.left = {};

@@ -26,10 +26,14 @@ struct RunPaths {
   std::string out_lens;  // empty: write none
 };
 
+struct HalfFrames;
+
 // Sees what a run's result rests on. Called by the thread of the run.
 class RunObserver {
  public:
   virtual ~RunObserver() = default;
+  // Before anything is looked at. The halves are views of the converted frame, which goes soon after.
+  virtual void on_halves([[maybe_unused]] const RigState& rig, [[maybe_unused]] const HalfFrames& halves) {}
   // After the test of a count; `enough` tells whether the run goes on with it. The left half of the frame is
   // the right eye's picture.
   virtual void on_keypoints([[maybe_unused]] bool left_half, [[maybe_unused]] std::int32_t count,

@@ -133,10 +133,16 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
   command.app
       ->add_option("--json", arguments.json, "Write the result as JSON to this file (-: standard output)")
       ->type_name("FILE");
-  command.app->add_flag(
-      "--no-settle", arguments.no_settle,
-      "Write the search's own pose: no fit to its matches behind it, and nothing kept as the lens "
-      "file has it");
+  CLI::Option* const no_refine = command.app->add_flag(
+      "--no-refine", arguments.no_refine,
+      "Write the search's own pose, as the library's calib() gives it: no fit to its matches behind it, no "
+      "refining by the pictures");
+  command.app
+      ->add_flag(
+          "--fit-scale", arguments.fit_scale,
+          "Also fit how the eyes' pictures differ in scale and centring, and write it into the corrected "
+          "lens file")
+      ->excludes(no_refine);
   add_threads(*command.app, arguments.threads);
   command.app->add_flag("-v,--verbose", arguments.verbose,
                         "Tell every step and the library's messages on standard error");

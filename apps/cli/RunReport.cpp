@@ -41,45 +41,6 @@ std::string too_few_found(const RunReport& report) {
       100.0 * report.result.detection_ratio, 100.0 * report.settings.detection_ratio_th);
 }
 
-// Why the status alone rules a result out.
-VerdictReason reason_of_status(const RunReport& report) {
-  switch (report.status) {
-    case TWINTRUE_TOO_FEW_MATCHES:
-      return {
-          "too_few_matches", too_few_found(report),
-          "Take a frame of a well-lit scene with texture all over both pictures, in focus and unscaled, or "
-          "go on regardless with --ignore-thresholds."};
-    case TWINTRUE_QUALITY_FAILED:
-      return {"quality", "The matches fit no pose of the two eyes well enough.",
-              "Check that the lens file belongs to this lens and frame, and take a frame with texture at "
-              "several distances."};
-    default:
-      return {"error", fmt::format("The calibration ended with status {} before the search.", report.status),
-              "Run again with -v to see what the library says."};
-  }
-}
-
-// A reason that the status, too, follows from.
-bool has_one_cause(const Verdict& verdict) {
-  return !verdict.reasons.empty() && verdict.reasons.front().key == kExchangedHalves;
-}
-
-std::string file_note(const RunReport& report) {
-  if (report.out_lens) return fmt::format("The corrected lens file is {}.", *report.out_lens);
-  return "Give -o OUT_LENS to have the corrected lens file written.";
-}
-
-std::string file_warning(const RunReport& report) {
-  return report.out_lens ? " The corrected lens file was written all the same; do not rely on it." : "";
-}
-
-std::string test_of(const Measure& measure) {
-  const std::optional<bool> passed = measure.passed();
-  if (!measure.value) return "not reached";
-  if (!passed) return "";
-  return *passed ? "ok" : "FAILED";
-}
-
 std::string number_of(const Measure& measure) {
   return measure.value ? fmt::format("{:.4g}{}", *measure.value, measure.unit) : "-";
 }
@@ -96,6 +57,61 @@ std::string wanted_of(const Measure& measure) {
   return "no threshold";
 }
 
+std::string failed_measures(const RunReport& report) {
+  std::string failed;
+  for (const Measure& measure : measures_of(report)) {
+    if (measure.passed().value_or(true)) continue;
+    failed += fmt::format("{}{} is {} where {} is wanted", failed.empty() ? "" : ", ", measure.label,
+                          number_of(measure), wanted_of(measure));
+  }
+  return failed;
+}
+
+// Why the status alone rules a result out.
+VerdictReason reason_of_status(const RunReport& report) {
+  switch (report.status) {
+    case TWINTRUE_TOO_FEW_MATCHES:
+      return {
+          "too_few_matches", too_few_found(report),
+          "Take a frame of a well-lit scene with texture all over both pictures, in focus and unscaled, or "
+          "go on regardless with --ignore-thresholds."};
+    case TWINTRUE_QUALITY_FAILED:
+      return {
+          "quality",
+          fmt::format("The matches fit no pose of the two eyes well enough: {}.", failed_measures(report)),
+          "Check that the lens file belongs to this lens and frame, and take a frame with texture at "
+          "several distances."};
+    default:
+      return {"error", fmt::format("The calibration ended with status {} before the search.", report.status),
+              "Run again with -v to see what the library says."};
+  }
+}
+
+// A reason that the status, too, follows from.
+bool has_one_cause(const Verdict& verdict) {
+  return !verdict.reasons.empty() && verdict.reasons.front().key == kExchangedHalves;
+}
+
+std::string file_note(const RunReport& report) {
+  if (report.lens_file_was_right()) {
+    return fmt::format("The lens file was already right as far as this frame can tell: keep it.{}",
+                       report.out_lens ? fmt::format(" {} was written all the same.", *report.out_lens) : "");
+  }
+  if (report.out_lens) return fmt::format("The corrected lens file is {}.", *report.out_lens);
+  return "Give -o OUT_LENS to have the corrected lens file written.";
+}
+
+std::string file_warning(const RunReport& report) {
+  return report.out_lens ? " The corrected lens file was written all the same; do not rely on it." : "";
+}
+
+std::string test_of(const Measure& measure) {
+  const std::optional<bool> passed = measure.passed();
+  if (!measure.value) return "not reached";
+  if (!passed) return "";
+  return *passed ? "ok" : "FAILED";
+}
+
 // How far the matches fix a value, a standard deviation. `angle` in radians or a length in pixels.
 std::string fixed_to(double deviation, double prior, bool is_angle) {
   if (is_open(deviation, prior)) return "not fixed";
@@ -105,6 +121,11 @@ std::string fixed_to(double deviation, double prior, bool is_angle) {
 }
 
 constexpr const char* kKept = "kept";
+
+// Whether the lens file's own value was kept, since the matches tell next to nothing of it.
+bool keeps(const RunReport& report, std::array<bool, 5> Settled::*kept, std::size_t value) {
+  return report.polished && !report.polished->refinement.taken && (report.polished->settled.*kept)[value];
+}
 
 std::string corrections_table(const RunReport& report) {
   struct Row {
@@ -136,8 +157,8 @@ std::string corrections_table(const RunReport& report) {
       // Two eyes whose values are known that well each: their difference and their mean.
       std::string difference = fixed_to(fit.difference_sd[i], prior * std::numbers::sqrt2, row.is_angle);
       std::string common = fixed_to(fit.common_sd[i], prior / std::numbers::sqrt2, row.is_angle);
-      if (report.settled && report.settled->difference_kept[i]) difference = kKept;
-      if (report.settled && report.settled->common_kept[i]) common = kKept;
+      if (keeps(report, &Settled::difference_kept, i)) difference = kKept;
+      if (keeps(report, &Settled::common_kept, i)) common = kKept;
       out += fmt::format("{:>18}{:>16}", difference, common);
     }
     out.erase(out.find_last_not_of(' ') + 1);
@@ -176,9 +197,46 @@ std::string folded(std::string_view text, std::string_view indent = "") {
   return out + "\n";
 }
 
+// What the matches say, in a line each.
+std::string evidence_lines(const RunReport& report) {
+  const Evidence& evidence = *report.evidence;
+  std::string out = fmt::format(
+      "matches   {} in the search; within 2 px: {:.0f} % before, {:.0f} % now\n"
+      "picture   expected error {:.2g} px over the field; the corrections move it by {:.2g} px\n",
+      evidence.matches, 100.0 * evidence.before, 100.0 * evidence.within[1], evidence.fit.expected_error,
+      evidence.change);
+  if (evidence.graphics > 0) {
+    out += fmt::format(
+        "left out  {} matches on graphics burned into both halves near ({:.0f}, {:.0f}) of a half\n",
+        evidence.graphics, evidence.graphics_at[0], evidence.graphics_at[1]);
+  }
+  if (!report.polished) return out;
+  const Refinement& refinement = report.polished->refinement;
+  if (refinement.taken) {
+    out += fmt::format("refined   by {} of {} matches, good to {:.2g} px\n", refinement.kept,
+                       refinement.tried, refinement.scatter);
+  } else {
+    out += folded(fmt::format("refined   no: {} The fit to the search's matches stands.", refinement.reason),
+                  "          ");
+  }
+  if (report.fits_shapes) {
+    const Settled& settled = report.polished->settled;
+    out += fmt::format(
+        "shapes    right eye against left: scale {:.5f} (+- {:.5f}), centring {:+.5f} (+- {:.5f})\n",
+        std::exp(settled.shapes.log_scale_ratio), settled.shapes_sd.log_scale_ratio, settled.shapes.shift_y,
+        settled.shapes_sd.shift_y);
+  }
+  return out;
+}
+
 }  // namespace
 
 bool RunReport::has_pose() const { return result.error16 != kNotReached; }
+
+bool RunReport::lens_file_was_right() const {
+  constexpr double kTold = 2.0;  // expected errors that a change has to be
+  return evidence && !fits_shapes && evidence->change <= kTold * evidence->fit.expected_error;
+}
 
 std::optional<bool> Measure::passed() const {
   if (!value || rule == Rule::kNone) return std::nullopt;
@@ -257,6 +315,7 @@ std::string format_table(const RunReport& report) {
     line.erase(line.find_last_not_of(' ') + 1);
     out += line + "\n";
   }
+  if (report.evidence) out += "\n" + evidence_lines(report);
   const Verdict verdict = verdict_of(report);
   out += fmt::format("\nverdict   {}\n", words_of(verdict.outcome));
   // Of a status that rules the result out, the first reason stands in the advice.

@@ -12,7 +12,7 @@
 #include "apps/cli/checks/SettingsCheck.h"
 #include "twintrue/calib.h"
 #include "verdict/Evidence.h"
-#include "verdict/Settle.h"
+#include "verdict/Polish.h"
 #include "verdict/Verdict.h"
 
 namespace twintrue::cli {
@@ -40,9 +40,9 @@ struct RunReport {
 
   std::int32_t status = 0;  // of calib()
   CalibResult result{};     // as the search left it
-  // What is written in the place of the search's pose: with what the frame leaves open as the lens file has
-  // it. Nothing if it was not asked for.
-  std::optional<Settled> settled;
+  // What is written in the place of the search's pose. Nothing if it was not asked for.
+  std::optional<Polished> polished;
+  bool fits_shapes = false;  // whether the shapes of the eyes' pictures were asked for
   RunCounts counts;
   std::optional<Evidence> evidence;     // of a search that ended
   std::optional<std::string> out_lens;  // the corrected file, if one was written
@@ -51,8 +51,10 @@ struct RunReport {
 
   // Whether there is a pose: without a search the result holds zeros.
   bool has_pose() const;
+  // Whether the corrections are so small that the frame can't tell them from none.
+  bool lens_file_was_right() const;
   // The corrections: those that are written.
-  const CalibResult& pose() const { return settled ? settled->pose : result; }
+  const CalibResult& pose() const { return polished ? polished->pose : result; }
 };
 
 // One number of the result beside what it has to reach.
@@ -83,7 +85,7 @@ std::string advice_for(const RunReport& report);
 std::string format_table(const RunReport& report);
 
 // Number of the JSON's layout; grows when a field changes its meaning or goes.
-inline constexpr int kJsonSchema = 2;
+inline constexpr int kJsonSchema = 3;
 
 std::string format_json(const RunReport& report);
 std::string format_json(const Failure& failure);

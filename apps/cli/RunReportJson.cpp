@@ -56,6 +56,19 @@ Json eye(bool known, double pan, double tilt, double roll, double offset_x, doub
   return json;
 }
 
+Json eyes(bool known, const CalibResult& r) {
+  return {
+      {"right_eye", eye(known, r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y)},
+      {"left_eye", eye(known, r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y)}};
+}
+
+Json shapes_json(const EyeShapes& shapes, const EyeShapes& deviations) {
+  return {{"scale_ratio", number(std::exp(shapes.log_scale_ratio))},
+          {"scale_ratio_deviation", number(deviations.log_scale_ratio)},
+          {"shift_y", number(shapes.shift_y)},
+          {"shift_y_deviation", number(deviations.shift_y)}};
+}
+
 Json measure(const Measure& measure) {
   Json json;
   json["value"] = measure.value ? number(*measure.value) : Json(nullptr);
@@ -105,6 +118,12 @@ Json evidence_json(const Evidence& evidence) {
   json["parallax_spread_px"] = number(evidence.parallax_spread);
   json["expected_error_px"] = number(evidence.fit.expected_error);
   json["search_gap_px"] = number(evidence.fit.gap);
+  json["change_px"] = number(evidence.change);
+  json["at_rim"] = evidence.at_rim;
+  json["graphics"] = {{"matches", evidence.graphics},
+                      {"at_px", evidence.graphics > 0 ? Json(evidence.graphics_at) : Json(nullptr)}};
+  json["shapes"] = shapes_json(evidence.fit.shapes, evidence.fit.shapes_sd);
+  json["shapes"]["error_px"] = number(evidence.fit.shape_error);
   json["difference_deviation"] = deviations(evidence.fit.difference_sd);
   json["common_deviation"] = deviations(evidence.fit.common_sd);
   json["rings"] = Json::array();
@@ -141,24 +160,53 @@ std::string dump(const Json& json) {
   return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
-// The search's own pose beside what is written, and which values were kept; null if nothing was settled.
-Json settled_json(const RunReport& report) {
-  if (!report.settled) return nullptr;
-  constexpr std::array<const char*, 5> kNames{"pan", "tilt", "roll", "offset_x", "offset_y"};
-  const Settled& settled = *report.settled;
-  const CalibResult& r = report.result;
+Json matrix_json(const PoseMatrix& matrix) {
+  Json rows = Json::array();
+  for (const PoseVector& row : matrix) {
+    Json& values = rows.emplace_back(Json::array());
+    for (const double value : row) values.push_back(number(value));
+  }
+  return rows;
+}
+
+// What refining came to, whether it was taken or not.
+Json refining_json(const Refinement& refinement) {
   Json json;
+  json["taken"] = refinement.taken;
+  json["reason"] = refinement.taken ? Json(nullptr) : Json(refinement.reason);
+  json["tried"] = refinement.tried;
+  json["converged"] = refinement.converged;
+  json["kept"] = refinement.kept;
+  json["scatter_px"] = number(refinement.scatter);
+  json["common_px"] = number(refinement.common);
+  json["expected_error_px"] = number(refinement.expected_error);
+  json["moved_px"] = number(refinement.moved);
+  json["corrections"] = eyes(refinement.kept > 0, refinement.pose);
+  // Radians and pixels.
+  json["covariance_order"] = {"right_pan", "right_tilt", "right_roll", "right_offset_x", "right_offset_y",
+                              "left_pan",  "left_tilt",  "left_roll",  "left_offset_x",  "left_offset_y"};
+  json["covariance"] = matrix_json(refinement.covariance);
+  json["correlation"] = matrix_json(refinement.correlation);
+  return json;
+}
+
+// What was done behind the search, whose own pose stands here; null if that pose was asked for.
+Json polished_json(const RunReport& report) {
+  if (!report.polished) return nullptr;
+  constexpr std::array<const char*, 5> kNames{"pan", "tilt", "roll", "offset_x", "offset_y"};
+  const Settled& settled = report.polished->settled;
+  Json json;
+  json["search"] = eyes(report.has_pose(), report.result);
+  json["settled"] = eyes(report.has_pose(), settled.pose);
   json["moved"] = settled.moved;
-  json["search_right_eye"] =
-      eye(report.has_pose(), r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y);
-  json["search_left_eye"] =
-      eye(report.has_pose(), r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
+  json["shapes"] = report.fits_shapes ? shapes_json(settled.shapes, settled.shapes_sd) : Json(nullptr);
   json["difference_kept"] = Json::array();
   json["common_kept"] = Json::array();
   for (std::size_t i = 0; i < kNames.size(); ++i) {
     if (settled.difference_kept[i]) json["difference_kept"].push_back(kNames[i]);
     if (settled.common_kept[i]) json["common_kept"].push_back(kNames[i]);
   }
+  json["refining"] = refining_json(report.polished->refinement);
   return json;
 }
 
@@ -174,12 +222,8 @@ std::string format_json(const RunReport& report) {
   json["settings"] = report.settings_name;
   json["ignore_thresholds"] = report.ignore_thresholds;
   json["notes"] = report.notes;
-  const CalibResult& r = report.pose();
-  json["corrections"]["right_eye"] =
-      eye(report.has_pose(), r.right_pan, r.right_tilt, r.right_roll, r.right_offset_x, r.right_offset_y);
-  json["corrections"]["left_eye"] =
-      eye(report.has_pose(), r.left_pan, r.left_tilt, r.left_roll, r.left_offset_x, r.left_offset_y);
-  json["settled"] = settled_json(report);
+  json["corrections"] = eyes(report.has_pose(), report.pose());
+  json["polished"] = polished_json(report);
   for (const Measure& each : measures_of(report)) json["measures"][each.key] = measure(each);
   json["verdict"] = verdict_json(report);
   json["counts"] = counts_json(report.counts);

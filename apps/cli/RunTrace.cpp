@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "refine/CodedPicture.h"
+
 namespace twintrue::cli {
 
 void StepLog::tell(const std::string& text) {
@@ -9,6 +11,11 @@ void StepLog::tell(const std::string& text) {
   const auto now = std::chrono::steady_clock::now();
   fmt::print(stderr, "{:8.2f} s  {}\n", std::chrono::duration<double>(now - last_).count(), text);
   last_ = now;
+}
+
+void RunTrace::on_halves(const RigState& rig, const HalfFrames& halves) {
+  if (!polishes_) return;
+  halves_ = {code_picture(halves.left), code_picture(halves.right), rig.half_width};
 }
 
 void RunTrace::on_keypoints(bool left_half, std::int32_t count, bool enough) {
@@ -44,13 +51,19 @@ void RunTrace::on_final(std::int32_t retry, double score, const MatchScoreSums& 
 void RunTrace::on_searched(const CalibContext& context, const RigState& rig,
                            const std::vector<RayMatch>& matches, const CalibResult& result) {
   counts_.searched = static_cast<std::int32_t>(matches.size());
-  if (settles_) {
-    settled_ = settle_pose(rig, matches, result);
-    evidence_ = gather_evidence(context, rig, matches, *settled_);
-  } else {
+  log_.tell(fmt::format("matches that the search had: {}", matches.size()));
+  if (!polishes_) {
     evidence_ = gather_evidence(context, rig, matches, result);
+  } else {
+    polished_ = polish_pose(halves_, rig, matches, result, fits_shapes_);
+    const Refinement& refinement = polished_->refinement;
+    log_.tell(fmt::format("refined: {} of {} matches converge, {} fit to {:.3f} pixels; {}",
+                          refinement.converged, refinement.tried, refinement.kept, refinement.scatter,
+                          refinement.taken ? "taken" : "not taken: " + refinement.reason));
+    evidence_ = gather_evidence(context, rig, matches, *polished_);
   }
-  log_.tell(fmt::format("matches that the search had: {}; looked at for the verdict", matches.size()));
+  halves_ = {};
+  log_.tell("looked at for the verdict");
 }
 
 }  // namespace twintrue::cli

@@ -11,7 +11,7 @@
 #include "apps/cli/RunReport.h"
 #include "search/PoseSearch.h"
 #include "verdict/Evidence.h"
-#include "verdict/Settle.h"
+#include "verdict/Polish.h"
 
 namespace twintrue::cli {
 
@@ -30,9 +30,12 @@ class StepLog {
 // Keeps the counts of a run and what its matches say, and tells each step.
 class RunTrace final : public RunObserver, private SearchObserver {
  public:
-  // `settles`: whether the pose of the search is settled before it is judged.
-  RunTrace(StepLog& log, bool settles) : log_(log), settles_(settles) {}
+  // `polishes`: whether the pose of the search is polished before it is judged, `fits_shapes`: and the shapes
+  // of the eyes' pictures with it.
+  RunTrace(StepLog& log, bool polishes, bool fits_shapes)
+      : log_(log), polishes_(polishes), fits_shapes_(fits_shapes) {}
 
+  void on_halves(const RigState& rig, const HalfFrames& halves) override;
   void on_keypoints(bool left_half, std::int32_t count, bool enough) override;
   void on_records(std::int32_t count, bool enough) override;
   void on_accepted(std::int32_t count) override;
@@ -42,7 +45,7 @@ class RunTrace final : public RunObserver, private SearchObserver {
 
   const RunCounts& counts() const { return counts_; }
   std::optional<Evidence> take_evidence() { return std::move(evidence_); }
-  const std::optional<Settled>& settled() const { return settled_; }
+  std::optional<Polished> take_polished() { return std::move(polished_); }
 
  private:
   void on_level(std::int32_t retry, std::int32_t level, bool skipped, std::int64_t candidates,
@@ -50,10 +53,12 @@ class RunTrace final : public RunObserver, private SearchObserver {
   void on_final(std::int32_t retry, double score, const MatchScoreSums& sums) override;
 
   StepLog& log_;
-  bool settles_;
+  bool polishes_;
+  bool fits_shapes_;
+  CodedHalves halves_;
   RunCounts counts_;
   std::optional<Evidence> evidence_;
-  std::optional<Settled> settled_;
+  std::optional<Polished> polished_;
 };
 
 }  // namespace twintrue::cli

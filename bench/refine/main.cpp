@@ -32,6 +32,7 @@ struct Options {
   int repeats = 1;
   bool from_lens = false;
   std::string shots_lens;
+  bool fit_shapes = false;  // of the shots
   std::string memory;
   std::string spoiled = "none";
   RefineSettings settings;
@@ -75,7 +76,7 @@ Ratios ratios_of(const Refinement& refined, const Pose& wanted) {
 
 int run(const Options& options, std::FILE* out) {
   if (!options.shots_lens.empty()) {
-    cross_shots(out, options.folders, options.shots_lens, options.params, options.memory, options.settings);
+    cross_shots(out, options.folders, options.shots_lens, options.params, options.memory, options.fit_shapes);
     return 0;
   }
   std::array<double, 9> squares{};
@@ -162,6 +163,7 @@ int main(int argc, char** argv) {
   app.add_option("--sectors", options.settings.pose.sectors, "Sectors");
   app.add_option("--shots-lens", options.shots_lens,
                  "Lens file of one rig; the other arguments are the stems of its shots");
+  app.add_flag("--fit-scale", options.fit_shapes, "For shots: fit the shapes of the eyes' pictures as well");
   app.add_option("--memory", options.memory, "Folder that keeps what searches found from run to run");
   app.add_option("--spoil", options.spoiled, "What is done to the frames")
       ->check(CLI::IsMember(twintrue::refine_bench::spoil_names()));

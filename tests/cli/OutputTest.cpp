@@ -140,7 +140,7 @@ TEST_F(Output, JsonTellsOfFailures) {
   const std::string json = dir.file("result.json");
   EXPECT_EQ(run_program({"calibrate", frame, "--lens", settings, "--json", json}).exit_code, 4);
   const auto failure = nlohmann::json::parse(read_file(json));
-  EXPECT_EQ(failure.at("schema"), 2);
+  EXPECT_EQ(failure.at("schema"), 3);
   EXPECT_EQ(failure.at("outcome"), "error");
   EXPECT_EQ(failure.at("exit_code"), 4);
   ASSERT_EQ(failure.at("problems").size(), 1u);

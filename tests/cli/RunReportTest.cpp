@@ -43,7 +43,7 @@ TEST(RunReport, TellsWhatThereWasTooLittleOf) {
 // They come from the run itself.
 TEST(RunTrace, KeepsWhatTheRunCounts) {
   StepLog silent(false);
-  RunTrace trace(silent, true);
+  RunTrace trace(silent, true, false);
   trace.on_keypoints(true, 90, true);
   trace.on_keypoints(false, 79, true);
   EXPECT_EQ(trace.counts().left_half_keypoints, 90);
@@ -53,7 +53,7 @@ TEST(RunTrace, KeepsWhatTheRunCounts) {
   EXPECT_EQ(trace.counts().records, 5);
   EXPECT_EQ(trace.counts().few, RunCounts::Few::kRecords);
   EXPECT_EQ(trace.counts().accepted, std::nullopt);
-  RunTrace other(silent, true);
+  RunTrace other(silent, true, false);
   other.on_keypoints(true, 90, true);
   other.on_keypoints(false, 7, false);
   EXPECT_EQ(other.counts().few, RunCounts::Few::kRightHalf);
@@ -104,6 +104,9 @@ RunReport report_of_many_numbers() {
   evidence.fit.common_sd = {0.006 * degree, 0.007 * degree, 0.008 * degree, 0.009, 0.01};
   evidence.fit.expected_error = 0.041;
   evidence.fit.gap = 0.042;
+  evidence.change = 1.043;
+  evidence.graphics = 44;
+  evidence.graphics_at = {45.0, 46.0};
   evidence.left_at_limit = {"roll"};
   report.evidence = evidence;
   return report;
@@ -129,6 +132,10 @@ measure                   found   wanted            test
   error16                  3 px   below 3 px        FAILED
   score                      99   no threshold
 
+matches   505 in the search; within 2 px: 31 % before, 97 % now
+picture   expected error 0.041 px over the field; the corrections move it by 1 px
+left out  44 matches on graphics burned into both halves near (45, 46) of a half
+
 verdict   calibrated, but ...
   - What turns or moves both eyes alike ended at the limit of the search (roll). Trust
     the right eye against the left one only, or take a frame with more texture and
@@ -139,17 +146,21 @@ file written.
 )");
 }
 
-// What is written is the settled pose; the search's stands beside it in JSON alone.
-TEST(RunReport, TellsTheSettledPoseAndWhatWasKept) {
+// What is written is the polished pose; the search's stands beside it in JSON alone.
+TEST(RunReport, TellsThePolishedPoseAndWhatWasKept) {
   RunReport report = report_of_many_numbers();
-  EXPECT_TRUE(nlohmann::json::parse(format_json(report)).at("settled").is_null());
-  report.settled.emplace();
-  report.settled->moved = true;
-  report.settled->pose = report.result;
-  report.settled->pose.right_offset_x = 7.25;
-  report.settled->pose.left_offset_x = 8.25;
-  report.settled->common_kept[1] = true;
-  report.settled->difference_kept[3] = true;
+  EXPECT_TRUE(nlohmann::json::parse(format_json(report)).at("polished").is_null());
+  Polished& polished = report.polished.emplace();
+  polished.pose = report.result;
+  polished.pose.right_offset_x = 7.25;
+  polished.pose.left_offset_x = 8.25;
+  polished.settled.moved = true;
+  polished.settled.pose = report.result;
+  polished.settled.pose.right_offset_x = 6.5;
+  polished.settled.common_kept[1] = true;
+  polished.settled.difference_kept[3] = true;
+  polished.refinement.reason = "Too blurred.";
+  polished.refinement.covariance[2][7] = 0.125;
   const std::string table = format_table(report);
   EXPECT_THAT(table,
               testing::HasSubstr(
@@ -161,12 +172,54 @@ TEST(RunReport, TellsTheSettledPoseAndWhatWasKept) {
   const auto json = nlohmann::json::parse(format_json(report));
   EXPECT_EQ(json.at("corrections").at("right_eye").at("offset_x_px"), 7.25);
   EXPECT_EQ(json.at("corrections").at("left_eye").at("offset_x_px"), 8.25);
-  const auto& settled = json.at("settled");
-  EXPECT_EQ(settled.at("moved"), true);
-  EXPECT_EQ(settled.at("search_right_eye").at("offset_x_px"), 1.4);
-  EXPECT_EQ(settled.at("search_left_eye").at("offset_x_px"), 2.4);
-  EXPECT_EQ(settled.at("common_kept"), nlohmann::json({"tilt"}));
-  EXPECT_EQ(settled.at("difference_kept"), nlohmann::json({"offset_x"}));
+  const auto& told = json.at("polished");
+  EXPECT_EQ(told.at("moved"), true);
+  EXPECT_EQ(told.at("search").at("right_eye").at("offset_x_px"), 1.4);
+  EXPECT_EQ(told.at("search").at("left_eye").at("offset_x_px"), 2.4);
+  EXPECT_EQ(told.at("settled").at("right_eye").at("offset_x_px"), 6.5);
+  EXPECT_EQ(told.at("common_kept"), nlohmann::json({"tilt"}));
+  EXPECT_EQ(told.at("difference_kept"), nlohmann::json({"offset_x"}));
+  EXPECT_TRUE(told.at("shapes").is_null());
+  EXPECT_EQ(told.at("refining").at("taken"), false);
+  EXPECT_EQ(told.at("refining").at("reason"), "Too blurred.");
+  EXPECT_EQ(told.at("refining").at("covariance")[2][7], 0.125);
+  EXPECT_THAT(table, testing::HasSubstr("refined   no: Too blurred."));
+
+  polished.refinement.taken = true;
+  polished.refinement.kept = 77;
+  polished.refinement.tried = 88;
+  polished.refinement.scatter = 0.055;
+  EXPECT_THAT(format_table(report), testing::HasSubstr("refined   by 77 of 88 matches, good to 0.055 px\n"));
+  // Refined values have deviations of their own.
+  EXPECT_THAT(format_table(report), testing::Not(testing::HasSubstr("kept")));
+  report.fits_shapes = true;
+  polished.settled.shapes = {0.002, -0.003};
+  const auto shapes = nlohmann::json::parse(format_json(report)).at("polished").at("shapes");
+  EXPECT_NEAR(shapes.at("scale_ratio").get<double>(), 1.002002, 1e-6);
+  EXPECT_EQ(shapes.at("shift_y"), -0.003);
+  EXPECT_THAT(format_table(report), testing::HasSubstr("scale 1.00200 (+- 0.00000), centring -0.00300"));
+}
+
+// A change that the frame can't tell from none is no reason for another lens file.
+TEST(RunReport, TellsToKeepALensFileThatWasRight) {
+  RunReport report = report_of_many_numbers();
+  report.result.error16 = 1.0;
+  report.evidence->change = 0.083;  // twice the expected error and a little
+  EXPECT_THAT(advice_for(report), testing::Not(testing::HasSubstr("keep it")));
+  report.evidence->change = 0.081;
+  EXPECT_THAT(advice_for(report), testing::HasSubstr("keep it"));
+  report.out_lens = "new.lens";
+  EXPECT_THAT(advice_for(report), testing::HasSubstr("new.lens was written all the same"));
+  report.fits_shapes = true;
+  EXPECT_THAT(advice_for(report), testing::Not(testing::HasSubstr("keep it")));
+}
+
+// calib()'s own refusal names what fell short.
+TEST(RunReport, NamesTheMeasureThatFailed) {
+  RunReport report = report_of_many_numbers();
+  report.status = TWINTRUE_QUALITY_FAILED;
+  EXPECT_THAT(verdict_of(report).reasons.front().found,
+              testing::HasSubstr("error16 is 3 px where below 3 px is wanted"));
 }
 
 TEST(RunReport, JsonHoldsEachNumberInItsPlace) {

@@ -191,7 +191,7 @@ TEST(InspectRun, SearchIsThatOfACalibration) {
                                                         example("nominal.lens"), "--preset", "fast"})
                                      .out);
   const Outcome outcome =
-      cli_test::run_program({"calibrate", "--no-settle", example("frame.jpg"), "--lens",
+      cli_test::run_program({"calibrate", "--no-refine", example("frame.jpg"), "--lens",
                              example("nominal.lens"), "--preset", "fast", "--json", path});
   ASSERT_EQ(outcome.exit_code, 0);
   const Json run = Json::parse(read_file(path));

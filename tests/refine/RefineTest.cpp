@@ -228,9 +228,9 @@ TEST(Refine, RefusesWhatCanNotBeTrusted) {
     std::function<void(Shot&, CalibResult&)> change;
   };
   const std::vector<Case> cases{
-      {"no matches", RefineRefusal::kFewMatches, [](Shot& shot, CalibResult&) { shot.matches.clear(); }},
-      {"few matches", RefineRefusal::kFewMatches, [](Shot& shot, CalibResult&) { shot.matches.resize(90); }},
-      {"black halves", RefineRefusal::kFewMatches,
+      {"no matches", RefineRefusal::kFewPatches, [](Shot& shot, CalibResult&) { shot.matches.clear(); }},
+      {"few matches", RefineRefusal::kFewPatches, [](Shot& shot, CalibResult&) { shot.matches.resize(90); }},
+      {"black halves", RefineRefusal::kFewPatches,
        [](Shot& shot, CalibResult&) {
          shot.halves.left_half.create(kFrameHeight, kHalf);
          shot.halves.right_half.create(kFrameHeight, kHalf);
@@ -260,12 +260,6 @@ TEST(Refine, RefusesWhatCanNotBeTrusted) {
       {"refined already", RefineRefusal::kNoBetter,
        [](Shot& shot, CalibResult& start) {
          start = refine(shot.halves, shot.rig, shot.matches, start).pose;
-       }},
-      {"far, with neighbours that err together", RefineRefusal::kFar,
-       [](Shot& shot, CalibResult& start) {
-         shot.halves.right_half = draw(true, waves(0.25));
-         for (RayMatch& match : shot.matches) match.y_b += 0.48f;
-         start.right_tilt += 1.0 / kScale * kHalfPi;
        }},
   };
   for (const Case& one : cases) {

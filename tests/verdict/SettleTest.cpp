@@ -32,19 +32,32 @@ double mean_distance(const RigState& rig, const Matches& matches, const CalibRes
   return sum / static_cast<double>(matches.size());
 }
 
-// The right eye's picture larger and the left one's smaller by the root of the ratio.
-Matches with_scales(Matches matches, double ratio) {
-  const auto root = static_cast<float>(std::sqrt(ratio));
-  const auto right_x = static_cast<float>(kFrameWidth / 2 - testing_support::kCircleX);
-  const auto left_x = static_cast<float>(testing_support::kCircleX);
-  constexpr float kMiddle = kFrameHeight / 2;
-  for (RayMatch& match : matches) {
-    match.x_a = right_x + (match.x_a - right_x) * root;
-    match.y_a = kMiddle + (match.y_a - kMiddle) * root;
-    match.x_b = left_x + (match.x_b - left_x) / root;
-    match.y_b = kMiddle + (match.y_b - kMiddle) / root;
+// The same points as eyes with other shapes see them under a pose.
+Matches seen_with(const EyeShapes& shapes, const CalibResult& pose, const Matches& matches) {
+  RigState plain = nominal_rig();
+  RigState shaped = with_shapes(plain, shapes);
+  rig_apply_pose(plain, pose);
+  rig_apply_pose(shaped, pose);
+  Matches seen;
+  for (RayMatch match : matches) {
+    double x = 0.0, y = 0.0, z = 0.0, px = 0.0, py = 0.0;
+    if (!eye_image_to_ray(plain.current.right, &x, &y, &z, static_cast<double>(match.x_a),
+                          static_cast<double>(match.y_a)) ||
+        !eye_ray_to_image(shaped.current.right, &px, &py, x, y, z)) {
+      continue;
+    }
+    match.x_a = static_cast<float>(px);
+    match.y_a = static_cast<float>(py);
+    if (!eye_image_to_ray(plain.current.left, &x, &y, &z, static_cast<double>(match.x_b) + kFrameWidth / 2,
+                          static_cast<double>(match.y_b)) ||
+        !eye_ray_to_image(shaped.current.left, &px, &py, x, y, z)) {
+      continue;
+    }
+    match.x_b = static_cast<float>(px - kFrameWidth / 2);
+    match.y_b = static_cast<float>(py);
+    seen.push_back(match);
   }
-  return matches;
+  return seen;
 }
 
 // What the eyes differ by is found wherever the search left it, and shared out; what both have in common and
@@ -70,7 +83,8 @@ TEST(Settle, FindsWhatMatchesFixAndKeepsTheRest) {
     const CalibResult& pose = settled.pose;
     EXPECT_TRUE(settled.moved);
     EXPECT_EQ(pose.score, 77.0);
-    EXPECT_EQ(settled.scale_ratio, 1.0);
+    EXPECT_EQ(settled.shapes.log_scale_ratio, 0.0);
+    EXPECT_EQ(settled.shapes.shift_y, 0.0);
     EXPECT_NEAR(pose.right_roll - pose.left_roll, 0.3 * kDegree, 3.0 * settled.difference_sd[2]);
     EXPECT_NEAR(pose.right_pan - pose.left_pan, 0.4 * kDegree, 3.0 * settled.difference_sd[0]);
     EXPECT_NEAR(pose.right_tilt - pose.left_tilt, -0.5 * kDegree, 3.0 * settled.difference_sd[1]);
@@ -98,22 +112,26 @@ TEST(Settle, FitsAsWellAsTheSearchWhatTheLensFileWouldNotExpect) {
             mean_distance(nominal_rig(), matches, truth) + 0.01);
 }
 
-// The ratio of the eyes' scales is found with the pose, and put into the rig it explains the matches.
-TEST(Settle, FindsTheRatioOfTheEyesScales) {
+// The shapes of the eyes' pictures are found with the pose, and put into the rig they explain the matches.
+TEST(Settle, FindsTheShapesOfTheEyesPictures) {
   CalibResult truth{};
   truth.right_tilt = 0.4 * kDegree;
-  for (const double ratio : {1.004, 0.997}) {
-    const Matches matches = with_scales(make_matches(truth, {.count = 3000, .noise_px = 0.3}), ratio);
+  for (const EyeShapes wanted : {EyeShapes{0.004, 0.0}, EyeShapes{-0.003, 0.0}, EyeShapes{0.001, 0.004}}) {
+    const Matches matches = seen_with(wanted, truth, make_matches(truth, {.count = 3000, .noise_px = 0.3}));
     const Settled settled = settle_pose(nominal_rig(), matches, truth, true);
-    EXPECT_NEAR(settled.scale_ratio, ratio, 3.0 * settled.scale_ratio_sd);
-    EXPECT_LT(settled.scale_ratio_sd, 0.001);
-    const RigState scaled = with_scale_ratio(nominal_rig(), settled.scale_ratio);
-    EXPECT_LT(mean_distance(scaled, matches, settled.pose),
+    EXPECT_NEAR(settled.shapes.log_scale_ratio, wanted.log_scale_ratio,
+                3.0 * settled.shapes_sd.log_scale_ratio);
+    EXPECT_NEAR(settled.shapes.shift_y, wanted.shift_y, 3.0 * settled.shapes_sd.shift_y);
+    EXPECT_LT(settled.shapes_sd.log_scale_ratio, 0.001);
+    EXPECT_LT(settled.shapes_sd.shift_y, 0.001);
+    const RigState shaped = with_shapes(nominal_rig(), settled.shapes);
+    EXPECT_LT(mean_distance(shaped, matches, settled.pose),
               0.8 * mean_distance(nominal_rig(), matches, truth));
     const PoseFit fit = fit_pose(nominal_rig(), matches, truth);
-    EXPECT_NEAR(fit.scale_ratio, ratio, 4.0 * fit.scale_ratio_sd);
-    EXPECT_GT(fit.scale_error, 0.1);
-    EXPECT_LT(fit_pose(scaled, matches, settled.pose).scale_error, 0.05);
+    EXPECT_NEAR(fit.shapes.log_scale_ratio, wanted.log_scale_ratio, 4.0 * fit.shapes_sd.log_scale_ratio);
+    EXPECT_NEAR(fit.shapes.shift_y, wanted.shift_y, 4.0 * fit.shapes_sd.shift_y);
+    EXPECT_GT(fit.shape_error, 0.1);
+    EXPECT_LT(fit_pose(shaped, matches, settled.pose).shape_error, 0.05);
   }
 }
 
@@ -134,7 +152,8 @@ TEST(Settle, KeepsTheLensFileWithoutMatches) {
   found.right_pan = 1.0;
   const Settled settled = settle_pose(nominal_rig(), {}, found, true);
   EXPECT_NEAR(settled.pose.right_pan, 0.0, 1e-12);
-  EXPECT_NEAR(settled.scale_ratio, 1.0, 1e-12);
+  EXPECT_NEAR(settled.shapes.log_scale_ratio, 0.0, 1e-12);
+  EXPECT_NEAR(settled.shapes.shift_y, 0.0, 1e-12);
   for (std::size_t i = 0; i < 5; ++i) EXPECT_TRUE(settled.difference_kept[i] && settled.common_kept[i]) << i;
 }
 

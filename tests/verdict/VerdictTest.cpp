@@ -260,32 +260,39 @@ TEST(Verdict, HoldsItsBounds) {
 }
 
 // Eyes of unequal scale, told apart from noise and from small ones that do no harm.
-TEST(Verdict, TellsOfUnequalScalesWhereTheyMatter) {
+TEST(Verdict, TellsOfUnequalShapesWhereTheyMatter) {
   Evidence evidence = good_evidence(1.0);
-  evidence.fit.scale_ratio = 1.0404;
-  evidence.fit.scale_ratio_sd = 0.0195;
-  evidence.fit.scale_error = 0.31;
+  evidence.fit.shapes.log_scale_ratio = std::log(1.0404);
+  evidence.fit.shapes_sd.log_scale_ratio = 0.0195;
+  evidence.fit.shapes_sd.shift_y = 0.001;
+  evidence.fit.shape_error = 0.31;
   evidence.systematic = 0.21;
   const Verdict verdict = judge_evidence(evidence);
   ASSERT_EQ(verdict.reasons.size(), 1U);
   EXPECT_EQ(verdict.outcome, Verdict::Outcome::kCalibratedBut);
   EXPECT_THAT(verdict.reasons[0].found, HasSubstr("4.04 % larger"));
-  EXPECT_THAT(verdict.reasons[0].to_do, HasSubstr("right_eye_magnify_h by 1.02000"));
+  EXPECT_THAT(verdict.reasons[0].to_do, HasSubstr("--fit-scale"));
+  EXPECT_EQ(verdict.reasons[0].key, "unequal_scale");
   evidence.systematic = 0.5;
-  EXPECT_THAT(judge_evidence(evidence).reasons[0].to_do, HasSubstr("magnify"));
+  EXPECT_THAT(judge_evidence(evidence).reasons[0].to_do, HasSubstr("--fit-scale"));
 
   evidence = good_evidence(1.0);
-  evidence.fit.scale_ratio = 1.0 / 1.0404;
-  evidence.fit.scale_ratio_sd = 0.02;  // not sure enough
-  evidence.fit.scale_error = 0.31;
+  evidence.fit.shapes.log_scale_ratio = -std::log(1.0404);
+  evidence.fit.shapes_sd.log_scale_ratio = 0.02;  // not sure enough
+  evidence.fit.shapes.shift_y = 0.003;
+  evidence.fit.shapes_sd.shift_y = 0.0016;
+  evidence.fit.shape_error = 0.31;
   evidence.systematic = 0.21;
   EXPECT_EQ(judge_evidence(evidence).outcome, Verdict::Outcome::kCalibrated);
-  evidence.fit.scale_ratio_sd = 0.001;
+  evidence.fit.shapes_sd.shift_y = 0.0014;
+  EXPECT_EQ(judge_evidence(evidence).reasons.at(0).key, "decentred");
+  EXPECT_THAT(judge_evidence(evidence).reasons[0].found, HasSubstr("decentred by +0.0030"));
+  evidence.fit.shapes_sd.log_scale_ratio = 0.001;
   EXPECT_THAT(judge_evidence(evidence).reasons.at(0).found, HasSubstr("3.88 % smaller"));
   evidence.systematic = 0.19;  // nothing to explain
   EXPECT_EQ(judge_evidence(evidence).outcome, Verdict::Outcome::kCalibrated);
   evidence.systematic = 0.21;
-  evidence.fit.scale_error = 0.29;
+  evidence.fit.shape_error = 0.29;
   EXPECT_EQ(judge_evidence(evidence).outcome, Verdict::Outcome::kCalibrated);
 }
 
@@ -327,8 +334,10 @@ TEST(Verdict, TellsAResultAtTheLimitOfTheSearch) {
     EXPECT_EQ(verdict.outcome,
               of_right_eye ? Verdict::Outcome::kNotCalibrated : Verdict::Outcome::kCalibratedBut);
     // A fit goes farther, and what both eyes have in common is then the lens file's or the matches'.
-    const Settled settled = settle_pose(nominal_rig(), matches, pose);
-    const Verdict after = judge_evidence(gather_evidence(*wide_context(), nominal_rig(), matches, settled));
+    Polished polished;
+    polished.settled = settle_pose(nominal_rig(), matches, pose);
+    polished.pose = polished.settled.pose;
+    const Verdict after = judge_evidence(gather_evidence(*wide_context(), nominal_rig(), matches, polished));
     EXPECT_EQ(after.outcome, of_right_eye ? Verdict::Outcome::kCalibratedBut : Verdict::Outcome::kCalibrated);
   }
 }
@@ -421,12 +430,13 @@ TEST(Evidence, LeavesTheRimOut) {
   EXPECT_EQ(with.fit.gap, without.fit.gap);
 }
 
-// A view takes a ratio of scales as a rig does that has it put in.
-TEST(PairView, PutsTheScalesIn) {
+// A view takes shapes as a rig does that has them put in.
+TEST(PairView, PutsTheShapesIn) {
   const RigState rig = nominal_rig();
   PairView view(rig);
-  view.put(some_truth(), std::log(1.01));
-  PairView changed(with_scale_ratio(rig, 1.01));
+  const EyeShapes shapes{std::log(1.01), 0.02};
+  view.put(some_truth(), shapes);
+  PairView changed(with_shapes(rig, shapes));
   changed.put(some_truth());
   const RayMatch match = good_matches()[7];
   for (std::size_t i = 0; i < 3; ++i) {

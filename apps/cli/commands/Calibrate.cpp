@@ -24,7 +24,10 @@
 #include "apps/cli/SettingsSource.h"
 #include "apps/cli/checks/LensCheck.h"
 #include "apps/cli/checks/SettingsCheck.h"
+#include "lens/LensParameters.h"
+#include "lens/RigModel.h"
 #include "twintrue/calib.h"
+#include "verdict/PairView.h"
 
 namespace twintrue::cli {
 namespace {
@@ -76,6 +79,14 @@ void keep_out_lens(const LensFacts& lens, Outputs& outputs, RunReport& report) {
   report.out_lens = outputs.lens->target().string();
 }
 
+void write_lens(const std::string& lens, const RunReport& report, const std::string& path) {
+  RigState rig;
+  load_lens_description(rig, lens, kLensSection);
+  if (report.polished) rig = with_shapes(rig, report.polished->shapes);
+  rig_apply_pose(rig, report.pose());
+  write_lens_description(rig.current, path);
+}
+
 // Runs calib() with its messages out of the way, or, for -v, on standard error with the steps.
 void run_calibration(const CalibrateArguments& arguments, const Frame& frame, const std::string& params,
                      const std::string& out_lens, StepLog& log, RunReport& report) {
@@ -90,7 +101,7 @@ void run_calibration(const CalibrateArguments& arguments, const Frame& frame, co
     progress.emplace("calibrating");
     quiet.emplace(ChatterCapture::Streams::kOutput);
   }
-  RunTrace trace(log, !arguments.no_settle);
+  RunTrace trace(log, !arguments.no_refine, arguments.fit_scale);
   const auto start = std::chrono::steady_clock::now();
   const RunOptions options{.ignore_thresholds = arguments.ignore_thresholds,
                            .threads = arguments.threads,
@@ -102,8 +113,8 @@ void run_calibration(const CalibrateArguments& arguments, const Frame& frame, co
   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   report.counts = trace.counts();
   report.evidence = trace.take_evidence();
-  report.settled = trace.settled();
-  if (!out_lens.empty() && report.evidence) write_corrected_lens(arguments.lens, report.pose(), out_lens);
+  report.polished = trace.take_polished();
+  if (!out_lens.empty() && report.evidence) write_lens(arguments.lens, report, out_lens);
 }
 
 RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
@@ -133,6 +144,7 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   report.lens_path = arguments.lens;
   report.settings_name = source->name();
   report.ignore_thresholds = arguments.ignore_thresholds;
+  report.fits_shapes = arguments.fit_scale;
 
   const std::string out_lens = outputs.lens ? outputs.lens->temporary().string() : "";
   run_calibration(arguments, frame, source->path(), out_lens, log, report);
