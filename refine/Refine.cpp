@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "refine/FieldError.h"
+
 namespace twintrue {
 namespace {
 

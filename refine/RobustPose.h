@@ -57,13 +57,4 @@ RobustPose coarse_pose(const RigState& rig, const CalibResult& start, std::vecto
 RobustPose robust_pose(const RigState& rig, const CalibResult& start, std::vector<PosePair>& pairs,
                        const RobustPoseSettings& settings);
 
-// Pairs of points all over the field to 64 degrees off the axis, 0.5 to 3 metres away, as the rig sees them
-// under a pose.
-std::vector<PosePair> field_pairs(const RigState& rig, const CalibResult& pose);
-
-// Rms disparity across over the field that a covariance of the pose means, pixels.
-double field_error(const RigState& rig, const CalibResult& pose, const PoseMatrix& covariance);
-// The same between two poses.
-double field_difference(const RigState& rig, const CalibResult& pose, const CalibResult& other);
-
 }  // namespace twintrue

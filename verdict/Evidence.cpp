@@ -1,4 +1,5 @@
 #include "verdict/Evidence.h"
+#include "refine/FieldError.h"
 
 #include <algorithm>
 #include <cmath>

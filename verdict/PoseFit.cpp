@@ -3,52 +3,27 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <numbers>
 
+#include "refine/FieldError.h"
 #include "verdict/RobustFit.h"
 
 namespace twintrue {
 namespace {
 
-using Vec3 = std::array<double, 3>;
-
-constexpr double kHalfPi = std::numbers::pi / 2.0;
 constexpr std::size_t kMostMatches = 1500;  // enough to say what the frame fixes
 
-// Pairs of points evenly over the picture to 64 degrees off the axis, 0.5 to 3 metres away, as the rig sees
-// them under a pose.
+// Pairs of points all over the field as the rig sees them under a pose.
 std::vector<RayMatch> plain_scene(const RigState& rig, const CalibResult& pose) {
-  constexpr int kPoints = 300;
-  constexpr double kReach = 64.0 / 90.0 * kHalfPi;
-  constexpr double kNearest = 0.5;
-  constexpr double kFarthest = 3.0;
-  constexpr double kGoldenAngle = 2.399963229728653;
-  constexpr int kDepths = 7;
-  PairView view(rig);
-  view.put(pose);
-  const RigModel& model = view.rig().current;
-  std::vector<RayMatch> pairs;
-  for (int i = 0; i < kPoints; ++i) {
-    const double theta = kReach * std::sqrt((i + 0.5) / kPoints);
-    const double phi = kGoldenAngle * i;
-    const double distance = kNearest * std::pow(kFarthest / kNearest, (i % kDepths) / (kDepths - 1.0));
-    const Vec3 p{distance * std::sin(theta) * std::cos(phi), distance * std::sin(theta) * std::sin(phi),
-                 -distance * std::cos(theta)};
-    const Vec3& l = model.left.position;
-    const Vec3& r = model.right.position;
-    double xa = 0.0, ya = 0.0, xb = 0.0, yb = 0.0;
-    if (!eye_ray_to_image(model.right, &xa, &ya, p[0] - r[0], p[1] - r[1], p[2] - r[2]) ||
-        !eye_ray_to_image(model.left, &xb, &yb, p[0] - l[0], p[1] - l[1], p[2] - l[2])) {
-      continue;
-    }
-    RayMatch pair;
-    pair.x_a = static_cast<float>(xa);
-    pair.y_a = static_cast<float>(ya);
-    pair.x_b = static_cast<float>(xb - rig.half_width);
-    pair.y_b = static_cast<float>(yb);
-    pairs.push_back(pair);
+  std::vector<RayMatch> matches;
+  for (const PosePair& pair : field_pairs(rig, pose)) {
+    RayMatch match;
+    match.x_a = static_cast<float>(pair.right[0]);
+    match.y_a = static_cast<float>(pair.right[1]);
+    match.x_b = static_cast<float>(pair.left[0] - rig.half_width);
+    match.y_b = static_cast<float>(pair.left[1]);
+    matches.push_back(match);
   }
-  return pairs;
+  return matches;
 }
 
 // What lenses are off, each eye by itself.

@@ -18,6 +18,7 @@
 #include "RigLens.h"
 #include "SceneError.h"
 #include "Spoil.h"
+#include "refine/FieldError.h"
 #include "refine/Refine.h"
 
 namespace twintrue::refine_bench {

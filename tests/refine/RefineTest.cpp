@@ -1,4 +1,5 @@
 #include "base/ThreadTeam.h"
+#include "refine/FieldError.h"
 #include "refine/Refine.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+#include "refine/FieldError.h"
 #include "refine/RobustPose.h"
 
 #include <cmath>
