@@ -78,6 +78,56 @@ TEST(LensNew, MakesFilesThatCalibrateTakes) {
   }
 }
 
+// Files as OpenCV's FileStorage writes them.
+std::string calibration(const std::string& size, const std::string& data = "0.02, -4.0e-03, 7.0e-04, 0.") {
+  return "%YAML:1.0\n---\n" + size +
+         "camera_matrix: !!opencv-matrix\n   rows: 3\n   cols: 3\n   dt: d\n"
+         "   data: [ 3.005e+02, 0., 5.13e+02, 0., 301.,\n       510., 0., 0., 1. ]\n"
+         "distortion_coefficients: !!opencv-matrix\n   rows: 4\n   cols: 1\n   dt: d\n   data: [ " +
+         data + " ]\n";
+}
+
+TEST(LensNew, ReadsFisheyeCalibrations) {
+  const testing_support::TempDir dir;
+  const std::string plain = dir.write("plain.yml", calibration(""));
+  const std::string half = dir.write("half.yml", calibration("image_width: 1024\nimage_height: 1024\n"));
+  const std::string json = dir.write("half.json", R"({"K": {"type_id": "opencv-matrix", "rows": 3, "cols": 3,
+      "dt": "d", "data": [ 300.5, 0.0, 513.0, 0.0, 301.0, 510.0, 0.0, 0.0, 1.0 ]},
+      "D": {"type_id": "opencv-matrix", "rows": 4, "cols": 1, "dt": "d", "data": [ 0.02, -4e-3, 7e-4, 0.0 ]}})");
+  const std::string wanted = values(run_new({"--fov", "180", "--coordinates", "half", "--focal", "300.5,301",
+                                             "--centre", "513,510", "--fisheye-k", "0.02,-0.004,0.0007,0"}));
+  const std::vector<Words> same{
+      {"--opencv", half},
+      {"--opencv", plain, "--coordinates", "half"},
+      {"--opencv-left", json, "--opencv-right", half, "--coordinates", "half"},
+  };
+  for (Words words : same) {
+    words.insert(words.end(), {"--fov", "180"});
+    EXPECT_EQ(values(run_new(words)), wanted) << testing::PrintToString(words);
+  }
+
+  const std::vector<std::tuple<Words, int, std::string>> refused{
+      {{"--opencv", plain}, 2, "--coordinates half"},
+      {{"--opencv", half, "--focal", "300"}, 2, "leave the others out"},
+      {{"--opencv", half, "-o", half}, 2, "the file that --opencv names"},
+      {{"--opencv", dir.file("absent.yml")}, 3, "no such file"},
+      {{"--opencv", dir.write("broken.yml", "%YAML:1.0\n---\nK: [ 1, ")}, 3, "broken.yml:3"},
+      {{"--opencv", dir.write("list.yml", "- 1\n")}, 4, "no named values"},
+      {{"--opencv", dir.write("other.yml", calibration("image_width: 1000\n"))}, 4, "1024 x 1024"},
+      {{"--opencv", dir.write("five.yml", calibration("", "0, 0, 0, 0, 0"))}, 4, "with 5 elements"},
+      {{"--opencv", dir.write("nan.yml", calibration("", "0, 0, .nan, 0"))}, 4, "no finite number"},
+      {{"--opencv", dir.write("pinhole.yml", calibration("fisheye_model: 0\n"))}, 4, "fisheye_model"},
+      {{"--opencv", dir.write("flat.yml", "K: 3\n")}, 4, "K, which is no matrix"},
+  };
+  for (auto [words, code, part] : refused) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    words.insert(words.end(), {"--fov", "180"});
+    const Outcome outcome = run_new(words);
+    EXPECT_EQ(outcome.exit_code, code);
+    EXPECT_THAT(outcome.error, HasSubstr(part));
+  }
+}
+
 TEST(LensNew, RefusesWhatMakesNoLensAndLeavesOldFiles) {
   const testing_support::TempDir dir;
   const std::string out = dir.write("first.lens", "old");

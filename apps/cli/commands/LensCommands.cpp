@@ -30,6 +30,7 @@ void add_eye(CLI::App& app, const std::string& side, LensNewEye& eye) {
   app.add_option("--centre-" + side, eye.centre, "Image centre, in pixels," + of_eye)->type_name("CX,CY");
   app.add_option("--focal-" + side, eye.focal, "Focal length, in pixels," + of_eye)->type_name("F[,FY]");
   app.add_option("--fisheye-k-" + side, eye.fisheye_k, "As --fisheye-k," + of_eye)->type_name("K1,K2,K3,K4");
+  app.add_option("--opencv-" + side, eye.opencv, "As --opencv," + of_eye)->type_name("FILE");
   app.add_option("--pose-" + side, eye.pose,
                  "Where the " + side + " eye looks, in degrees: to the right, down, clockwise from behind")
       ->type_name("PAN,TILT,ROLL");
@@ -47,6 +48,11 @@ void add_both(CLI::App& app, LensNewArguments& arguments) {
          "--fisheye-k", arguments.both.fisheye_k,
          "Both eyes' curve as OpenCV's fisheye module fits it: theta (1 + k1 theta^2 + k2 theta^4 + ...)")
       ->type_name("K1,K2,K3,K4");
+  app.add_option("--opencv", arguments.both.opencv,
+                 "Fisheye calibration of both eyes, as OpenCV's FileStorage writes it, YAML or JSON: "
+                 "camera_matrix (or K) and distortion_coefficients (or D). Its image_width tells whether it "
+                 "counts in a half or in the frame")
+      ->type_name("FILE");
 }
 
 void add_conventions(CLI::App& app, LensNewArguments& arguments) {

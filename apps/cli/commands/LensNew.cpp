@@ -4,6 +4,7 @@
 
 #include <iostream>
 #include <sstream>
+#include <vector>
 
 #include "apps/cli/OutputFile.h"
 #include "apps/cli/Problem.h"
@@ -19,6 +20,14 @@ std::string as_comment(const std::string& text) {
   std::string comment;
   for (std::string line; std::getline(lines, line);) comment += "// " + line + "\n";
   return comment;
+}
+
+std::vector<NamedPath> inputs_of(const LensNewArguments& arguments) {
+  std::vector<NamedPath> inputs;
+  if (arguments.both.opencv) inputs.push_back({"--opencv", *arguments.both.opencv});
+  if (arguments.left.opencv) inputs.push_back({"--opencv-left", *arguments.left.opencv});
+  if (arguments.right.opencv) inputs.push_back({"--opencv-right", *arguments.right.opencv});
+  return inputs;
 }
 
 FirstLens make_lens(const FirstLensInput& input) {
@@ -37,7 +46,7 @@ void lens_new(const LensNewArguments& arguments) {
   if (arguments.out) {
     const NamedPath out{"-o", *arguments.out};
     refuse_scrambled_name(out);
-    file.emplace(out, std::vector<NamedPath>{});
+    file.emplace(out, inputs_of(arguments));
   }
   const FirstLens lens = make_lens(input);
   const std::string description = describe_first_lens(input, lens);

@@ -12,6 +12,7 @@ struct LensNewEye {
   std::optional<std::string> centre;     // CX,CY
   std::optional<std::string> fisheye_k;  // K1,K2,K3,K4
   std::optional<std::string> pose;       // PAN,TILT,ROLL, degrees
+  std::optional<std::string> opencv;     // a file that holds all but the circle and the pose
 };
 
 struct LensNewArguments {

@@ -13,10 +13,13 @@
 #include <vector>
 
 #include "apps/cli/Problem.h"
+#include "apps/cli/commands/FisheyeFile.h"
 #include "apps/cli/commands/InspectOutput.h"
 
 namespace twintrue::cli {
 namespace {
+
+constexpr const char* kPlainProjection = "equidistant";
 
 [[noreturn]] void fail(const std::string& where, const std::string& found, const std::string& expected,
                        const std::string& remedy) {
@@ -109,6 +112,13 @@ class EyeReader {
         own_(side == EyeSide::kLeft ? arguments.left : arguments.right) {}
 
   FirstEye read() {
+    const Choice file = choose("--opencv", name_, own_.opencv, all_.both.opencv);
+    if (file.text != nullptr) {
+      refuse_beside(file.option);
+      read_file({file.option, *file.text});
+      read_pose();
+      return eye_;
+    }
     read_curve();
     // The middle of the half, unless something else is told.
     set_centre((0.5 * input_.frame_width - 1.0) / 2.0 + half_begin(), (input_.frame_height - 1.0) / 2.0);
@@ -130,6 +140,50 @@ class EyeReader {
   void set_given_centre(double x, double y) {
     const double zero = all_.pixel_zero == "corner" ? 0.5 : 0.0;
     set_centre(x - zero + (all_.coordinates == "half" ? half_begin() : 0.0), y - zero);
+  }
+
+  // A calibration's file holds all but the pose.
+  void refuse_beside(const std::string& option) const {
+    for (const LensNewEye* eye : {&own_, &all_.both}) {
+      if (eye->circle || eye->focal || eye->centre || eye->fisheye_k || all_.diameter ||
+          all_.projection != kPlainProjection) {
+        fail(option, "a circle, centre, focal length or curve as well", "one of the two",
+             "leave the others out: the file holds them all");
+      }
+    }
+  }
+
+  void read_file(const NamedPath& file) {
+    const FisheyeCalibration found = read_fisheye_calibration(file);
+    const auto is_size = [&](std::int32_t width) {
+      return found.width.value_or(width) == width &&
+             found.height.value_or(input_.frame_height) == input_.frame_height;
+    };
+    const auto length_of = [](const std::optional<std::int32_t>& length) {
+      return length ? std::to_string(*length) : "?";
+    };
+    const bool of_half = is_size(input_.frame_width / 2);
+    const bool of_frame = is_size(input_.frame_width);
+    if (!of_half && !of_frame) {
+      throw Failure(ExitCode::kFileUnusable,
+                    Problem{fmt::format("{}: {}", file.name, file.path.string()),
+                            fmt::format("a calibration of pictures of {} x {} pixels", length_of(found.width),
+                                        length_of(found.height)),
+                            fmt::format("{0} x {2}, a half of the frame, or {1} x {2}",
+                                        input_.frame_width / 2, input_.frame_width, input_.frame_height),
+                            "calibrate with pictures of the frame's size, neither scaled nor cut"});
+    }
+    // A file without a size counts as the options say.
+    const bool in_half = of_half && of_frame ? all_.coordinates == "half" : of_half;
+    if (!in_half && all_.both.opencv) {
+      fail("--opencv", "one calibration for both eyes, counted in the whole frame",
+           "a calibration of each eye",
+           "add --coordinates half if it is one of a half, or give --opencv-left and --opencv-right");
+    }
+    set_centre(found.center_x + (in_half ? half_begin() : 0.0), found.center_y);
+    eye_.focal_x = found.focal_x;
+    eye_.focal_y = found.focal_y;
+    eye_.curve = {FisheyeKind::kPolynomial, found.k};
   }
 
   void read_curve() {
@@ -165,7 +219,7 @@ class EyeReader {
     if ((own_.circle ? 1 : 0) + (all_.diameter ? 1 : 0) + (focal.text != nullptr ? 1 : 0) != 1) {
       fail(fmt::format("the {} eye's scale", name_),
            own_.circle || all_.diameter ? "more than one of its options" : "none of its options",
-           fmt::format("one of --circle-{0}, --diameter, --focal and --focal-{0}", name_),
+           fmt::format("one of --circle-{0}, --diameter, --focal, --focal-{0} and --opencv-{0}", name_),
            "measure the circle that --fov degrees fill, or take the focal length of a calibration");
     }
     if (focal.text != nullptr) {
