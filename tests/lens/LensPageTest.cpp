@@ -88,7 +88,7 @@ TEST(LensPage, HasAnExampleOfEachFormatThatDescribesTheSameLens) {
       const double x = 0.6 * std::cos(angle);
       const double y = 0.6 * std::sin(angle);
       double px[2], py[2];
-      for (const std::size_t i : {0, 1}) {
+      for (std::size_t i = 0; i < 2; ++i) {
         ASSERT_TRUE(eye_ray_to_image(rigs[i].current.*eye, &px[i], &py[i], x, y, -0.8));
       }
       EXPECT_NEAR(px[0], px[1], kSamePx);
