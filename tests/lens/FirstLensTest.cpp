@@ -106,6 +106,7 @@ FirstLensInput plain_input() {
   input.frame_width = 4096;
   input.frame_height = 2048;
   input.fov_degrees = 180.0;
+  input.baseline = 0.064;  // not what readers take without one
   input.left = {3071.5, 1023.5, 560.0, 560.0, {}, 0.0, 0.0, 0.0};
   input.right = {1023.5, 1023.5, 560.0, 560.0, {}, 0.0, 0.0, 0.0};
   return input;
