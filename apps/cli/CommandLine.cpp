@@ -19,6 +19,7 @@
 #include "apps/cli/commands/InspectSearch.h"
 #include "apps/cli/commands/InspectSettings.h"
 #include "apps/cli/commands/InspectStage.h"
+#include "apps/cli/commands/LensCommands.h"
 #include "apps/cli/commands/Presets.h"
 
 namespace twintrue::cli {
@@ -314,6 +315,7 @@ ExitCode run_command_line(std::vector<std::string> arguments) {
   ExitCode code = ExitCode::kOther;
   add_calibrate(program, &code);
   add_presets(program, &code);
+  add_lens_commands(program, &code);
   add_inspect(program, &code);
   try {
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them

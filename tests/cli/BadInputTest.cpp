@@ -94,6 +94,12 @@ TEST_F(BadInput, UnusableLensFilesEndWithFour) {
   std::string no_width = cli_test::small_lens();
   no_width.replace(no_width.find("input_width = 512"), 17, "input_width = 0  ");
   const std::string zero = dir.write("zero.lens", no_width);
+  const std::string no_field =
+      dir.write("field.lens",
+                "[OPTRA]\nversion = 2.31;\nPIX_input_width = 512;\nPIX_input_height = 256;\n"
+                "AOV_input_width = 5120;\nimg_c_diameter = 2560;\nbaseline = 0.06;\n"
+                "output_width = 512;\noutput_height = 256;\nleft_eye_magnify_v = 1;\n"
+                "left_eye_magnify_h = 1;\nright_eye_magnify_v = 1;\nright_eye_magnify_h = 1;\n");
   const std::string binary = dir.write("binary.lens", std::string("\x7f"
                                                                   "ELF\x01\x02\x03\xff\xfe\x00\x01",
                                                                   11));
@@ -106,6 +112,10 @@ TEST_F(BadInput, UnusableLensFilesEndWithFour) {
        {"calibrate", frame, "--lens", zero},
        4,
        {"LENS", zero, "input_width is invalid parameter: 0"}},
+      {"a length missing",
+       {"calibrate", frame, "--lens", no_field},
+       4,
+       {"LENS", no_field, "FOV", "misspelt"}},
       {"not a lens file", {"calibrate", frame, "--lens", binary}, 4, {"LENS", binary}},
       {"frame too small", {"calibrate", small_frame, "--lens", lens}, 4, {"512 x 255", "512 x 256"}},
   });

@@ -20,6 +20,7 @@ constexpr std::size_t kMostQuoted =
 
 struct LensReading {
   std::optional<LensFacts> facts;
+  bool has_format = false;  // whether there was a lens to read, usable or not
   std::string messages;
 };
 
@@ -29,7 +30,8 @@ LensReading read_lens(const std::string& path) {
   std::string thrown;
   try {
     RigState rig;
-    if (load_lens_description(rig, path, kLensSection) != 0 && rig_is_usable(rig)) {
+    reading.has_format = load_lens_description(rig, path, kLensSection) != 0;
+    if (reading.has_format && rig_is_usable(rig)) {
       reading.facts = LensFacts{rig.current.right.distortion.kind, rig.frame_width, rig.frame_height,
                                 rig.half_width, rig.circle_radius_px};
     }
@@ -54,6 +56,14 @@ LensFacts check_lens(const std::string& path) {
   const LensReading reading = read_lens(path);
   if (reading.facts) return *reading.facts;
   const std::string messages = quoted(reading.messages);
+  if (reading.has_format && messages.empty()) {
+    throw Failure(
+        ExitCode::kFileUnusable,
+        Problem{fmt::format("LENS: {}", path), "a lens with lengths that are 0 or no finite number",
+                "a frame of 1 to 65536 pixels a side, and FOV, img_c_diameter, AOV_input_width above 0",
+                "look for keys that are missing or misspelt: `twintrue inspect lens-text` lists what "
+                "was read"});
+  }
   throw Failure(
       ExitCode::kFileUnusable,
       Problem{fmt::format("LENS: {}", path),
