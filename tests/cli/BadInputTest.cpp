@@ -265,7 +265,8 @@ TEST_F(BadInput, EachLevelsFaultsAreFound) {
   const twintrue::cli::SettingsSource source(
       settings_with("  score_weight_mode: 1", "  score_weight_mode: [1, 1, 14]\n  sigma: [0]"));
   EXPECT_THROW(twintrue::cli::check_settings(source, facts, Reach::kSearch), twintrue::cli::Failure);
-  EXPECT_THROW(twintrue::cli::check_search_settings(source, facts), twintrue::cli::Failure);
+  twintrue::ParamDocument document = twintrue::cli::open_settings(source);
+  EXPECT_THROW(twintrue::cli::check_search_settings(source, document, facts), twintrue::cli::Failure);
   const twintrue::cli::SettingsSource second(settings_with("  unit: 0", "  unit: 0\n  retry_count: 1") +
                                              "\ncalib1:\n  score_weight_mode: 14\n");
   try {
@@ -283,7 +284,8 @@ TEST_F(BadInput, EachLevelsFaultsAreFound) {
     EXPECT_NO_THROW(twintrue::cli::check_settings(twintrue::cli::SettingsSource(text), facts)) << line;
   }
   const twintrue::cli::SettingsSource idle(settings_with("  mode: 28", "  mode: 28\n  score_tbl_size: 0"));
-  EXPECT_NO_THROW(twintrue::cli::check_search_settings(idle, facts));
+  document = twintrue::cli::open_settings(idle);
+  EXPECT_NO_THROW(twintrue::cli::check_search_settings(idle, document, facts));
 }
 
 TEST_F(BadInput, NoRuleThatCouldAcceptAMatchIsToldOf) {
