@@ -136,7 +136,7 @@ TEST_F(BadInput, UnusableSettingsEndWithFour) {
        kSearch,
        {"`score_weight_mode_last`", "-1"}},
       {"  sigma: [", "", kResult, {"`sigma`", "level 0", "above 0"}},
-      {"  num_levels: 19", "  num_levels: 21", kSearch, {"`num_levels`", "21", "at most 20"}},
+      {"  num_levels: 10", "  num_levels: 21", kSearch, {"`num_levels`", "21", "at most 20"}},
       {"  knn: 1", "  knn: 4", kSearch, {"`knn`", "4"}},
       {"  rank_last: 1", "  rank_last: 10", kSearch, {"`rank_last`", "10", "0 to 9"}},
       {"  rank_last: 1",
@@ -148,7 +148,7 @@ TEST_F(BadInput, UnusableSettingsEndWithFour) {
        kSearch,
        {"section `calib1`", "no such section", "`retry_count` is 1"}},
       {"  unit: 0", "  unit: 0\n  retry_count: 20", kSearch, {"`retry_count`", "20", "0 to 19"}},
-      {"      div: 9", "      div: 100000000", kSearch, {"section `calib`", "too many candidates"}},
+      {"      div: 9", "      div: 100000000", kSearch, {"section `calib`", "too many candidates at level 0"}},
       {"  out_mode: 2", "  out_mode: 1", kDetection, {"section `matching`", "`out_mode`", "0 (", "2 ("}},
       {"  k: 2", "  k: 3", kMatching, {"`k`", "3", "1 or 2"}},
       {"  k: 2", "  k: 2\n  penalty_mode: 6", kMatching, {"`penalty_mode`", "6", "0 to 5, or 7"}},
@@ -230,7 +230,7 @@ TEST_F(BadInput, GoodSettingsPass) {
   EXPECT_EQ(settings.error16_th, 3.0);
   EXPECT_EQ(settings.cells, 2 * 2);  // cells of 64 pixels in 256 without the margins of 40
   EXPECT_EQ(settings.places(), 2 * 2 * 2);
-  EXPECT_EQ(settings.levels, 19);
+  EXPECT_EQ(settings.levels, 10);
   EXPECT_EQ(settings.last_retry, 0);
 
   twintrue::cli::LensFacts odd;

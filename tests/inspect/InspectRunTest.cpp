@@ -158,12 +158,12 @@ TEST(InspectRun, SearchShowsItsLevelsAndSums) {
   ASSERT_EQ(search.at("retries").size(), 1u);
   const Json& retry = search.at("retries").at(0);
   EXPECT_EQ(retry.at("retry"), 0);
-  ASSERT_EQ(retry.at("levels").size(), 19u);
+  ASSERT_EQ(retry.at("levels").size(), 10u);
   // The first level: 9 tilts, 7 rolls and 7 pans of the right eye.
   EXPECT_EQ(retry.at("levels").at(0).at("candidates"), 9 * 7 * 7);
   EXPECT_EQ(retry.at("levels").at(0).at("seeds").at(0).at("sigma"), 12.0);
-  const Json& last = retry.at("levels").at(18);
-  EXPECT_EQ(last.at("level"), 18);
+  const Json& last = retry.at("levels").at(9);
+  EXPECT_EQ(last.at("level"), 9);
   EXPECT_EQ(last.at("skipped"), false);
   EXPECT_EQ(last.at("seeds").at(1),
             Json::parse(R"({"pose": [0,0,0,0,0,0,0,0,0,0], "score": -1, "sigma": 0})"));
