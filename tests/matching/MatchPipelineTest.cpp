@@ -286,20 +286,6 @@ TEST(MatchFramesTest, MessagesFollowTheStepsAndSwitchedOffChecksAcceptNothing) {
   }
 }
 
-TEST(MatchFramesTest, FramesThatDoNotPairLeaveNothing) {
-  auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-  for (int i = 0; i < 5; ++i) {
-    add_keypoint(*scene->a, 50, static_cast<float>(50 + i), 3000);
-    add_keypoint(*scene->b, 700, static_cast<float>(600 + i), 3000);
-  }
-  set_descriptors(*scene->a, std::vector(5, Descriptor(8, 0)));
-  set_descriptors(*scene->b, std::vector(5, Descriptor(8, 0)));
-  MatchSet set(scene->unit, 1);
-  EXPECT_EQ(match_frames(*scene->a, *scene->b, &set, false), 0);
-  EXPECT_EQ(export_matches(&set, nullptr, 1, 96), 0);
-  EXPECT_EQ(scene->unit.relMatchCount, 0);
-}
-
 TEST(ExportMatchesTest, CopiesLeadingWords) {
   Planted planted(48);
   auto& [scene, partner, set] = planted;

@@ -16,47 +16,7 @@ namespace {
 
 using namespace matching_tests;
 
-// Bit by bit over the bytes of a row and what lies behind it.
-std::uint32_t reference_distance(const unsigned char* a, const unsigned char* b, int bytes, int split,
-                                 std::uint32_t weight) {
-  std::uint32_t distance = 0;
-  const auto differs = [&](int bit) { return ((a[bit / 8] ^ b[bit / 8]) >> (bit % 8) & 1) != 0; };
-  const int whole_bits = bytes / 8 * 64;
-  for (int bit = 0; bit < whole_bits; ++bit) {
-    if (!differs(bit)) continue;
-    const int word_start = bit / 64 * 64;
-    if (weight == 0) {
-      distance += 1;
-    } else if (word_start == split) {
-      distance += 1 + weight;
-    } else {
-      distance += bit < split ? weight : 1;
-    }
-  }
-  for (int bit = whole_bits; bit < whole_bits + bytes % 8 * 32; ++bit) distance += differs(bit) ? 1 : 0;
-  return distance;
-}
-
-TEST(DescriptorDistanceTest, AgreesWithCountingBits) {
-  std::mt19937 random(1);
-  for (const int bytes : {1, 5, 7, 8, 12, 16, 31, 32, 40, 64}) {
-    for (const int split : {0, 1, 36, 63, 64, 65, 100, 128, 160, 512}) {
-      for (const int weight : {0, 1, 2, 5, -1}) {
-        const auto a = random_descriptor(random, descriptor_span(bytes) + 1);
-        const auto b = random_descriptor(random, descriptor_span(bytes) + 1);
-        // From an odd address too.
-        for (int offset : {0, 1}) {
-          EXPECT_EQ(descriptor_distance(a.data() + offset, b.data() + offset, bytes, split, weight),
-                    reference_distance(a.data() + offset, b.data() + offset, bytes, split,
-                                       static_cast<std::uint32_t>(weight)))
-              << bytes << " bytes, split " << split << ", weight " << weight;
-        }
-      }
-    }
-  }
-}
-
-TEST(DescriptorDistanceTest, SplitsAtHalfTheBitsOrTheCentralSquare) {
+TEST(DescriptorSplitTest, SplitsAtHalfTheBitsOrTheCentralSquare) {
   EXPECT_EQ(descriptor_split_bit(32, 25, 0), 0);
   EXPECT_EQ(descriptor_split_bit(32, 25, 2), 128);
   EXPECT_EQ(descriptor_split_bit(32, 13, 2), 36);
