@@ -233,8 +233,7 @@ TEST(PoseSearch, TheFinalPassHasSettingsOfItsOwn) {
     pose_search(*context, nominal_rig(), matches, found, &seen);
     EXPECT_EQ(seen.finals[0], found.score);
 
-    RigState rig = nominal_rig();
-    rig_apply_pose(rig, found);
+    const RigState rig = testing_support::posed(nominal_rig(), found);
     ScorePass pass;
     pass.final = true;
     pass.sigma = 1.7;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "lens/RigModel.h"
+#include "search/CalibContext.h"
 #include "search/PoseCandidate.h"
 #include "search/RayMatch.h"
 #include "support/PlainLens.h"
@@ -55,6 +56,11 @@ inline twintrue::RigState nominal_rig() {
   rig.circle_radius_px = kScale;
   rig.reference.left = rig.current.left;
   rig.reference.right = rig.current.right;
+  return rig;
+}
+
+inline twintrue::RigState posed(twintrue::RigState rig, const CalibResult& pose) {
+  rig_apply_pose(rig, pose);
   return rig;
 }
 
@@ -133,6 +139,14 @@ inline std::vector<twintrue::RayMatch> make_matches(const CalibResult& truth, co
     matches.push_back(match);
   }
   return matches;
+}
+
+// The first level of the first retry: a normal curve of that width over matches of every rank.
+inline void set_level(twintrue::CalibContext& context, double sigma) {
+  context.sigma[0][0] = sigma;
+  context.score_weight_mode[0][0] = 1;
+  context.rank[0] = 100;
+  context.num_of_using_feat[0][0] = 20000;
 }
 
 }  // namespace testing_support
