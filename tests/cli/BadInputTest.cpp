@@ -148,7 +148,10 @@ TEST_F(BadInput, UnusableSettingsEndWithFour) {
        kSearch,
        {"section `calib1`", "no such section", "`retry_count` is 1"}},
       {"  unit: 0", "  unit: 0\n  retry_count: 20", kSearch, {"`retry_count`", "20", "0 to 19"}},
-      {"      div: 9", "      div: 100000000", kSearch, {"section `calib`", "too many candidates at level 0"}},
+      {"      div: 9",
+       "      div: 100000000",
+       kSearch,
+       {"section `calib`", "too many candidates at level 0"}},
       {"  out_mode: 2", "  out_mode: 1", kDetection, {"section `matching`", "`out_mode`", "0 (", "2 ("}},
       {"  k: 2", "  k: 3", kMatching, {"`k`", "3", "1 or 2"}},
       {"  k: 2", "  k: 2\n  penalty_mode: 6", kMatching, {"`penalty_mode`", "6", "0 to 5, or 7"}},
@@ -313,14 +316,6 @@ TEST_F(BadInput, TellsTheLineAndAllKeysAtOnce) {
                                    HasSubstr("section `matching`, key `k`")));
 }
 
-// The search's settings may come as text in the place of a file's name, however long.
-TEST_F(BadInput, TakesSettingsAsText) {
-  expect_all({{"text",
-               {"calibrate", frame, "--lens", lens, "--params", settings_with("  mode: 28", "  mode: 3")},
-               4,
-               {"PARAMS text", "`mode`", "3"}}});
-}
-
 TEST_F(BadInput, FeaturelessFramesEndWithFive) {
   const std::string json_path = dir.file("result.json");
   const Outcome outcome =
@@ -332,6 +327,10 @@ TEST_F(BadInput, FeaturelessFramesEndWithFive) {
   EXPECT_FALSE(std::filesystem::exists(dir.file("out.lens")));
   // What is not known is not told as zero.
   const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+  EXPECT_EQ(json.at("outcome"), "too_few_matches");
+  EXPECT_EQ(json.at("calib_status"), -999);
+  EXPECT_TRUE(json.at("measures").at("quality").at("value").is_null());
+  EXPECT_TRUE(json.at("out_lens").is_null());
   for (const auto& eye : json.at("corrections")) {
     EXPECT_EQ(eye.size(), 8u);
     for (const auto& value : eye) EXPECT_TRUE(value.is_null()) << json;
@@ -352,6 +351,8 @@ TEST_F(BadInput, FailuresAreToldAsJson) {
         run_program({"calibrate", frame, "--lens", lens, "--params", params, "--json", json_path}).exit_code,
         code);
     const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+    EXPECT_EQ(json.at("schema"), 2);
+    EXPECT_EQ(json.at("outcome"), "error");
     EXPECT_EQ(json.at("exit_code"), code);
     EXPECT_THAT(json.at("problems").at(0).at("where").get<std::string>(), HasSubstr("PARAMS"));
   }

@@ -90,11 +90,6 @@ TEST(InspectRun, FeaturesAreTheLiveRecordsInOrder) {
   }
 }
 
-TEST(InspectRun, TakesPresetsByTheirNames) {
-  const std::string text = inspect_text(on_example("features", {"--side", "left", "--preset", "fast"}));
-  EXPECT_EQ(parse_csv(text).facts.at("capacity"), 4);
-}
-
 TEST(InspectRun, MatchesAreAllRecordsWithEachColumnInItsPlace) {
   EXPECT_EQ(matches().header,
             "x_a,y_a,x_b,y_b,prev_dx,prev_dy,octave_a,octave_b,response_a,response_b,dist_ratio,prev_state,"
