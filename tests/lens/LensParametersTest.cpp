@@ -251,6 +251,25 @@ TEST(LensParameters, FormatIsTakenFromEitherVersionKey) {
       testing::StartsWith("WARNNING: ini_get() read string item OPTRA.version\nformat_version: 1.0\n"));
 }
 
+TEST(LensParameters, KeysThatNobodyUsesChangeNothing) {
+  const TempDir dir;
+  const auto written = [&dir](const Loaded& loaded) {
+    write_lens_description(loaded.state.current, dir.file("out.lens"));
+    return read_file(dir.file("out.lens"));
+  };
+  for (const char* text : {kFormat1, kFormat2}) {
+    const Loaded without = load(text);
+    const Loaded with_more =
+        load("serial = \"A-7\"; lens.baseline = 9.0;\n" + std::string(text) +
+             "note = \"a lens\"; left_eye = 3; left_eye_lambda2 = 0.5; distortion_coeff7 = 4.0;\n"
+             "[OTHER] input_width = 7; baseline = 1.0;\n");
+    EXPECT_EQ(with_more.result, 1);
+    EXPECT_EQ(with_more.output, without.output);
+    EXPECT_EQ(with_more.errors, without.errors);
+    EXPECT_EQ(written(with_more), written(without));
+  }
+}
+
 TEST(LensParameters, FailuresOfTheWholeRead) {
   const Loaded other = load("[other] x = 1;");
   EXPECT_EQ(other.result, 0);
