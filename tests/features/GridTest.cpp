@@ -86,6 +86,7 @@ TEST(GridTest, NeedsItsSection) {
   auto document = document_of("RENO:\n  patchSize: 13\n");
   EXPECT_FALSE(grid.load(document, 14));
   EXPECT_EQ(grid.num_kps_in_cell, -1);
+  EXPECT_FALSE(grid.excluded_rect.enabled);
   EXPECT_EQ(grid.num_min_kps_in_cell_of_octave[0], 30);
 }
 

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "matching/MatchScene.h"
 #include "matching/MatchSet.h"
+#include "matching/Rounding.h"
 
 namespace fpu {
 namespace {
@@ -166,6 +168,34 @@ TEST(MatchCellsTest, ComparesWithThePreviousPair) {
     EXPECT_EQ(set.cell(8)[0].prev_state, c.state) << c.previous_dx;
     EXPECT_EQ(set.cell(8)[1].prev_state, c.state) << c.previous_dx;
   }
+}
+
+TEST(MatchCellsTest, ACostAsLargeAsTheBoundIsNoMatch) {
+  for (const std::uint16_t score : {std::uint16_t{1}, std::uint16_t{2}}) {
+    Scene scene({830, 1, 40, 32, 4});
+    MatchingSettings& s = scene.unit.matchingSettings;
+    s.k = 1;
+    s.penalty_mode = 4;  // 65536 a pixel, and up to 65535 by the lower score
+    s.penalty_rshift = 0;
+    s.max_vector_h = 40000;
+    s.max_vector_v = 0;
+    add_keypoint(*scene.a, 30, 30, score);
+    add_keypoint(*scene.a, 30, 45, score);  // finds nothing on its row
+    add_keypoint(*scene.b, 30 + 32767, 30, score);
+    set_descriptors(*scene.a, std::vector(2, Descriptor(8, 0)));
+    set_descriptors(*scene.b, std::vector(1, Descriptor(8, 0)));
+    MatchSet set(scene.unit, 1);
+    EXPECT_EQ(match_cells(s, *scene.a, *scene.b, set), score == 1 ? 0 : 1) << score;
+  }
+}
+
+TEST(RoundingTest, CoordinatesAreHeldToWhatDiffersWithinTheIntegers) {
+  constexpr std::int32_t kMost = 1 << 28;
+  const std::pair<float, std::int32_t> cases[] = {{0.5f, 1},       {-0.5f, -1},      {2.4f, 2},
+                                                  {3e8f, kMost},   {1e30f, kMost},   {-1e30f, -kMost},
+                                                  {-3e8f, -kMost}, {2e8f, 200000000}};
+  for (const auto& [value, rounded] : cases) EXPECT_EQ(round_coordinate(value), rounded) << value;
+  EXPECT_EQ(round_coordinate(std::numeric_limits<float>::quiet_NaN()), -kMost);
 }
 
 TEST(MatchCellsTest, ARasterTooFineToNameMatchesNothing) {
