@@ -121,10 +121,18 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsUnderAnySettings) {
     for (Bend bend : {Bend::kDistorted, Bend::kMagnified, Bend::kSheared, Bend::kMirrored})
       rigs.push_back(bent_rig(kind, bend));
   }
+  // One crooked eye is enough to forbid the lean form.
+  for (Bend bend : {Bend::kMagnified, Bend::kShiftedX, Bend::kShiftedY, Bend::kMoved}) {
+    for (auto eye : {&RigModel::left, &RigModel::right}) {
+      RigState& rig = rigs.emplace_back(bent_rig(1, Bend::kDistorted));
+      rig.current.*eye = bent_rig(1, bend).current.*eye;
+      rig.reference.*eye = rig.current.*eye;
+    }
+  }
   constexpr std::int32_t kLevel = 2;
   constexpr std::int32_t kRetry = 1;
   int filled = 0, infinite = 0;
-  for (std::uint32_t trial = 0; trial < 300; ++trial) {
+  for (std::uint32_t trial = 0; trial < 400; ++trial) {
     const ThreadTeam team(trial % 10 == 0 ? 7 : 1);
     const RigState& rig = rigs[trial % rigs.size()];
     auto matches = make_matches(some_poses(1)[0], {.count = 1 + below(below(4) == 0 ? 400 : 100),

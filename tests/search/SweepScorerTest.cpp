@@ -127,29 +127,6 @@ TEST(SweepScorer, ServesPassAfterPass) {
   }
 }
 
-// One crooked eye is enough to forbid the lean form.
-TEST(SweepScorer, AgreesWithThePlainFormWhereOneEyeIsCrooked) {
-  const auto poses = some_poses(1);
-  const auto matches = make_matches(poses[0], {.count = 100, .noise_px = 0.7});
-  CalibContext context;
-  context.depth_max = 0.0;
-  set_level(context, 2.5);
-  const ScorePass pass = level_pass(context, matches.size(), 0, 0);
-  for (Bend bend : {Bend::kMagnified, Bend::kShiftedX, Bend::kShiftedY, Bend::kMoved}) {
-    for (auto eye : {&RigModel::left, &RigModel::right}) {
-      RigState rig = bent_rig(1, Bend::kDistorted);
-      rig.current.*eye = bent_rig(1, bend).current.*eye;
-      rig.reference.*eye = rig.current.*eye;
-      SweepScorer scorer(context, rig, matches);
-      scorer.begin(pass);
-      scorer.prepare(poses);
-      const double plain = score_matches(context, pass, posed(rig, poses[0]), matches).score_sum;
-      ASSERT_GT(plain, 1.0);
-      EXPECT_NEAR(scorer.score(poses[0], -1.0), plain, kSweepTolerance * plain) << static_cast<int>(bend);
-    }
-  }
-}
-
 // The lean form leaves out what keeps a point off its axis, which counts for points that lie almost in the
 // eyes' plane: those of keypoints on the middle row.
 TEST(SweepScorer, AgreesWithThePlainFormNextToTheMiddleRow) {
