@@ -100,6 +100,9 @@ TEST_F(BadInput, UnusableLensFilesEndWithFour) {
                 "AOV_input_width = 5120;\nimg_c_diameter = 2560;\nbaseline = 0.06;\n"
                 "output_width = 512;\noutput_height = 256;\nleft_eye_magnify_v = 1;\n"
                 "left_eye_magnify_h = 1;\nright_eye_magnify_v = 1;\nright_eye_magnify_h = 1;\n");
+  std::string misspelt = testing_support::read_file(lens);
+  misspelt.replace(misspelt.find("left_eye_magnify_h"), 18, "left_eye_magnifyh ");
+  const std::string no_rays = dir.write("rays.lens", misspelt);
   const std::string binary = dir.write("binary.lens", std::string("\x7f"
                                                                   "ELF\x01\x02\x03\xff\xfe\x00\x01",
                                                                   11));
@@ -116,6 +119,10 @@ TEST_F(BadInput, UnusableLensFilesEndWithFour) {
        {"calibrate", frame, "--lens", no_field},
        4,
        {"LENS", no_field, "FOV", "misspelt"}},
+      {"no magnification",
+       {"calibrate", frame, "--lens", no_rays},
+       4,
+       {"LENS", no_rays, "left_eye_magnify_h", "misspelt"}},
       {"not a lens file", {"calibrate", frame, "--lens", binary}, 4, {"LENS", binary}},
       {"frame too small", {"calibrate", small_frame, "--lens", lens}, 4, {"512 x 255", "512 x 256"}},
   });
@@ -361,7 +368,7 @@ TEST_F(BadInput, FailuresAreToldAsJson) {
         run_program({"calibrate", frame, "--lens", lens, "--params", params, "--json", json_path}).exit_code,
         code);
     const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
-    EXPECT_EQ(json.at("schema"), 2);
+    EXPECT_EQ(json.at("schema"), 3);
     EXPECT_EQ(json.at("outcome"), "error");
     EXPECT_EQ(json.at("exit_code"), code);
     EXPECT_THAT(json.at("problems").at(0).at("where").get<std::string>(), HasSubstr("PARAMS"));

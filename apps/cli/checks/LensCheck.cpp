@@ -24,6 +24,12 @@ struct LensReading {
   std::string messages;
 };
 
+// Without a magnification no pixel of an eye has a ray.
+bool has_rays(const RigModel& rig) {
+  const auto sees = [](const EyeModel& eye) { return eye.magnify_v > 0.0 && eye.magnify_h > 0.0; };
+  return sees(rig.left) && sees(rig.right);
+}
+
 LensReading read_lens(const std::string& path) {
   LensReading reading;
   ChatterCapture chatter(ChatterCapture::Streams::kOutputAndErrors);
@@ -32,8 +38,12 @@ LensReading read_lens(const std::string& path) {
     RigState rig;
     reading.has_format = load_lens_description(rig, path, kLensSection) != 0;
     if (reading.has_format && rig_is_usable(rig)) {
-      reading.facts = LensFacts{rig.current.right.distortion.kind, rig.frame_width, rig.frame_height,
-                                rig.half_width, rig.circle_radius_px};
+      reading.facts = LensFacts{rig.current.right.distortion.kind,
+                                rig.frame_width,
+                                rig.frame_height,
+                                rig.half_width,
+                                rig.circle_radius_px,
+                                has_rays(rig.current)};
     }
   } catch (const std::exception& error) {
     thrown = error.what();
@@ -54,6 +64,15 @@ LensFacts check_lens(const std::string& path) {
   // Nothing larger can be a lens file, and reading it would only fill the memory.
   read_text_file({"LENS", path}, kLargestLens);
   const LensReading reading = read_lens(path);
+  if (reading.facts && !reading.facts->has_rays) {
+    throw Failure(
+        ExitCode::kFileUnusable,
+        Problem{fmt::format("LENS: {}", path), "an eye without magnification, so no pixel of it has a ray",
+                "right_eye_magnify_v, right_eye_magnify_h, left_eye_magnify_v and left_eye_magnify_h above 0 "
+                "(format 1: about 1; format 2: about 16384)",
+                "write the keys that are missing or misspelt: `twintrue inspect lens-text` lists what was "
+                "read"});
+  }
   if (reading.facts) return *reading.facts;
   const std::string messages = quoted(reading.messages);
   if (reading.has_format && messages.empty()) {
