@@ -54,31 +54,25 @@ float between(Light from, Light to, float value) {
   return to == Light::kLinear ? light_of_display(value) : display_of_light(value);
 }
 
-// The number of a sample that is no byte.
-float number_of(std::uint16_t sample, Light from, Light to) {
-  return between(from, to, static_cast<float>(sample) / 65535.0f);
-}
-
+float unit_of(std::uint16_t sample) { return static_cast<float>(sample) / 65535.0f; }
 // What is no number would spread to all that is sampled near it.
-float number_of(float sample, Light from, Light to) {
-  return std::isfinite(sample) ? between(from, to, sample) : 0.0f;
-}
+float unit_of(float sample) { return std::isfinite(sample) ? sample : 0.0f; }
 
 std::uint16_t word_of(float number) { return static_cast<std::uint16_t>(number * 65535.0f + 0.5f); }
 
-// Sum of what `number` makes of n x n samples of one channel.
+// Mean of what `number` makes of n x n samples of one channel.
 template <typename Sample, typename Number>
-auto sum_of(const Sample* first, std::size_t n, std::size_t frame_row, const Number& number) {
-  auto sum = number(first[0]);
-  for (std::size_t i = 1; i < n * n; ++i) sum += number(first[i / n * frame_row + i % n * 3]);
-  return sum;
+float mean_of(const Sample* first, std::size_t n, std::size_t frame_row, const Number& number) {
+  float sum = 0.0f;
+  for (std::size_t i = 0; i < n * n; ++i) sum += number(first[i / n * frame_row + i % n * 3]);
+  return sum / static_cast<float>(n * n);
 }
 
 }  // namespace
 
-// Gives every pixel inside the three means that `mean` makes of the samples from a place on.
-template <typename Sample, typename Number, typename Mean>
-void EyePicture::fill(const FramePixels& frame, Number* numbers, const Mean& mean) const {
+// Gives every pixel inside the three numbers that `convert` makes of the samples from a place on.
+template <typename Sample, typename Number, typename Convert>
+void EyePicture::fill(const FramePixels& frame, Number* numbers, const Convert& convert) const {
   const auto* const samples = static_cast<const Sample*>(frame.samples);
   const auto n = static_cast<std::size_t>(reduction_);
   const std::size_t frame_row = static_cast<std::size_t>(frame.width) * 3;
@@ -90,7 +84,7 @@ void EyePicture::fill(const FramePixels& frame, Number* numbers, const Mean& mea
       const Sample* const first =
           samples + row * n * frame_row + (static_cast<std::size_t>(left_) + column * n) * 3;
       Number* const out = numbers + (row * static_cast<std::size_t>(width_) + column) * kNumbers;
-      for (std::size_t channel = 0; channel < 3; ++channel) out[channel] = mean(first + channel);
+      for (std::size_t channel = 0; channel < 3; ++channel) out[channel] = convert(first + channel);
       out[3] = 0;
     }
   });
@@ -98,18 +92,20 @@ void EyePicture::fill(const FramePixels& frame, Number* numbers, const Mean& mea
 
 void EyePicture::keep_words(const FramePixels& frame, std::uint16_t* numbers) const {
   std::array<std::uint16_t, 256> words;
+  std::array<float, 256> lights;
   for (std::size_t i = 0; i < words.size(); ++i) {
-    words[i] = word_of(between(frame.light, light_, static_cast<float>(i) / 255.0f));
+    const float unit = static_cast<float>(i) / 255.0f;
+    words[i] = word_of(between(frame.light, light_, unit));
+    lights[i] = between(frame.light, Light::kLinear, unit);
   }
   const auto n = static_cast<std::size_t>(reduction_);
   const std::size_t frame_row = static_cast<std::size_t>(frame.width) * 3;
-  const auto word = [&words](std::uint8_t sample) { return std::uint32_t{words[sample]}; };
+  const auto light = [&lights](std::uint8_t sample) { return lights[sample]; };
   if (n == 1) {
     fill<std::uint8_t>(frame, numbers, [&words](const std::uint8_t* at) { return words[*at]; });
   } else {
-    const auto pixels = static_cast<std::uint32_t>(n * n);
     fill<std::uint8_t>(frame, numbers, [&](const std::uint8_t* at) {
-      return static_cast<std::uint16_t>((sum_of(at, n, frame_row, word) + pixels / 2) / pixels);
+      return word_of(between(Light::kLinear, light_, mean_of(at, n, frame_row, light)));
     });
   }
 }
@@ -118,10 +114,15 @@ template <typename Sample>
 void EyePicture::keep_floats(const FramePixels& frame, float* numbers) const {
   const auto n = static_cast<std::size_t>(reduction_);
   const std::size_t frame_row = static_cast<std::size_t>(frame.width) * 3;
-  const auto number = [&](Sample sample) { return number_of(sample, frame.light, light_); };
-  fill<Sample>(frame, numbers, [&](const Sample* at) {
-    return sum_of(at, n, frame_row, number) / static_cast<float>(n * n);
-  });
+  const auto light = [&](Sample sample) { return between(frame.light, Light::kLinear, unit_of(sample)); };
+  if (n == 1) {
+    fill<Sample>(frame, numbers,
+                 [&](const Sample* at) { return between(frame.light, light_, unit_of(*at)); });
+  } else {
+    fill<Sample>(frame, numbers, [&](const Sample* at) {
+      return between(Light::kLinear, light_, mean_of(at, n, frame_row, light));
+    });
+  }
 }
 
 EyePicture::EyePicture(const FramePixels& frame, const EyeModel& eye, Light light, int reduction)

@@ -52,8 +52,8 @@ class EyePicture {
 
  private:
   void find_spans(const FramePixels& frame, const EyeModel& eye);
-  template <typename Sample, typename Number, typename Mean>
-  void fill(const FramePixels& frame, Number* numbers, const Mean& mean) const;
+  template <typename Sample, typename Number, typename Convert>
+  void fill(const FramePixels& frame, Number* numbers, const Convert& convert) const;
   void keep_words(const FramePixels& frame, std::uint16_t* numbers) const;
   template <typename Sample>
   void keep_floats(const FramePixels& frame, float* numbers) const;
