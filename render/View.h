@@ -33,7 +33,7 @@ struct View {
 // Limits of a view, radians. Beyond them a picture would be a few pixels stretched to streaks.
 inline constexpr double kSmallestFov = 0.001;
 inline constexpr double kLargestRectilinearFov = 2.97;     // 170 degrees
-inline constexpr double kLargestFisheyeFov = 6.283185307;  // all around
+inline constexpr double kLargestFisheyeFov = 6.2831853072;  // all around
 
 // Whether it has a size and a field of view within the limits, and its direction is a number.
 bool is_possible(const View& view);

@@ -47,13 +47,15 @@ void put(std::array<char, N>& place, std::string_view text) {
 
 std::optional<PictureProblem> serve_read(ExchangeHeader& header, Depth depth, const std::string& reader,
                                          const std::string& path) {
+  constexpr std::size_t kChannels = 3;
   const auto room = [&header](std::int32_t width, std::int32_t height, render::SampleType type) {
     const std::size_t bytes = kExchangeHeaderBytes + static_cast<std::size_t>(width) *
-                                                         static_cast<std::size_t>(height) * header.channels *
+                                                         static_cast<std::size_t>(height) * kChannels *
                                                          render::bytes_of(type);
     check(ftruncate(kExchangeDescriptor, static_cast<off_t>(bytes)) == 0, "ftruncate");
     header.width = width;
     header.height = height;
+    header.channels = kChannels;
     header.sample_bytes = static_cast<std::uint32_t>(type);
     return reinterpret_cast<std::uint8_t*>(map_exchange(bytes) + kExchangeHeaderBytes);
   };
