@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "Reprojection.h"
 #include "support/PlainLens.h"
 
 namespace twintrue::accuracy {

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -170,20 +169,6 @@ TEST(Calib, RefusesFramesThatItCannotRead) {
   EXPECT_EQ(status(image), TWINTRUE_FAILED);
   EXPECT_EQ(calib(nullptr, lens.c_str(), kSettings.c_str(), "", 0, nullptr), TWINTRUE_FAILED);
   EXPECT_EQ(calib(&good, nullptr, kSettings.c_str(), "", 0, nullptr), TWINTRUE_FAILED);
-}
-
-TEST(Calib, WritesALensFileAfterAFailedQualityTestToo) {
-  const std::vector<std::uint8_t> black(std::size_t{3} * kWidth * kHeight);
-  const CalibImage image = image_over(black);
-  const TempDir dir;
-  const std::string lens = dir.write("nominal.lens", lens_text());
-  EXPECT_EQ(run(&image, lens, kSettings, dir.file("out.lens"), true, nullptr).status,
-            TWINTRUE_QUALITY_FAILED);
-  EXPECT_TRUE(std::filesystem::exists(dir.file("out.lens")));
-  EXPECT_EQ(run(&image, lens, kSettings, dir.file("none.lens"), false, nullptr).status,
-            TWINTRUE_TOO_FEW_MATCHES);
-  EXPECT_FALSE(std::filesystem::exists(dir.file("none.lens")))
-      << "a run that ends before the search writes none";
 }
 
 }  // namespace

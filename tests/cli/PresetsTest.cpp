@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "apps/cli/Preset.h"
 #include "apps/cli/SettingsSource.h"
 #include "apps/cli/checks/LensCheck.h"
@@ -29,25 +27,6 @@ TEST(Presets, AreTheFilesAndNameThemselves) {
     EXPECT_EQ(preset.text, read_file(file_of(preset)));
     EXPECT_EQ(preset.text.rfind("# " + preset.name + ": ", 0), 0u) << preset.name;
     EXPECT_FALSE(preset.summary().empty() || preset.summary().front() == ' ');
-  }
-}
-
-// A key is explained on its line, or with one or two others in a line above them.
-TEST(Presets, ExplainEveryKeyOutsideTheSweeps) {
-  constexpr int kReach = 3;
-  for (const Preset& preset : presets()) {
-    std::istringstream lines(preset.text);
-    int number = 0;
-    int last_comment = -kReach;
-    for (std::string line; std::getline(lines, line);) {
-      ++number;
-      if (line.find('#') != std::string::npos) last_comment = number;
-      const std::size_t first = line.find_first_not_of(' ');
-      if (first == std::string::npos || first > 2) continue;
-      // The eyes' maps of one level stand under one comment.
-      if (line.rfind("  left", 0) == 0 || line.rfind("  right", 0) == 0) continue;
-      EXPECT_LE(number - last_comment, kReach) << file_of(preset) << ':' << number << ": " << line;
-    }
   }
 }
 

@@ -376,6 +376,7 @@ TEST_F(Language, ScrambledFiles) {
 
   EXPECT_EQ(load_file(dir.write("lens.pin.txt", "b.y = 1;")).content, "a.x 2 42\nb.y 2 1\n");
   EXPECT_EQ(load_file(dir.write("empty.pin", "")).result, 1);
+  EXPECT_EQ(load_file(dir.write("no_ending", "b.z = 2;")).content, "a.x 2 42\nb.y 2 1\nb.z 2 2\n");
 }
 
 TEST_F(Language, UnreadableFiles) {

@@ -55,6 +55,7 @@ distortion_coeff1 = 1.2; distortion_coeff2 = -0.7; distortion_coeff3 = 0.9;
 distortion_coeff4 = 0.4; distortion_coeff5 = -0.2; distortion_coeff6 = 0.1;
 left_eye_x0 = 17600.0; left_eye_y0 = -22000.0; right_eye_x0 = 8800.0; right_eye_y0 = 4400.0;
 left_eye_shift_x = 2500000.0; left_eye_shift_y = -3000000.0; right_eye_shift_x = 3500000.0;
+right_eye_shift_y = 1500000.0;
 left_eye_translate_x = 0.001; left_eye_translate_y = 0.002; left_eye_translate_z = 0.003;
 )";
 
@@ -432,9 +433,13 @@ TEST_P(WrittenFile, HoldsAllKeysInOrder) {
                                        "left_eye_psi = -0.0120000000;",
                                        "right_eye_translate_x = 0.0010000000;",
                                        "input_width = 2048;"}
-            : std::vector<std::string>{"version = 2.3100000000;", "separate_x = 960.5000000000;",
-                                       "beta = 0.1250000000;",    "is_lambda = 0.0000000000;",
-                                       "hard_compatible = 0;",    "left_eye_magnify_v = 16500.0000000000;",
+            : std::vector<std::string>{"version = 2.3100000000;",
+                                       "separate_x = 960.5000000000;",
+                                       "beta = 0.1250000000;",
+                                       "is_lambda = 0.0000000000;",
+                                       "hard_compatible = 0;",
+                                       "left_eye_magnify_v = 16500.0000000000;",
+                                       "right_eye_translate_x = 0.0010000000;",
                                        "PIX_input_width = 2048;"};
   for (const std::string& expected_line : lines) {
     EXPECT_NE(text.find("\n" + expected_line + "\n"), std::string::npos) << expected_line;

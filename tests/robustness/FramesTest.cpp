@@ -18,17 +18,6 @@ TEST(Frames, TheSmallRunGoesThroughEveryStage) {
   EXPECT_TRUE(outcome.lens.starts_with("[OPTRA]\n"));
 }
 
-TEST(Frames, RowsMayBePaddedAndStandBottomUp) {
-  const SmallRun run;
-  const Outcome plain = run.run(SmallFrame().image);
-  for (const std::uint32_t padding : {1u, 2u, 7u, 64u}) {
-    for (const bool bottom_up : {false, true}) {
-      const SmallFrame frame(0, kSmallWidth, kSmallHeight, padding, bottom_up);
-      EXPECT_TRUE(run.run(frame.image) == plain) << padding << bottom_up;
-    }
-  }
-}
-
 // The lens file decides on the size; the frame may have any other one.
 TEST(Frames, AnySizeGivesAStatus) {
   const struct {

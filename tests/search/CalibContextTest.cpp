@@ -194,6 +194,7 @@ TEST(CalibContext, ValuesOfAFile) {
       {"calib:\n  mode: 1", [](auto& c) { return c.rank[19]; }, 10000},
       {"calib:\n  mode: 1", [](auto& c) { return c.sigma[0][19]; }, 0},
       {"x: 1", [](auto& c) { return c.knn[1]; }, 0},
+      {"x: 1", [](auto& c) { return c.retry_break_th1; }, 1000000},
       {"x: 1", [](auto& c) { return c.num_of_using_feat[0][1] + c.num_of_using_feat[1][0]; }, 0},
       {"calib:\n  mode: 1", [](auto& c) { return c.search_radius; }, 10000000},
       {"x: 1", [](auto& c) { return c.search_radius; }, 100000},

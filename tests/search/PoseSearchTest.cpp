@@ -117,6 +117,7 @@ TEST(PoseSearch, KeepsTheBestRetryAndTheLaterOfEquals) {
     EXPECT_EQ(found.score, seen.finals[0]);
     EXPECT_EQ(found.last_retry, 2);
     EXPECT_TRUE(seen.levels.back().skipped);
+    EXPECT_EQ(seen.levels.back().candidates, 0);
   }
 }
 
