@@ -58,13 +58,15 @@ float unit_of(std::uint16_t sample) { return static_cast<float>(sample) / 65535.
 // What is no number would spread to all that is sampled near it.
 float unit_of(float sample) { return std::isfinite(sample) ? sample : 0.0f; }
 
-std::uint16_t word_of(float number) { return static_cast<std::uint16_t>(number * 65535.0f + 0.5f); }
+std::uint16_t word_of(float number) { return static_cast<std::uint16_t>(std::lround(number * 65535.0f)); }
 
 // Mean of what `number` makes of n x n samples of one channel.
 template <typename Sample, typename Number>
 float mean_of(const Sample* first, std::size_t n, std::size_t frame_row, const Number& number) {
   float sum = 0.0f;
-  for (std::size_t i = 0; i < n * n; ++i) sum += number(first[i / n * frame_row + i % n * 3]);
+  for (std::size_t j = 0; j < n; ++j, first += frame_row) {
+    for (std::size_t i = 0; i < n; ++i) sum += number(first[i * 3]);
+  }
   return sum / static_cast<float>(n * n);
 }
 

@@ -59,20 +59,21 @@ Window layout_window(Layout layout, const Window& part) {
   return size;
 }
 
-StereoRender::Eye::Eye(const FramePixels& frame, const EyeModel& model, const View& view, Light sampling)
-    : picture(frame, model, sampling, reduction_for(model, view_density(view))), map(model, view) {}
+StereoPictures::StereoPictures(const FramePixels& frame, const RigModel& rig, Light sampling, double density)
+    : left(std::make_shared<EyePicture>(frame, rig.left, sampling, reduction_for(rig.left, density))),
+      right(std::make_shared<EyePicture>(frame, rig.right, sampling, reduction_for(rig.right, density))) {}
 
-StereoRender::StereoRender(const FramePixels& frame, const RigModel& rig, const View& view, Light sampling)
-    : left_(frame, rig.left, view, sampling), right_(frame, rig.right, view, sampling) {}
+StereoRender::StereoRender(const StereoPictures& pictures, const RigModel& rig, const View& view)
+    : left_{pictures.left, ViewMap(rig.left, view)}, right_{pictures.right, ViewMap(rig.right, view)} {}
 
 void StereoRender::draw(Layout layout, const Window& part, const PictureRoom& room) const {
-  const Light light = left_.picture.light();
+  const Light light = left_.picture->light();
   const ToneCode tone(light, room.type, room.light);
   const SampleRow sample = sample_row();
   const auto width = static_cast<std::size_t>(part.width);
   const auto sample_eye = [&](const Eye& eye, int y, RowSpace& row, std::vector<float>& pixels) {
     eye.map.row(part.y + y, part.x, part.x + part.width, row.x.data(), row.y.data());
-    sample(eye.picture, row.x.data(), row.y.data(), part.width, pixels.data());
+    sample(*eye.picture, row.x.data(), row.y.data(), part.width, pixels.data());
   };
   const auto draw_row = [&](int y, RowSpace& row) {
     if (needs_left(layout)) sample_eye(left_, y, row, row.left);

@@ -4,6 +4,8 @@
 //
 // Names follow lens/RigModel.h: "left" is the left eye, whose picture stands in the right half of the frame.
 
+#include <memory>
+
 #include "lens/RigModel.h"
 #include "render/EyePicture.h"
 #include "render/Pixels.h"
@@ -40,14 +42,27 @@ constexpr Window whole_window(const View& view) { return {0, 0, view.width, view
 // Size of the picture that a layout makes of such a part of both eyes; x and y are 0.
 Window layout_window(Layout layout, const Window& part);
 
+// Both eyes' pictures, cut from a frame under one lens file. Making them takes longer than drawing a small
+// view, and several views of like density may share them.
+struct StereoPictures {
+  std::shared_ptr<const EyePicture> left;
+  std::shared_ptr<const EyePicture> right;
+
+  // `rig`: usable (see rig_is_usable()), of a frame that is at most as large as this one. `sampling`: whether
+  // samples are interpolated in proportion to light or as displays take them. `density`: of the views (see
+  // view_density()); one that has more pixels is drawn with less detail than the frame holds. The frame is
+  // not looked at any more once this returns. Uses the threads of the caller's team. Memory: 8 bytes a pixel
+  // of the frame, or 16 where its samples are not bytes, divided by the square of the reduction. Throws
+  // std::bad_alloc and LensModelError.
+  StereoPictures(const FramePixels& frame, const RigModel& rig, Light sampling, double density);
+};
+
 // One frame under one lens file and one view. Only read once made; any number of threads.
 class StereoRender {
  public:
-  // `rig`: usable (see rig_is_usable()), of a frame that is at most as large as this one. `view`: possible.
-  // `sampling`: whether samples are interpolated in proportion to light or as displays take them. The frame
-  // is not looked at any more once this returns. Uses the threads of the caller's team. Memory: 8 bytes a
-  // pixel of the frame, or 16 where its samples are not bytes. Throws std::bad_alloc and LensModelError.
-  StereoRender(const FramePixels& frame, const RigModel& rig, const View& view, Light sampling);
+  // `rig`: that of the pictures, which are shared with it. `view`: possible. Uses the threads of the caller's
+  // team. Throws std::bad_alloc and LensModelError.
+  StereoRender(const StereoPictures& pictures, const RigModel& rig, const View& view);
 
   // Fills `room`, which has the size of layout_window(layout, part); `part` lies in the view's picture. The
   // result is the same for every number of threads and every instruction set. Black is what an eye does not
@@ -56,8 +71,7 @@ class StereoRender {
 
  private:
   struct Eye {
-    Eye(const FramePixels& frame, const EyeModel& model, const View& view, Light sampling);
-    EyePicture picture;
+    std::shared_ptr<const EyePicture> picture;
     ViewMap map;
   };
 

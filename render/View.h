@@ -32,7 +32,7 @@ struct View {
 
 // Limits of a view, radians. Beyond them a picture would be a few pixels stretched to streaks.
 inline constexpr double kSmallestFov = 0.001;
-inline constexpr double kLargestRectilinearFov = 2.97;     // 170 degrees
+inline constexpr double kLargestRectilinearFov = 2.97;      // 170 degrees
 inline constexpr double kLargestFisheyeFov = 6.2831853072;  // all around
 
 // Whether it has a size and a field of view within the limits, and its direction is a number.

@@ -187,7 +187,7 @@ void add_view_options(CLI::App& app, ViewArguments& arguments) {
   app.add_option("--tilt", arguments.tilt_deg, "Degrees upward that a rectilinear picture looks")
       ->type_name("DEG");
   app.add_option("--compare", arguments.other_lens,
-                 "Draw the frame under this lens file as well, behind what LENS shows")
+                 "Draw the frame under this lens file as well, below or beside what LENS shows")
       ->type_name("OTHER_LENS");
   app.add_option("--compare-in", arguments.compare_in,
                  "Put the two in rows or columns (default: rows; columns for top-bottom)")

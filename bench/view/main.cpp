@@ -83,7 +83,8 @@ void Whole(benchmark::State& state) {
   std::vector<std::byte> samples;
   const PictureRoom room = room_in(samples, layout_window(Layout::kSideBySide, whole_window(view)));
   for (auto _ : state) {
-    const StereoRender render(inputs.frame, inputs.rig, view, kSampling);
+    const StereoPictures pictures(inputs.frame, inputs.rig, kSampling, view_density(view));
+    const StereoRender render(pictures, inputs.rig, view);
     render.draw(Layout::kSideBySide, whole_window(view), room);
   }
   state.SetItemsProcessed(state.iterations() * room.width * room.height);
@@ -98,7 +99,8 @@ void Draw(benchmark::State& state) {
   const View view = view_of(kProjection, width / 2);
   std::vector<std::byte> samples;
   const PictureRoom room = room_in(samples, layout_window(Layout::kSideBySide, whole_window(view)));
-  const StereoRender render(inputs.frame, inputs.rig, view, kSampling);
+  const StereoPictures pictures(inputs.frame, inputs.rig, kSampling, view_density(view));
+  const StereoRender render(pictures, inputs.rig, view);
   for (auto _ : state) render.draw(Layout::kSideBySide, whole_window(view), room);
   state.SetItemsProcessed(state.iterations() * room.width * room.height);
 }

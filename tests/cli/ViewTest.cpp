@@ -284,6 +284,7 @@ TEST_F(View, RefusesWhatItCannotDo) {
       {{frame, "--lens", lens, "-o", out, "--fov", "90"}, 2, "180 degrees each way"},
       {{frame, "--lens", lens, "-o", out, "--as", "rectilinear", "--fov", "180"}, 2, "180 degrees"},
       {{frame, "--lens", lens, "-o", out, "--as", "rectilinear", "--fov", "nan"}, 2, "degrees"},
+      {{frame, "--lens", lens, "-o", out, "--as", "rectilinear", "--tilt", "inf"}, 2, "--tilt"},
       {{frame, "--lens", lens, "-o", out, "--as", "fisheye", "--pan", "3"}, 2, "--pan"},
       {{frame, "--lens", lens, "-o", out, "--compare-in", "rows"}, 2, "--compare OTHER.lens"},
       {{dir.file("none.png"), "--lens", lens, "-o", out}, 3, "no such file"},

@@ -44,6 +44,10 @@ struct Drawn {
   }
 };
 
+StereoRender render_of(const FramePixels& frame, const RigModel& rig, const View& view, Light sampling) {
+  return {StereoPictures(frame, rig, sampling, view_density(view)), rig, view};
+}
+
 Drawn draw(const StereoRender& render, Layout layout, const Window& part, SampleType type = SampleType::kByte,
            Light light = Light::kEncoded) {
   Drawn drawn(layout_window(layout, part), type, light);
@@ -85,7 +89,7 @@ TEST(StereoRender, AgreesWithAPlainRemapping) {
     SCOPED_TRACE(testing::Message() << "view of " << c.view.width << " x " << c.view.height);
     const RigModel rig = small_rig(c.kind);
     ASSERT_EQ(reduction_for(rig.left, view_density(c.view)), c.reduction);
-    const StereoRender render(frame, rig, c.view, c.sampling);
+    const StereoRender render = render_of(frame, rig, c.view, c.sampling);
     const Drawn drawn = draw(render, Layout::kLeftEye, whole_window(c.view));
     const bool as_light = c.sampling == Light::kLinear;
     int compared = 0, apart = 0;
@@ -166,7 +170,7 @@ struct Disparity {
 // How far apart the rows are in which both eyes see the points, in a picture 4096 pixels wide.
 Disparity disparity_of(const SpotFrame& spots, const RigModel& rig, const View& view,
                        const std::vector<std::array<double, 3>>& points) {
-  const StereoRender render(spots.frame(), rig, view, Light::kLinear);
+  const StereoRender render = render_of(spots.frame(), rig, view, Light::kLinear);
   const Window part = whole_window(view);
   const Drawn left = draw(render, Layout::kLeftEye, part, SampleType::kFloat, Light::kLinear);
   const Drawn right = draw(render, Layout::kRightEye, part, SampleType::kFloat, Light::kLinear);
@@ -225,7 +229,7 @@ TEST(StereoRender, PutsTheEyesTogetherAsEachLayoutSays) {
   const FramePixels frame{512, 256, SampleType::kWord, Light::kEncoded, words.data()};
   const View view = view_of(Projection::kRectilinear, 200, 150, 70, 5, 3);
   const Window part{20, 30, 101, 57};
-  const StereoRender render(frame, small_rig(1), view, Light::kEncoded);
+  const StereoRender render = render_of(frame, small_rig(1), view, Light::kEncoded);
   const auto floats = [&](Layout layout) { return draw(render, layout, part, SampleType::kFloat); };
   const Drawn left = floats(Layout::kLeftEye), right = floats(Layout::kRightEye);
   const Drawn beside = floats(Layout::kSideBySide), below = floats(Layout::kTopBottom);
@@ -263,7 +267,7 @@ TEST(StereoRender, TakesTheLeftEyeFromTheRightHalf) {
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = i / 3 % 512 < 256 ? 50 : 200;
   const FramePixels frame{512, 256, SampleType::kByte, Light::kEncoded, bytes.data()};
   const View view = view_of(Projection::kHalfEquirect, 100, 100);
-  const StereoRender render(frame, small_rig(2), view, Light::kEncoded);
+  const StereoRender render = render_of(frame, small_rig(2), view, Light::kEncoded);
   const Drawn drawn = draw(render, Layout::kSideBySide, whole_window(view));
   EXPECT_EQ(drawn.at<std::uint8_t>(50, 50, 0), 200);
   EXPECT_EQ(drawn.at<std::uint8_t>(150, 50, 0), 50);
@@ -276,7 +280,7 @@ TEST(StereoRender, IsTheSameForEveryNumberOfThreads) {
   std::vector<std::byte> first;
   for (const int threads : {1, 2, 5}) {
     const ThreadTeam team(threads);
-    const StereoRender render(frame, small_rig(1), view, Light::kLinear);
+    const StereoRender render = render_of(frame, small_rig(1), view, Light::kLinear);
     const Drawn drawn = draw(render, Layout::kDifference, whole_window(view));
     if (threads == 1) first = drawn.bytes;
     EXPECT_EQ(drawn.bytes, first) << threads;
@@ -309,7 +313,7 @@ TEST(StereoRender, StaysInTheFrameWhateverTheLensFileSays) {
     for (const View& view :
          {view_of(Projection::kHalfEquirect, 64, 48), view_of(Projection::kFisheye, 900, 900, 359),
           view_of(Projection::kRectilinear, 8, 8, 1)}) {
-      const StereoRender render(frame, rig, view, Light::kLinear);
+      const StereoRender render = render_of(frame, rig, view, Light::kLinear);
       const Drawn drawn = draw(render, Layout::kSideBySide, whole_window(view));
       EXPECT_EQ(drawn.bytes.size(), static_cast<std::size_t>(view.width * view.height * 6));
     }

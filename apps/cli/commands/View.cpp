@@ -66,6 +66,7 @@ std::vector<Picture> draw(const ViewArguments& arguments, const ViewPlan& plan, 
   std::vector<render::Layout> layouts{plan.layout};
   if (plan.blink) layouts.push_back(render::Layout::kRightEye);
   std::vector<Picture> pictures;
+  pictures.reserve(layouts.size());
   for (std::size_t i = 0; i < layouts.size(); ++i) {
     Picture picture{plan.all(), kept_type(plan.format, frame.type), kept_light(plan.format), {}};
     picture.samples.resize(picture.row_bytes() * static_cast<std::size_t>(picture.size.height));
@@ -77,7 +78,9 @@ std::vector<Picture> draw(const ViewArguments& arguments, const ViewPlan& plan, 
   int lens = 0;
   for (const std::string& file : lens_files(arguments)) {
     const render::Window place = plan.place(lens++);
-    const render::StereoRender render(pixels, load_rig(file).current, plan.view, plan.sampling);
+    const RigState rig = load_rig(file);
+    const render::StereoPictures eyes(pixels, rig.current, plan.sampling, view_density(plan.view));
+    const render::StereoRender render(eyes, rig.current, plan.view);
     for (std::size_t i = 0; i < layouts.size(); ++i) {
       render.draw(layouts[i], plan.part,
                   pictures[i].room().part(place.x, place.y, place.width, place.height));
@@ -92,6 +95,7 @@ std::string encode(const ViewPlan& plan, const std::vector<Picture>& pictures) {
   if (plan.format == PictureFormat::kJpeg) return encode_jpeg(pictures.front().to_write(), tags);
   if (!plan.blink) return encode_png(pictures.front().to_write(), tags);
   std::vector<PictureSamples> samples;
+  samples.reserve(pictures.size());
   for (const Picture& picture : pictures) samples.push_back(picture.to_write());
   return encode_animation(samples, kBlinkMilliseconds, tags);
 }

@@ -6,9 +6,11 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "apps/cli/Problem.h"
@@ -96,6 +98,12 @@ void take_direction(const ViewArguments& arguments, render::View& view) {
     const bool fisheye = view.projection == Projection::kFisheye;
     const double usual = fisheye ? kUsualFisheyeFov : kUsualRectilinearFov;
     view.fov = arguments.fov_deg.value_or(usual) * kRadiansPerDegree;
+  }
+  for (const auto& [name, angle] :
+       {std::pair{"--pan", arguments.pan_deg}, std::pair{"--tilt", arguments.tilt_deg}}) {
+    if (!std::isfinite(angle.value_or(0.0))) {
+      fail(name, fmt::format("{}", *angle), "degrees", "give a number, such as 30 or -12.5");
+    }
   }
   view.pan = arguments.pan_deg.value_or(0.0) * kRadiansPerDegree;
   view.tilt = arguments.tilt_deg.value_or(0.0) * kRadiansPerDegree;
