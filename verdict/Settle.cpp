@@ -15,7 +15,7 @@ namespace twintrue {
 namespace {
 
 constexpr std::size_t kMostMatches = 10000;  // more fix the pose no better: neighbours err together
-constexpr double kScale = 1.5;              // pixels beyond which an error counts little
+constexpr double kScale = 1.5;               // pixels beyond which an error counts little
 
 // How well a lens file is believed, standard deviations. It may be far off in how the eyes stand to each
 // other, but what both have in common it knows: the eyes sit in one body. Where a real frame speaks of that

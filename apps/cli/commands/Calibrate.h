@@ -17,7 +17,7 @@ struct CalibrateArguments {
   std::optional<std::string> json;  // "-": standard output
   bool no_refine = false;
   bool fit_scale = false;  // not together with no_refine
-  int threads = 0;  // 1 to kMostThreads; 0: default_thread_count()
+  int threads = 0;         // 1 to kMostThreads; 0: default_thread_count()
   bool ignore_thresholds = false;
   bool verbose = false;
 };
