@@ -143,6 +143,10 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
   command.app
       ->add_option("--json", arguments.json, "Write the result as JSON to this file (-: standard output)")
       ->type_name("FILE");
+  command.app
+      ->add_option("--report", arguments.report,
+                   "Write a page that explains the result in words and pictures, one HTML file")
+      ->type_name("OUT.html");
   CLI::Option* const no_refine = command.app->add_flag(
       "--no-refine", arguments.no_refine,
       "Write the search's own pose, as the library's calib() gives it: no fit to its matches behind it, no "

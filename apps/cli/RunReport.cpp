@@ -41,23 +41,6 @@ std::string too_few_found(const RunReport& report) {
       100.0 * report.result.detection_ratio, 100.0 * report.settings.detection_ratio_th);
 }
 
-std::string number_of(const Measure& measure) {
-  if (measure.value && std::isnan(*measure.value)) return "no number";
-  return measure.value ? fmt::format("{:.4g}{}", *measure.value, measure.unit) : "-";
-}
-
-std::string wanted_of(const Measure& measure) {
-  switch (measure.rule) {
-    case Measure::Rule::kAtLeast:
-      return fmt::format("at least {:g}{}", measure.threshold, measure.unit);
-    case Measure::Rule::kBelow:
-      return fmt::format("below {:g}{}", measure.threshold, measure.unit);
-    case Measure::Rule::kNone:
-      break;
-  }
-  return "no threshold";
-}
-
 std::string failed_measures(const RunReport& report) {
   std::string failed;
   for (const Measure& measure : measures_of(report)) {
@@ -106,62 +89,33 @@ std::string file_warning(const RunReport& report) {
   return report.out_lens ? " The corrected lens file was written all the same; do not rely on it." : "";
 }
 
-std::string test_of(const Measure& measure) {
-  const std::optional<bool> passed = measure.passed();
-  if (!measure.value) return "not reached";
-  if (!passed) return "";
-  return *passed ? "ok" : "FAILED";
-}
-
 // How far the matches fix a value, a standard deviation. `angle` in radians or a length in pixels.
 std::string fixed_to(double deviation, double prior, bool is_angle) {
-  if (is_open(deviation, prior)) return "not fixed";
+  if (is_open(deviation, prior)) return kNotFixed;
   // Deviations are estimates: two digits say enough.
   if (is_angle) return fmt::format("{:.2g} deg", deviation * kDegreesPerRadian);
-  return fmt::format("{:.2g} px ", deviation);
+  return fmt::format("{:.2g} px", deviation);
 }
-
-constexpr const char* kKept = "kept";
 
 // Whether the lens file's own value was kept, since the matches tell next to nothing of it.
 bool keeps(const RunReport& report, std::array<bool, 5> Settled::*kept, std::size_t value) {
   return report.polished && !report.polished->refinement.taken && (report.polished->settled.*kept)[value];
 }
 
+// Numbers of both units end in one column.
+std::string padded(const std::string& number) { return number.ends_with(" px") ? number + " " : number; }
+
 std::string corrections_table(const RunReport& report) {
-  struct Row {
-    const char* label;
-    double right_eye;
-    double left_eye;
-    bool is_angle;
-  };
-  const CalibResult& r = report.pose();
-  const std::array<Row, 5> rows{{{"pan", r.right_pan, r.left_pan, true},
-                                 {"tilt", r.right_tilt, r.left_tilt, true},
-                                 {"roll", r.right_roll, r.left_roll, true},
-                                 {"offset x", r.right_offset_x, r.left_offset_x, false},
-                                 {"offset y", r.right_offset_y, r.left_offset_y, false}}};
   std::string out = fmt::format("{:<17}{:>14}{:>18}", "correction", "right eye", "left eye");
   if (report.evidence) out += fmt::format("{:>18}{:>16}", "difference +-", "in common +-");
   out += '\n';
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const Row& row = rows[i];
-    if (row.is_angle) {
-      out += fmt::format("  {:<15}{:>+10.4f} deg{:>+14.4f} deg", row.label, row.right_eye * kDegreesPerRadian,
-                         row.left_eye * kDegreesPerRadian);
+  for (const Correction& row : corrections_of(report)) {
+    if (std::string_view(row.unit) == "deg") {
+      out += fmt::format("  {:<15}{:>+10.4f} deg{:>+14.4f} deg", row.label, row.right_eye, row.left_eye);
     } else {
       out += fmt::format("  {:<15}{:>+10.3f} px {:>+14.3f} px ", row.label, row.right_eye, row.left_eye);
     }
-    if (report.evidence) {
-      const PoseFit& fit = report.evidence->fit;
-      const double prior = prior_of(i, report.frame_width);
-      // Two eyes whose values are known that well each: their difference and their mean.
-      std::string difference = fixed_to(fit.difference_sd[i], prior * std::numbers::sqrt2, row.is_angle);
-      std::string common = fixed_to(fit.common_sd[i], prior / std::numbers::sqrt2, row.is_angle);
-      if (keeps(report, &Settled::difference_kept, i)) difference = kKept;
-      if (keeps(report, &Settled::common_kept, i)) common = kKept;
-      out += fmt::format("{:>18}{:>16}", difference, common);
-    }
+    out += fmt::format("{:>18}{:>16}", padded(row.difference), padded(row.common));
     out.erase(out.find_last_not_of(' ') + 1);
     out += '\n';
   }
@@ -266,6 +220,54 @@ Verdict verdict_of(const RunReport& report) {
   verdict.outcome = Verdict::Outcome::kNotCalibrated;
   if (!has_one_cause(verdict)) verdict.reasons.insert(verdict.reasons.begin(), reason_of_status(report));
   return verdict;
+}
+
+std::string number_of(const Measure& measure) {
+  if (measure.value && std::isnan(*measure.value)) return "no number";
+  return measure.value ? fmt::format("{:.4g}{}", *measure.value, measure.unit) : "-";
+}
+
+std::string wanted_of(const Measure& measure) {
+  switch (measure.rule) {
+    case Measure::Rule::kAtLeast:
+      return fmt::format("at least {:g}{}", measure.threshold, measure.unit);
+    case Measure::Rule::kBelow:
+      return fmt::format("below {:g}{}", measure.threshold, measure.unit);
+    case Measure::Rule::kNone:
+      break;
+  }
+  return "no threshold";
+}
+
+std::string test_of(const Measure& measure) {
+  const std::optional<bool> passed = measure.passed();
+  if (!measure.value) return "not reached";
+  if (!passed) return "";
+  return *passed ? "ok" : "FAILED";
+}
+
+std::vector<Correction> corrections_of(const RunReport& report) {
+  const CalibResult& r = report.pose();
+  constexpr double kDegrees = kDegreesPerRadian;
+  std::vector<Correction> rows{{"pan", "deg", r.right_pan * kDegrees, r.left_pan * kDegrees, "", ""},
+                               {"tilt", "deg", r.right_tilt * kDegrees, r.left_tilt * kDegrees, "", ""},
+                               {"roll", "deg", r.right_roll * kDegrees, r.left_roll * kDegrees, "", ""},
+                               {"offset x", "px", r.right_offset_x, r.left_offset_x, "", ""},
+                               {"offset y", "px", r.right_offset_y, r.left_offset_y, "", ""}};
+  if (!report.evidence) return rows;
+  const PoseFit& fit = report.evidence->fit;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const bool is_angle = std::string_view(rows[i].unit) == "deg";
+    const double prior = prior_of(i, report.frame_width);
+    // Two eyes whose values are known that well each: their difference and their mean.
+    rows[i].difference = keeps(report, &Settled::difference_kept, i)
+                             ? kKept
+                             : fixed_to(fit.difference_sd[i], prior * std::numbers::sqrt2, is_angle);
+    rows[i].common = keeps(report, &Settled::common_kept, i)
+                         ? kKept
+                         : fixed_to(fit.common_sd[i], prior / std::numbers::sqrt2, is_angle);
+  }
+  return rows;
 }
 
 ExitCode exit_code_of(const RunReport& report) {

@@ -82,6 +82,28 @@ ExitCode exit_code_of(const RunReport& report);
 // Detection ratio, quality, error16 and score, in this order.
 std::vector<Measure> measures_of(const RunReport& report);
 
+// A measure as words: "0.41", "at least 0.05", and "ok", "FAILED", "not reached" or nothing.
+std::string number_of(const Measure& measure);
+std::string wanted_of(const Measure& measure);
+std::string test_of(const Measure& measure);
+
+// One of the five corrections of both eyes.
+struct Correction {
+  const char* label;
+  const char* unit;  // deg or px, which the numbers are in
+  double right_eye = 0.0;
+  double left_eye = 0.0;
+  // How well the right eye's is known against the left one's, and what both have in common: a standard
+  // deviation with its unit, kNotFixed or kKept. Empty without evidence.
+  std::string difference;
+  std::string common;
+};
+inline constexpr const char* kNotFixed = "not fixed";
+inline constexpr const char* kKept = "kept";
+
+// Pan, tilt, roll, offset x and y, in this order; of a report that has a pose.
+std::vector<Correction> corrections_of(const RunReport& report);
+
 // What the result means and what to do about it, one or two sentences.
 std::string advice_for(const RunReport& report);
 

@@ -9,6 +9,7 @@
 
 #include "apps/TwinTrue/RunDriver.h"
 #include "apps/cli/RunReport.h"
+#include "apps/cli/report/RunRecord.h"
 #include "search/PoseSearch.h"
 #include "verdict/Evidence.h"
 #include "verdict/Polish.h"
@@ -31,9 +32,10 @@ class StepLog {
 class RunTrace final : public RunObserver, private SearchObserver {
  public:
   // `polishes`: whether the pose of the search is polished before it is judged, `fits_shapes`: and the shapes
-  // of the eyes' pictures with it.
-  RunTrace(StepLog& log, bool polishes, bool fits_shapes)
-      : log_(log), polishes_(polishes), fits_shapes_(fits_shapes) {}
+  // of the eyes' pictures with it. `record` takes what a page tells of the run beyond its result; null: none
+  // is wanted.
+  RunTrace(StepLog& log, bool polishes, bool fits_shapes, RunRecord* record = nullptr)
+      : log_(log), polishes_(polishes), fits_shapes_(fits_shapes), record_(record), clock_(record) {}
 
   void on_halves(const RigState& rig, const HalfFrames& halves) override;
   void on_keypoints(bool left_half, std::int32_t count, bool enough) override;
@@ -55,6 +57,8 @@ class RunTrace final : public RunObserver, private SearchObserver {
   StepLog& log_;
   bool polishes_;
   bool fits_shapes_;
+  RunRecord* record_;
+  StageClock clock_;
   CodedHalves halves_;
   RunCounts counts_;
   std::optional<Evidence> evidence_;

@@ -24,6 +24,7 @@
 #include "apps/cli/SettingsSource.h"
 #include "apps/cli/checks/LensCheck.h"
 #include "apps/cli/checks/SettingsCheck.h"
+#include "apps/cli/report/PageOfRun.h"
 #include "lens/LensParameters.h"
 #include "lens/RigModel.h"
 #include "twintrue/calib.h"
@@ -40,6 +41,7 @@ bool json_to_output(const CalibrateArguments& arguments) { return arguments.json
 struct Outputs {
   std::unique_ptr<OutputFile> lens;
   std::unique_ptr<OutputFile> json;
+  std::unique_ptr<OutputFile> report;
 };
 
 // Files that no output may replace.
@@ -54,10 +56,18 @@ void check_json(const CalibrateArguments& arguments, Outputs& outputs) {
   outputs.json = std::make_unique<OutputFile>(NamedPath{"--json", *arguments.json}, inputs_of(arguments));
 }
 
+void check_report(const CalibrateArguments& arguments, Outputs& outputs) {
+  if (!arguments.report) return;
+  std::vector<NamedPath> taken = inputs_of(arguments);
+  if (outputs.json) taken.push_back({"--json", *arguments.json});
+  outputs.report = std::make_unique<OutputFile>(NamedPath{"--report", *arguments.report}, taken);
+}
+
 void check_out_lens(const CalibrateArguments& arguments, Outputs& outputs) {
   if (!arguments.out_lens) return;
   std::vector<NamedPath> taken = inputs_of(arguments);
   if (outputs.json) taken.push_back({"--json", *arguments.json});
+  if (outputs.report) taken.push_back({"--report", *arguments.report});
   const NamedPath target{"-o", *arguments.out_lens};
   refuse_scrambled_name(target);
   outputs.lens = std::make_unique<OutputFile>(target, taken);
@@ -89,7 +99,7 @@ void write_lens(const std::string& lens, const RunReport& report, const std::str
 
 // Runs calib() with its messages out of the way, or, for -v, on standard error with the steps.
 void run_calibration(const CalibrateArguments& arguments, const Frame& frame, const std::string& params,
-                     const std::string& out_lens, StepLog& log, RunReport& report) {
+                     const std::string& out_lens, StepLog& log, RunReport& report, RunRecord* record) {
   const CalibImage image{frame.width, frame.height, static_cast<std::int32_t>(frame.width * 3),
                          frame.pixels.data(), 0};
   std::optional<Progress> progress;
@@ -101,7 +111,7 @@ void run_calibration(const CalibrateArguments& arguments, const Frame& frame, co
     progress.emplace("calibrating");
     quiet.emplace(ChatterCapture::Streams::kOutput);
   }
-  RunTrace trace(log, !arguments.no_refine, arguments.fit_scale);
+  RunTrace trace(log, !arguments.no_refine, arguments.fit_scale, record);
   const auto start = std::chrono::steady_clock::now();
   const RunOptions options{.ignore_thresholds = arguments.ignore_thresholds,
                            .threads = arguments.threads,
@@ -117,8 +127,52 @@ void run_calibration(const CalibrateArguments& arguments, const Frame& frame, co
   if (!out_lens.empty() && report.evidence) write_lens(arguments.lens, report, out_lens);
 }
 
+// The words of a command line that does the same, the options that say nothing new left out.
+std::vector<std::string> command_of(const CalibrateArguments& arguments) {
+  // A name that looks like an option is none behind its folder.
+  const auto as_path = [](const std::string& path) { return path.starts_with("-") ? fmt::format("./{}", path) : path; };
+  std::vector<std::string> words{"twintrue", "calibrate", as_path(arguments.frame), "--lens",
+                                 as_path(arguments.lens)};
+  const auto add = [&words](const char* option, const std::optional<std::string>& value) {
+    if (value) words.insert(words.end(), {option, *value});
+  };
+  add("--params", arguments.settings.params);
+  add("--preset", arguments.settings.preset);
+  if (arguments.out_lens) add("-o", as_path(*arguments.out_lens));
+  add("--json", arguments.json);
+  if (arguments.report) add("--report", as_path(*arguments.report));
+  if (arguments.ignore_thresholds) words.emplace_back("--ignore-thresholds");
+  if (arguments.no_refine) words.emplace_back("--no-refine");
+  if (arguments.fit_scale) words.emplace_back("--fit-scale");
+  if (arguments.threads > 0) add("--threads", std::to_string(arguments.threads));
+  return words;
+}
+
+RunInputs inputs_for_page(const CalibrateArguments& arguments, const SettingsSource& settings) {
+  RunInputs inputs;
+  inputs.files = {fact_of_file("frame", arguments.frame), fact_of_file("lens file", arguments.lens),
+                  settings.is_file() ? fact_of_file("parameter file", settings.path())
+                                     : fact_of_text(settings.name(), settings.path())};
+  inputs.preset = nearest_preset(settings.path());
+  inputs.command = command_of(arguments);
+  return inputs;
+}
+
+// Draws the page and puts it in its place.
+void keep_page(const CalibrateArguments& arguments, const SettingsSource& settings, const Frame& frame,
+               const RunReport& report, RunRecord&& record, Outputs& outputs) {
+  outputs.report->write(
+      page_of_run(report, std::move(record), inputs_for_page(arguments, settings), frame, arguments.threads));
+  outputs.report->commit();
+}
+
 RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   StepLog log(arguments.verbose);
+  std::optional<RunRecord> record;
+  if (arguments.report) record.emplace();
+  RunRecord* const recorder = record ? &*record : nullptr;
+  StageClock clock(recorder);
+  check_report(arguments, outputs);
   check_out_lens(arguments, outputs);
   require_readable_file({"FRAME", arguments.frame});
   const LensFacts lens = check_lens(arguments.lens);
@@ -127,6 +181,7 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
                        lens.circle_radius_px));
   const std::unique_ptr<SettingsSource> source = arguments.settings.open();
   const Frame frame = read_frame(arguments.frame);
+  clock.end("reading the inputs");
   log.tell(fmt::format("frame {}: {} x {} pixels", arguments.frame, frame.width, frame.height));
 
   RunReport report;
@@ -147,9 +202,13 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   report.fits_shapes = arguments.fit_scale;
 
   const std::string out_lens = outputs.lens ? outputs.lens->temporary().string() : "";
-  run_calibration(arguments, frame, source->path(), out_lens, log, report);
+  run_calibration(arguments, frame, source->path(), out_lens, log, report, recorder);
   log.tell(fmt::format("calib() returned {} after {:.2f} s", report.status, report.seconds));
   keep_out_lens(lens, outputs, report);
+  if (record) {
+    keep_page(arguments, *source, frame, report, std::move(*record), outputs);
+    log.tell(fmt::format("page {} written", *arguments.report));
+  }
   return report;
 }
 

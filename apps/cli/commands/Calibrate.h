@@ -14,7 +14,8 @@ struct CalibrateArguments {
   std::string lens;
   SettingsChoice settings;
   std::optional<std::string> out_lens;
-  std::optional<std::string> json;  // "-": standard output
+  std::optional<std::string> json;    // "-": standard output
+  std::optional<std::string> report;  // page that explains the run
   bool no_refine = false;
   bool fit_scale = false;  // not together with no_refine
   int threads = 0;         // 1 to kMostThreads; 0: default_thread_count()
