@@ -157,7 +157,7 @@ Case spoilt(const std::shared_ptr<Scenes>& scenes, const std::string& scene, int
     names += (names.empty() ? "" : ", ") + name_of(dose);
     one.shows = one.shows && dose.fault->shows;
   }
-  one.name = fmt::format("{}: {} ({})", scene, names, pose);
+  one.name = fmt::format("{}: {} ({})", scene, names.empty() ? "as it is" : names, pose);
   one.single = doses.size() == 1;
   one.make = [=] {
     Input input = scenes->get(scene, pose);
@@ -225,6 +225,7 @@ std::vector<Case> drawn_cases(const std::string& examples, const std::string& fr
       add(name, draw_doses(draws, hard), hard ? "hard mixture" : "mild mixture");
     }
   }
+  shuffle(cases, draws);  // so that a part of the run speaks for all of it
   return cases;
 }
 

@@ -50,6 +50,7 @@ struct Options {
   std::string json;
   std::string keep;  // folder for the frames
   int jobs = 2;
+  int from = 0;
   bool list = false;
 };
 
@@ -181,7 +182,7 @@ std::vector<Numbered> wanted_cases(const Options& options) {
   std::vector<Case> all = named_cases(options.examples, options.frames);
   for (Case& one : drawn_cases(options.examples, options.frames)) all.push_back(std::move(one));
   std::vector<Numbered> wanted;
-  for (std::size_t i = 0; i < all.size(); ++i) {
+  for (auto i = static_cast<std::size_t>(options.from); i < all.size(); ++i) {
     if ((all[i].kind + ": " + all[i].name).find(options.only) == std::string::npos) continue;
     wanted.push_back({static_cast<int>(i), std::move(all[i])});
   }
@@ -266,6 +267,7 @@ int main(int argc, char** argv) {
   app.add_option("--json", options.json, "Write all numbers to this file, an input a line");
   app.add_option("--keep", options.keep, "Leave the last frames and lens files in this folder");
   app.add_option("--jobs", options.jobs, "Inputs at a time")->check(CLI::PositiveNumber);
+  app.add_option("--from", options.from, "Number of the first input to run")->check(CLI::NonNegativeNumber);
   app.add_flag("--list", options.list, "Name the inputs and run none");
   CLI11_PARSE(app, argc, argv);
   std::FILE* out = fdopen(dup(STDOUT_FILENO), "w");
