@@ -7,6 +7,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "base/Saturate.h"
 #include "features/ParamBool.h"
 
 namespace fpu {
@@ -38,11 +39,7 @@ void read_scalar(const ParamNode& node, std::int32_t& value) {
 void read_scalar(const ParamNode& node, float& value) { twintrue::param_get_float(node, &value, &value); }
 
 void store_element(float element, float& value) { value = element; }
-void store_element(float element, std::int32_t& value) {
-  constexpr float kEnd = 2147483648.0f;
-  const bool fits = element >= -kEnd && element < kEnd;
-  value = fits ? static_cast<std::int32_t>(element) : std::numeric_limits<std::int32_t>::min();
-}
+void store_element(float element, std::int32_t& value) { value = twintrue::truncate_to_int32(element); }
 
 // The scalar goes to every level; then the list under the plural of the key, as far as it reaches. Elements
 // that don't parse are 0.

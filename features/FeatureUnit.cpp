@@ -152,14 +152,14 @@ std::int32_t FeatureUnit::getParam(const char* name, std::int32_t kind, void* ou
   return write_value(value, kind, out, bytes);
 }
 
-std::unique_ptr<FeatureUnit> createFeatureUnit(const std::string& paramPath, std::int32_t width,
+std::unique_ptr<FeatureUnit> createFeatureUnit(twintrue::ParamDocument&& document, std::int32_t width,
                                                std::int32_t height) {
   if (width < 1 || height < 1) return nullptr;
   try {
     auto unit = std::make_unique<FeatureUnit>();
     unit->verbose = false;
     unit->timer.printEnabled = false;
-    if (!twintrue::param_document_open(unit->document, paramPath)) return nullptr;
+    unit->document = std::move(document);
     unit->frameWidth = width;
     unit->frameHeight = height;
     unit->opened = true;
@@ -169,6 +169,19 @@ std::unique_ptr<FeatureUnit> createFeatureUnit(const std::string& paramPath, std
     std::fprintf(stderr, "%s\n", error.what());
     return nullptr;
   }
+}
+
+std::unique_ptr<FeatureUnit> createFeatureUnit(const std::string& paramPath, std::int32_t width,
+                                               std::int32_t height) {
+  if (width < 1 || height < 1) return nullptr;  // no reason to read the file
+  twintrue::ParamDocument document;
+  try {
+    if (!twintrue::param_document_open(document, paramPath)) return nullptr;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return nullptr;
+  }
+  return createFeatureUnit(std::move(document), width, height);
 }
 
 }  // namespace fpu

@@ -74,8 +74,13 @@ class FeatureUnit {
   std::int32_t relMatchCount = -1;  // records that the last match_frames accepted
 };
 
-// A ready unit for images of that size from a parameter file (or its text), or null: a size below 1, a file
-// that can't be loaded, a failed init. Exceptions of the load go to standard error as their text.
+// A ready unit for images of that size, or null: a size below 1, a document that is not loaded, a failed
+// init. Exceptions of the load go to standard error as their text. The unit keeps the document: what other
+// stages read from the same file is to be had there.
+std::unique_ptr<FeatureUnit> createFeatureUnit(twintrue::ParamDocument&& document, std::int32_t width,
+                                               std::int32_t height);
+
+// The same from a parameter file, or its text (see param_document_open).
 std::unique_ptr<FeatureUnit> createFeatureUnit(const std::string& paramPath, std::int32_t width,
                                                std::int32_t height);
 

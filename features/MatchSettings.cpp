@@ -4,8 +4,8 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 
+#include "base/Saturate.h"
 #include "features/ParamBool.h"
 
 namespace fpu {
@@ -35,10 +35,7 @@ bool is_shift(std::int32_t value) { return value >= 0 && value <= kMaxShift; }
 // The longest displacement in whole pixels; the smallest integer, which admits no displacement, where that
 // number has no 32-bit value.
 std::int32_t displacement_limit(std::int32_t side, double ratio) {
-  const double limit = std::floor(static_cast<double>(side) * ratio);
-  constexpr double kTooLarge = 2147483648.0;
-  if (!(limit >= -kTooLarge && limit < kTooLarge)) return std::numeric_limits<std::int32_t>::min();
-  return static_cast<std::int32_t>(limit);
+  return twintrue::truncate_to_int32(std::floor(static_cast<double>(side) * ratio));
 }
 
 bool can_match(const MatchingSettings& settings) {

@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <limits>
 #include <random>
 
+#include "base/Saturate.h"
 #include "features/RandomDraws.h"
 
 namespace fpu {
@@ -25,12 +25,6 @@ enum PosLimit : std::int32_t {
   kNotNearLast = 2,
   kNotNearSecondLast = 4,
 };
-
-// Cut towards zero; what doesn't fit gives the smallest integer.
-std::int32_t truncate(double value) {
-  const bool fits = value > -2147483649.0 && value < 2147483648.0;
-  return fits ? static_cast<std::int32_t>(value) : std::numeric_limits<std::int32_t>::min();
-}
 
 bool near(const PatternPoint& a, const PatternPoint& b) {
   return std::abs(a.x - b.x) <= 1 && std::abs(a.y - b.y) <= 1;
@@ -134,8 +128,8 @@ CandidatePattern makePattern(std::int32_t patchSize, std::int32_t rnd_mode, floa
         point.y = draw_uniform_int(engine, half);
         break;
       case 1:
-        point.x = truncate(normal(engine)) % (half + 1);
-        point.y = truncate(normal(engine)) % (half + 1);
+        point.x = twintrue::truncate_to_int32(normal(engine)) % (half + 1);
+        point.y = twintrue::truncate_to_int32(normal(engine)) % (half + 1);
         break;
       default:
         std::fprintf(stderr, "mode number %d is invalid!\n", rnd_mode);

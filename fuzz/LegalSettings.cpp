@@ -1,10 +1,12 @@
 #include "LegalSettings.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "Support.h"
 #include "params/ParamDocument.h"
 #include "search/CalibContext.h"
+#include "search/CandidateGrid.h"
 
 namespace fuzzing {
 namespace {
@@ -56,7 +58,9 @@ bool open(ParamDocument& document, const std::string& path) {
 bool weight_modes_are_legal(const std::string& path) {
   const auto context = std::make_unique<CalibContext>();
   if (!load_calib_settings(*context, path, 256)) return true;
-  for (std::size_t r = 0; r < kMaxRetries && static_cast<std::int32_t>(r) <= context->retry_count; ++r) {
+  // The first retry always runs.
+  const std::int32_t last_retry = std::max(context->retry_count, 0);
+  for (std::size_t r = 0; r < kMaxRetries && static_cast<std::int32_t>(r) <= last_retry; ++r) {
     for (std::size_t l = 0; l < kMaxLevels && static_cast<std::int32_t>(l) < context->num_levels[r]; ++l) {
       const std::int32_t mode = context->score_weight_mode[r][l];
       if (mode < 0 || mode > 13) return false;
@@ -96,17 +100,11 @@ bool search_is_small(const std::string& path, std::int32_t frame_width) {
   const auto context = std::make_unique<CalibContext>();
   if (!load_calib_settings(*context, path, frame_width)) return true;
   std::int64_t sum = 0;
-  for (std::size_t r = 0; r < kMaxRetries && static_cast<std::int32_t>(r) <= context->retry_count; ++r) {
+  const std::int32_t last_retry = std::max(context->retry_count, 0);
+  for (std::size_t r = 0; r < kMaxRetries && static_cast<std::int32_t>(r) <= last_retry; ++r) {
     for (std::size_t l = 0; l < kMaxLevels && static_cast<std::int32_t>(l) < context->num_levels[r]; ++l) {
-      std::int64_t candidates = context->knn[l];
-      for (const EyeSweep* sweep : {&context->right_table[r][l], &context->left_table[r][l]}) {
-        for (const SweepRange* range :
-             {&sweep->roll, &sweep->pan, &sweep->tilt, &sweep->offset_y, &sweep->offset_x}) {
-          candidates *= range->div;
-          if (candidates > kMostCandidates) return false;
-        }
-      }
-      sum += candidates;
+      sum += most_candidates(context->right_table[r][l], context->left_table[r][l], context->limits[r],
+                             context->knn[l]);
     }
   }
   return sum <= kMostCandidates && context->score_tbl_size <= (1 << 16);

@@ -5,17 +5,11 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 
+#include "base/Saturate.h"
 #include "imaging/XMat.h"
 
 namespace cve {
-
-// Toward zero; the smallest int for a NaN and for what has no 32-bit value.
-inline std::int32_t truncateToInt(float value) {
-  if (!(value >= -2147483648.0f && value < 2147483648.0f)) return std::numeric_limits<std::int32_t>::min();
-  return static_cast<std::int32_t>(value);
-}
 
 // Linear light from 0 to 1 of a display byte.
 inline float linearFromByte(unsigned char value) {
@@ -25,7 +19,7 @@ inline float linearFromByte(unsigned char value) {
 
 // Linear light from 0 to 4095 of a display byte.
 inline short linear12FromByte(unsigned char value) {
-  return static_cast<short>(truncateToInt(linearFromByte(value) * 4095.0f));
+  return static_cast<short>(twintrue::truncate_to_int32(linearFromByte(value) * 4095.0f));
 }
 
 // Display curve of linear light: 1 a power law, 2 a power law with a linear foot, any other none. A negative
@@ -38,7 +32,7 @@ inline float gammaCurve(float linear, int gamma_mode) {
 
 // Display value from 0 to 1023 of linear light; keeps the low 16 bits of what lies beyond, and a NaN gives 0.
 inline short tone10FromLinear(float linear, int gamma_mode) {
-  return static_cast<short>(truncateToInt(1023.0f * gammaCurve(linear, gamma_mode)));
+  return static_cast<short>(twintrue::truncate_to_int32(1023.0f * gammaCurve(linear, gamma_mode)));
 }
 
 // Display byte of a display value from 0 to 1023; what lies beyond wraps.
@@ -49,7 +43,7 @@ inline unsigned char byteFromTone10(short value) { return static_cast<unsigned c
 inline unsigned char byteFromLinear12(short value) {
   constexpr float kOneOver4095 = 0.00024420026f;
   const float tone = std::pow(static_cast<float>(value) * kOneOver4095, 0.45454544f) * 255.0f;
-  return static_cast<unsigned char>(truncateToInt(tone < 0.0f ? tone - 0.5f : tone + 0.5f));
+  return static_cast<unsigned char>(twintrue::truncate_to_int32(tone < 0.0f ? tone - 0.5f : tone + 0.5f));
 }
 
 // The conversions over whole images or views, rows in parallel. An empty destination is created; else it must

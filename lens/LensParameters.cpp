@@ -15,7 +15,6 @@ namespace {
 
 constexpr double kVersionMargin = 1e-5;
 constexpr int kDigitsOfMessages = 6;  // behind the point
-constexpr const char* kWrittenSection = "OPTRA";
 
 // How a format is told from its version number.
 struct FormatVersions {
@@ -92,7 +91,7 @@ template <typename Parameters>
 std::string text_as(const RigModel& rig) {
   Parameters parameters;
   parameters.from_rig(rig);
-  return parameters.text(kWrittenSection);
+  return parameters.text(kLensSection);
 }
 
 std::string text_of(const RigModel& rig) {

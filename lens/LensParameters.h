@@ -17,6 +17,9 @@
 
 namespace twintrue {
 
+// Section of a lens file that describes the lens.
+inline constexpr const char* kLensSection = "OPTRA";
+
 enum class LensFormat : std::uint32_t { kNone = 0, k1 = 1, k2 = 2 };
 
 // The values of one lens file, in the units of its format. The members of the two classes carry the names of

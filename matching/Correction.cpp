@@ -5,11 +5,11 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
-#include <limits>
 #include <span>
 #include <utility>
 #include <vector>
 
+#include "base/Saturate.h"
 #include "matching/DisplacementHistogram.h"
 #include "matching/Rounding.h"
 #include "matching/Selection.h"
@@ -19,12 +19,6 @@ namespace fpu {
 namespace {
 
 constexpr std::int64_t kMaxBase = 255;
-
-std::int32_t held_to_int(std::int64_t value) {
-  constexpr std::int64_t kLeast = std::numeric_limits<std::int32_t>::min();
-  constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
-  return static_cast<std::int32_t>(std::clamp(value, kLeast, kMost));
-}
 
 // All vectors of the set as matching left them, cell by cell.
 struct Voters : VoterColumns {
@@ -75,7 +69,7 @@ struct Run {
 VoteLimits vote_limits(const CorrectionSettings& settings) {
   VoteLimits limits;
   for (std::size_t i = 0; i < kScores; ++i) {
-    limits.radius[i] = std::abs(std::int64_t{truncate_to_int(std::round(8.0f * settings.th[i]))});
+    limits.radius[i] = std::abs(std::int64_t{twintrue::truncate_to_int32(std::round(8.0f * settings.th[i]))});
   }
   limits.near = std::abs(std::int64_t{settings.diff_pt_th});
   return limits;
@@ -369,20 +363,20 @@ ScoreScale::ScoreScale(const CorrectionSettings& settings, std::int64_t voters,
       n = voters;
   }
   if (n == 0) n = 1;
-  coeff8 = held_to_int(std::int64_t{settings.normalizing_coeff} * 256 / n);
+  coeff8 = twintrue::clamp_to_int32(std::int64_t{settings.normalizing_coeff} * 256 / n);
 }
 
 std::int32_t finish_score(std::int32_t mode, const CorrectionSettings& settings, const ScoreScale& scale,
                           std::int64_t sum, const MatchVector& vector, std::int32_t prev,
                           std::int32_t own_index) {
-  const std::int64_t base = held_to_int(base_of(mode, settings, sum, vector.dist_ratio));
+  const std::int64_t base = twintrue::clamp_to_int32(base_of(mode, settings, sum, vector.dist_ratio));
   const std::int64_t normalized = settings.normalizing_mode == 0 ? base * settings.normalizing_coeff / scale.n
                                                                  : (base * scale.coeff8) >> 8;
-  const std::int64_t v = held_to_int(normalized);
+  const std::int64_t v = twintrue::clamp_to_int32(normalized);
   const std::int64_t score = vector.prev_state == kPrevAgrees
                                  ? raised_by_previous(settings.ref_prev_frame_data_mode, v, prev, own_index)
                                  : v;
-  return held_to_int(std::min<std::int64_t>(settings.max_score, score));
+  return twintrue::clamp_to_int32(std::min<std::int64_t>(settings.max_score, score));
 }
 
 }  // namespace fpu

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "base/Saturate.h"
 #include "matching/Rounding.h"
 
 namespace fpu {
@@ -34,7 +35,7 @@ void DisplacementHistogram::smooth() {
 
 std::int32_t DisplacementHistogram::peak() const {
   const auto fullest = static_cast<std::int32_t>(std::max_element(bins.begin(), bins.end()) - bins.begin());
-  return truncate_to_int(static_cast<float>(fullest - center) / scale);
+  return twintrue::truncate_to_int32(static_cast<float>(fullest - center) / scale);
 }
 
 }  // namespace fpu

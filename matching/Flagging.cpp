@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/Saturate.h"
 #include "matching/Rounding.h"
 
 namespace fpu {
@@ -16,7 +17,7 @@ constexpr std::int64_t kShortVector2 = 101;  // squared pixels; below it a vecto
 
 std::int64_t squared_limit(float side, float ratio) {
   const float limit = side * ratio;
-  return truncate_to_int(limit * limit);
+  return twintrue::truncate_to_int32(limit * limit);
 }
 
 // At least one response reaches `one`, and both reach `both`.

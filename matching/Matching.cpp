@@ -1,10 +1,8 @@
 #include "matching/Matching.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <utility>
@@ -243,41 +241,6 @@ std::int32_t descriptor_split_bit(std::int32_t bytes, std::int32_t patchSize, st
   const std::int64_t half_bits = (std::int64_t{bytes} * 8 + 1) / 2;
   const std::int64_t half_patch = patchSize / 2;
   return static_cast<std::int32_t>(std::min(half_bits, half_patch * half_patch));
-}
-
-std::uint32_t descriptor_distance(const unsigned char* a, const unsigned char* b, std::int32_t bytes,
-                                  std::int32_t split_bit, std::int32_t weight) {
-  const auto differing = [](const unsigned char* left, const unsigned char* right, auto word) {
-    auto other = word;
-    std::memcpy(&word, left, sizeof(word));
-    std::memcpy(&other, right, sizeof(other));
-    return word ^ other;
-  };
-  const auto bits = [](auto word) { return static_cast<std::uint32_t>(std::popcount(word)); };
-  const auto fold = static_cast<std::uint32_t>(weight);
-  const std::int32_t whole = bytes / 8 * 8;
-  std::uint32_t distance = 0;
-  if (weight == 0) {
-    for (std::int32_t i = 0; i < whole; i += 8) distance += bits(differing(a + i, b + i, std::uint64_t{}));
-  } else {
-    for (std::int32_t i = 0; i < whole; i += 8) {
-      const std::uint64_t x = differing(a + i, b + i, std::uint64_t{});
-      const std::int32_t start = i * 8;
-      if (start + 64 <= split_bit) {
-        distance += fold * bits(x);
-      } else if (start > split_bit) {
-        distance += bits(x);
-      } else {
-        const int inside = split_bit - start;
-        distance += bits(x >> inside) + fold * bits(x << ((64 - inside) % 64));
-      }
-    }
-  }
-  for (std::int32_t i = 0; i < bytes % 8; ++i) {
-    const std::int32_t place = whole + i * 4;
-    distance += bits(differing(a + place, b + place, std::uint32_t{}));
-  }
-  return distance;
 }
 
 void cost_ratio(MatchVector& vector, std::int32_t other_cost, std::int32_t offset, std::int32_t shift,

@@ -35,18 +35,12 @@ std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& f
 // than the central square of the patch gives. 0 without weight.
 std::int32_t descriptor_split_bit(std::int32_t bytes, std::int32_t patchSize, std::int32_t weightDist);
 
-// Bytes that descriptor_distance reads for descriptors of that width: whole 64-bit words, then a 32-bit word
+// Bytes that are compared of descriptors of that width: whole 64-bit words, then a 32-bit word
 // for each byte of the rest. More than the width unless that is a multiple of 8.
 constexpr std::size_t descriptor_span(std::int32_t bytes) {
   const auto width = static_cast<std::size_t>(bytes < 0 ? 0 : bytes);
   return width / 8 * 8 + width % 8 * 4;
 }
-
-// Weighted Hamming distance; descriptor_span(bytes) bytes must be readable at both. Bits before `split_bit`
-// count `weight` fold, unless the weight is 0. The 64-bit word that begins at the split bit counts weight + 1
-// fold: scores and thresholds in use are tuned to that. The words of the rest count once. Any alignment.
-std::uint32_t descriptor_distance(const unsigned char* a, const unsigned char* b, std::int32_t bytes,
-                                  std::int32_t split_bit, std::int32_t weight);
 
 // Stores `other_cost`, and the ratio of that cost to the vector's own as dist_ratio, 0 to 255 with `shift`
 // fraction bits (0 to 31). `offset` is added to both costs, or, unless sat_offset is 0 or 1, is the least

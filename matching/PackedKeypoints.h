@@ -22,10 +22,12 @@ struct alignas(64) Lanes {
 
 // The words of a descriptor in the order of what their bits count: first those that count `fold` fold, then
 // those that count once. A word of the descriptor that counts in two ways is there twice, cut to the bits in
-// question, so descriptor_distance of two rows is fold times the differing bits of the first part plus those
-// of the second.
+// question, so the weighted Hamming distance of two rows is fold times the differing bits of the first part
+// plus those of the second.
 struct DescriptorWords {
-  // As for descriptor_distance.
+  // Bits before `split_bit` count `weight` fold, unless the weight is 0. The 64-bit word that begins at the
+  // split bit counts weight + 1 fold: scores and thresholds in use are tuned to that. The words of the rest,
+  // where the width is no multiple of 8, count once.
   DescriptorWords(std::int32_t bytes, std::int32_t split_bit, std::int32_t weight);
 
   std::size_t count() const { return folded + plain; }

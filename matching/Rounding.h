@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 
 namespace fpu {
 
@@ -22,11 +21,5 @@ inline std::int32_t round_coordinate(float value) {
 
 // Pixels to eighths of a pixel.
 inline std::int32_t to_eighths(float pixels) { return round_coordinate(8.0f * pixels); }
-
-// Cut toward zero; the smallest integer for what has no 32-bit value.
-inline std::int32_t truncate_to_int(float value) {
-  if (!(value >= -2147483648.0f && value < 2147483648.0f)) return std::numeric_limits<std::int32_t>::min();
-  return static_cast<std::int32_t>(value);
-}
 
 }  // namespace fpu

@@ -161,6 +161,10 @@ bool load_calib_settings(CalibContext& context, const std::string& source, std::
   } catch (const Yaml::Exception&) {
   }
   if (!parsed) document = ParamDocument{};  // without what was read up to the mistake
+  return load_calib_settings(context, document, frame_width);
+}
+
+bool load_calib_settings(CalibContext& context, ParamDocument& document, std::int32_t frame_width) {
   const ParamNode calib = param_root_child(document, "calib");
   if (param_is_none(calib)) return true;
 

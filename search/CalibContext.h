@@ -12,6 +12,8 @@
 
 namespace twintrue {
 
+struct ParamDocument;
+
 inline constexpr int kMaxRetries = 20;  // retries 0 to 19
 inline constexpr int kMaxLevels = 20;
 inline constexpr int kMaxSeeds = 3;
@@ -107,13 +109,17 @@ struct CalibContext {
   ByRetryAndLevel<EyeSweep> right_table{};
 };
 
-// Fills a constructed context from a parameter file, or from the text itself (see param_document_open).
-// `frame_width` is that of the whole frame in pixels; it scales the offsets.
+// Fills a constructed context from a document, which stays the caller's; looking keys up adds them to its
+// tree. `frame_width` is that of the whole frame in pixels; it scales the offsets.
 //
 // False, with the context partly filled, if a section `calib1` to `calib<retry_count>` is missing, or a value
 // leads outside the tables: retry_count above 19, num_levels above 20, knn above 3, rank_last outside 0 to 9,
 // score_tbl_size outside 0 to 2^24, a level of more than 100 million candidates by most_candidates(). A file
-// without `calib` leaves all defaults. Prints nothing. Throws std::bad_alloc and file system errors only.
+// without `calib` leaves all defaults. Prints nothing. Throws std::bad_alloc only.
+bool load_calib_settings(CalibContext& context, ParamDocument& document, std::int32_t frame_width);
+
+// The same from a parameter file, or from its text (see param_document_open). What does not parse counts as a
+// file without `calib`. Throws file system errors as well.
 bool load_calib_settings(CalibContext& context, const std::string& source, std::int32_t frame_width);
 
 }  // namespace twintrue

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "base/ParallelEach.h"
+#include "base/Saturate.h"
 
 namespace twintrue {
 namespace {
@@ -23,13 +24,6 @@ double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[
 
 Vec3 along(const Vec3& p, double t, const Vec3& d) {
   return {p[0] + t * d[0], p[1] + t * d[1], p[2] + t * d[2]};
-}
-
-// Index into the score table, or -1 for a place outside what an index can be.
-std::int64_t table_index(double place) {
-  constexpr double kLimit = 2147483648.0;  // 2^31
-  if (!(place > -kLimit && place < kLimit)) return -1;
-  return static_cast<std::int32_t>(place);
 }
 
 // The left eye's ray at that depth, seen from the right eye: pixels of the right eye's picture.
@@ -126,7 +120,8 @@ double weight_match_error(const CalibContext& context, double error, double sigm
   };
   const auto exponential = [&] { return std::exp(weight_exponent(mode, sigma_squared) * error); };
   const auto in_table = [&](double shift) -> const float* {
-    const std::int64_t i = table_index(static_cast<double>(context.score_tbl_coeff) * error + shift);
+    // What is beyond the integers gives the smallest one, and so is beyond the table too.
+    const std::int64_t i = truncate_to_int32(static_cast<double>(context.score_tbl_coeff) * error + shift);
     if (i < 0 || i >= static_cast<std::int64_t>(table.size())) return nullptr;
     return &table[static_cast<std::size_t>(i)];
   };

@@ -99,6 +99,19 @@ TWINTRUE_INLINE Pixel project(const SweepEye& eye, const std::array<double, 6>& 
   return {px, py, static_cast<bool>((t <= eye.angle_limit) & (px >= eye.x_begin) & (px < eye.x_end))};
 }
 
+// The rays of a match in the rig's frame, what is square to both, and its squared length.
+struct RayPair {
+  Point d0, d1, n;
+  double nn;
+};
+
+TWINTRUE_INLINE RayPair ray_pair(const SweepPose& pose, const Point& in_left_eye, const Point& in_right_eye) {
+  const Point d0 = turn(pose.left.rig_from_eye, in_left_eye);
+  const Point d1 = turn(pose.right.rig_from_eye, in_right_eye);
+  const Point n{d0.y * d1.z - d0.z * d1.y, d0.z * d1.x - d0.x * d1.z, d0.x * d1.y - d0.y * d1.x};
+  return {d0, d1, n, n.x * n.x + n.y * n.y + n.z * n.z};
+}
+
 template <std::uint32_t kKind, bool kMidPoint, SweepError kError>
 TWINTRUE_INLINE void errors_of(const SweepPose& pose, const MatchBlock& m, std::size_t count,
                                double* __restrict errors) {
@@ -114,18 +127,13 @@ TWINTRUE_INLINE void errors_of(const SweepPose& pose, const MatchBlock& m, std::
   const double* __restrict ry = m.right_rays.y;
   const double* __restrict rz = m.right_rays.z;
   for (std::size_t i = 0; i < count; ++i) {
-    const Point d0 = turn(left.rig_from_eye, {lx[i], ly[i], lz[i]});
-    const Point d1 = turn(right.rig_from_eye, {rx[i], ry[i], rz[i]});
-    const double nx = d0.y * d1.z - d0.z * d1.y;
-    const double ny = d0.z * d1.x - d0.x * d1.z;
-    const double nz = d0.x * d1.y - d0.y * d1.x;
-    const double nn = nx * nx + ny * ny + nz * nz;
+    const auto [d0, d1, n, nn] = ray_pair(pose, {lx[i], ly[i], lz[i]}, {rx[i], ry[i], rz[i]});
     const double inverse = 1.0 / nn;
     const double t =
-        ((wy * d1.z - wz * d1.y) * nx + (wz * d1.x - wx * d1.z) * ny + (wx * d1.y - wy * d1.x) * nz) *
+        ((wy * d1.z - wz * d1.y) * n.x + (wz * d1.x - wx * d1.z) * n.y + (wx * d1.y - wy * d1.x) * n.z) *
         inverse;
     const double u =
-        ((wy * d0.z - wz * d0.y) * nx + (wz * d0.x - wx * d0.z) * ny + (wx * d0.y - wy * d0.x) * nz) *
+        ((wy * d0.z - wz * d0.y) * n.x + (wz * d0.x - wx * d0.z) * n.y + (wx * d0.y - wy * d0.x) * n.z) *
         inverse;
     const double z = ((left.position[2] + t * d0.z) + (right.position[2] + u * d1.z)) * 0.5;
     const double depth = -z;
@@ -247,14 +255,9 @@ TWINTRUE_INLINE void place_points(const SweepPose& pose, const MatchBlock& m, st
   const double* __restrict ry = m.right_rays.y;
   const double* __restrict rz = m.right_rays.z;
   for (std::size_t i = 0; i < count; ++i) {
-    const Point d0 = turn(left.rig_from_eye, {lx[i], ly[i], lz[i]});
-    const Point d1 = turn(right.rig_from_eye, {rx[i], ry[i], rz[i]});
-    const double nx = d0.y * d1.z - d0.z * d1.y;
-    const double ny = d0.z * d1.x - d0.x * d1.z;
-    const double nz = d0.x * d1.y - d0.y * d1.x;
-    const double nn = nx * nx + ny * ny + nz * nz;
+    const auto [d0, d1, n, nn] = ray_pair(pose, {lx[i], ly[i], lz[i]}, {rx[i], ry[i], rz[i]});
     // The eyes differ in x alone, so depth times nn is a sum of four products.
-    const double z_nn = half_w * ((d1.y * nz - d1.z * ny) * d0.z + (d0.y * nz - d0.z * ny) * d1.z);
+    const double z_nn = half_w * ((d1.y * n.z - d1.z * n.y) * d0.z + (d0.y * n.z - d0.z * n.y) * d1.z);
     // depth_low < depth < depth_high, of depth = -z_nn / nn and nn > 0.
     const double depth_nn = -z_nn;
     const bool counts = (nn != 0.0) & (depth_nn > pose.depth_low * nn) & (depth_nn < pose.depth_high * nn);

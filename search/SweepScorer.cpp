@@ -308,8 +308,12 @@ template <typename Visit>
 void SweepScorer::visit_errors(const CalibResult& pose, std::size_t begin, std::size_t end,
                                Visit&& visit) const {
   const SweepPose posed = pose_for_kernel(pose);
-  const Rays& left = left_rays_.at({pose.left_offset_x, pose.left_offset_y});
-  const Rays& right = right_rays_.at({pose.right_offset_x, pose.right_offset_y});
+  // With a name each: compilers that look for dangling references take a temporary key for what is referred
+  // to.
+  const Offsets left_offsets{pose.left_offset_x, pose.left_offset_y};
+  const Offsets right_offsets{pose.right_offset_x, pose.right_offset_y};
+  const Rays& left = left_rays_.at(left_offsets);
+  const Rays& right = right_rays_.at(right_offsets);
   alignas(64) std::array<double, kSweepBlock> errors;
   for (const Group& group : groups_) {
     const std::size_t last = std::min(group.end, end);

@@ -222,7 +222,8 @@ Evidence gather_evidence(const CalibContext& context, const RigState& rig,
   evidence.left_at_limit.clear();
   evidence.fit.difference_sd = polished.difference_sd;
   evidence.fit.common_sd = polished.common_sd;
-  if (polished.refinement.taken) evidence.fit.expected_error = polished.refinement.expected_error;
+  evidence.refined = polished.refinement.taken;
+  if (evidence.refined) evidence.fit.expected_error = polished.refinement.expected_error;
   return evidence;
 }
 

@@ -43,6 +43,7 @@ struct Evidence {
   std::array<PartEvidence, 3> rings;      // from the middle outward, 30 degrees each
   std::array<PartEvidence, 4> quadrants;  // upper right, upper left, lower left, lower right
   bool polished = false;                  // looked at under a polished pose and not under the search's
+  bool refined = false;  // and that was refined, its guards having found little that matches have in common
   double change =
       0.0;  // rms disparity across over the field between the lens file's pose and this one, pixels
   double systematic = 0.0;  // rms of the fields' biases, less what noise explains, pixels

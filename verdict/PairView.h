@@ -44,6 +44,13 @@ class PairView {
  public:
   // The rig is as read from the lens file.
   explicit PairView(const RigState& rig);
+  // A copy of a rig's state starts anew from where it stands, so a copy of a view would put poses on top of a
+  // pose.
+  PairView(const PairView&) = delete;
+  PairView& operator=(const PairView&) = delete;
+  PairView(PairView&&) = default;
+  PairView& operator=(PairView&&) = default;
+  ~PairView() = default;
 
   void put(const CalibResult& pose, const EyeShapes& shapes = {});
 

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "base/ParallelEach.h"
+
 namespace twintrue {
 namespace {
 
@@ -20,6 +22,16 @@ double step_of(int i) {
   constexpr double kRadians = 1e-4;
   constexpr double kPixels = 0.05;
   return is_offset(i) ? kPixels : kRadians;
+}
+
+// Runs over the indices 0 to count - 1 on all threads.
+template <typename Do>
+void each_block(std::size_t count, const Do& task) {
+  constexpr std::size_t kBlock = 256;
+  parallel_each((count + kBlock - 1) / kBlock, [&](std::size_t block) {
+    const std::size_t end = std::min(count, (block + 1) * kBlock);
+    for (std::size_t i = block * kBlock; i < end; ++i) task(i);
+  });
 }
 
 void put(PairView& view, const FitVector& values) {
@@ -116,12 +128,12 @@ std::vector<FitVector> RobustFit::slopes_of(std::span<const RayMatch> matches) {
   std::vector<Vec3> left(count);
   std::vector<Vec3> right(count);
   put(view_, values_);
-  for (std::size_t m = 0; m < count; ++m) {
+  each_block(count, [&](std::size_t m) {
     left[m] = view_.left_ray(matches[m]);
     right[m] = view_.right_ray(matches[m]);
-  }
+  });
   std::vector<FitVector> slopes(count, FitVector::Zero());
-  std::vector<bool> seen(count, true);
+  std::vector<char> seen(count, 1);
   for (int i = 0; i < kFitValues; ++i) {
     const bool moves_right = i < kValuesOfAnEye || i >= kPoseValues;
     const bool moves_left = i >= kValuesOfAnEye;
@@ -130,17 +142,17 @@ std::vector<FitVector> RobustFit::slopes_of(std::span<const RayMatch> matches) {
       FitVector values = values_;
       values[i] += side * h;
       put(view_, values);
-      for (std::size_t m = 0; m < count; ++m) {
+      each_block(count, [&](std::size_t m) {
         const Vec3 right_ray = moves_right ? view_.right_ray(matches[m]) : right[m];
         const Vec3 left_ray = moves_left ? view_.left_ray(matches[m]) : left[m];
         slopes[m][i] += side * view_.across(left_ray, right_ray) / (2.0 * h);
-        seen[m] = seen[m] && right_ray != Vec3{} && left_ray != Vec3{};
-      }
+        if (right_ray == Vec3{} || left_ray == Vec3{}) seen[m] = 0;
+      });
     }
   }
   // At the very edge of the field one of the poses may not see the pair.
   for (std::size_t m = 0; m < count; ++m) {
-    if (!seen[m]) slopes[m] = FitVector::Zero();
+    if (seen[m] == 0) slopes[m] = FitVector::Zero();
   }
   return slopes;
 }

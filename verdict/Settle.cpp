@@ -14,7 +14,8 @@
 namespace twintrue {
 namespace {
 
-constexpr double kScale = 1.5;  // pixels beyond which an error counts little
+constexpr std::size_t kMostMatches = 10000;  // more fix the pose no better: neighbours err together
+constexpr double kScale = 1.5;              // pixels beyond which an error counts little
 
 // How well a lens file is believed, standard deviations. It may be far off in how the eyes stand to each
 // other, but what both have in common it knows: the eyes sit in one body. Where a real frame speaks of that
@@ -129,14 +130,13 @@ Settled settle_pose(const RigState& rig, const std::vector<RayMatch>& matches, c
                     bool fit_shapes, const FitNoise& least_noise) {
   PairView view(rig);
   view.put(result);
-  const std::vector<RayMatch> scene = split_graphics(view, matches).scene;
+  const std::vector<RayMatch> scene = some_of(split_graphics(view, matches).scene, kMostMatches);
   const FitNoise noise = noise_of(view, scene, least_noise);
   const Misfit misfit(view, scene, noise);
   const FitVector start = fit_vector_of(result);
   const double most = misfit.of(start) + kSlack;
   const std::array<double, 5> scales = scales_from(fitting_share(view, scene));
   // The lens file is believed less and less until the matches are no worse off.
-
   for (const double tightness : {1.0, 0.05}) {
     const Belief belief = trust_in_lens_file(rig, tightness, fit_shapes);
     RobustFit fit(rig, scene, belief, FitVector::Zero(), start);
@@ -147,15 +147,15 @@ Settled settle_pose(const RigState& rig, const std::vector<RayMatch>& matches, c
       now = noise_of(view, scene, least_noise);
     }
     if (misfit.of(fit.values()) > most) continue;
+    const FitVector values = fit.values();
     // How far the values are known depends on all that is off, and not only on what is usual for a field.
-    RobustFit judged = fit;
     now.field = std::max(now.field, rms_bias_of(view, scene, now.match));
-    judged.step(kScale, now);
-    Settled settled = settled_at(fit.values(), judged, belief, result);
+    fit.step(kScale, now);
+    Settled settled = settled_at(values, fit, belief, result);
     if (fit_shapes) {
-      settled.shapes = shapes_of(fit.values());
-      settled.shapes_sd = {std::sqrt(judged.variance_along(FitVector::Unit(kScaleValue))),
-                           std::sqrt(judged.variance_along(FitVector::Unit(kShiftValue)))};
+      settled.shapes = shapes_of(values);
+      settled.shapes_sd = {std::sqrt(fit.variance_along(FitVector::Unit(kScaleValue))),
+                           std::sqrt(fit.variance_along(FitVector::Unit(kShiftValue)))};
     }
     return settled;
   }

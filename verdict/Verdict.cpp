@@ -140,9 +140,10 @@ VerdictReason unequal_shapes(const PoseFit& fit) {
 }
 
 // A search that ended at its limit is somewhere else than it should be; a fit that went on from there is to
-// be believed as far as the rest of the evidence goes.
+// be believed as far as the rest of the evidence goes, and refined matches tell by themselves where the eyes
+// are.
 void judge_limit(const Evidence& evidence, Judge& judge) {
-  if (evidence.right_at_limit.empty()) return;
+  if (evidence.right_at_limit.empty() || evidence.refined) return;
   const std::string values = fmt::format("{}", fmt::join(evidence.right_at_limit, ", "));
   constexpr const char* kWider = "If the eyes really are that far apart, take settings with wider ranges.";
   if (evidence.polished) {

@@ -117,7 +117,8 @@ std::int32_t run_driver(cve::XMat_<float>& frame, const RunPaths& paths, bool ig
   fpu::MatchSet match_set = make_match_set(*unit);
 
   const auto context = std::make_unique<CalibContext>();
-  if (!load_calib_settings(*context, paths.params, rig.frame_width)) {
+  // From the document that the unit was made of: the file may have become another one.
+  if (!load_calib_settings(*context, unit->document, rig.frame_width)) {
     say("invalid param file\n");
     return TWINTRUE_FAILED;
   }

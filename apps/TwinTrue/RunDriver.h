@@ -11,6 +11,7 @@
 
 #include "features/FeatureUnit.h"
 #include "imaging/XMat.h"
+#include "lens/LensParameters.h"
 #include "lens/RigModel.h"
 #include "matching/MatchSet.h"
 #include "search/CalibContext.h"
@@ -48,9 +49,6 @@ class RunObserver {
                            [[maybe_unused]] const std::vector<RayMatch>& matches,
                            [[maybe_unused]] const CalibResult& result) {}
 };
-
-// Section of the lens file that describes the lens.
-inline constexpr const char* kLensSection = "OPTRA";
 
 // What a run says when a count is too low; the field takes the count.
 inline constexpr const char* kFewLeftKeypoints = "Left image detection is failed({})\n";

@@ -19,7 +19,9 @@
 #include "apps/cli/commands/InspectSearch.h"
 #include "apps/cli/commands/InspectSettings.h"
 #include "apps/cli/commands/InspectStage.h"
+#include "apps/cli/commands/LensCommands.h"
 #include "apps/cli/commands/Presets.h"
+#include "apps/cli/commands/View.h"
 
 namespace twintrue::cli {
 namespace {
@@ -37,6 +39,14 @@ constexpr const char* kExitCodes =
     "  6  not calibrated: the quality test failed, or the matches speak against the result; the lens file "
     "is\n"
     "     written all the same\n";
+
+constexpr const char* kViewExitCodes =
+    "Exit codes:\n"
+    "  0  the picture was written\n"
+    "  1  anything not below, such as an output file that can't be written\n"
+    "  2  usage: arguments that can't be carried out\n"
+    "  3  input unreadable: FRAME or LENS is missing, unreadable, or FRAME is no picture\n"
+    "  4  lens file unusable: its contents, or a frame smaller than the lens file says\n";
 
 constexpr const char* kInspectExitCodes =
     "The library's own messages go to standard error.\n"
@@ -148,6 +158,62 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
                         "Tell every step and the library's messages on standard error");
   command.app->footer(kExitCodes);
   command.runs(code, calibrate);
+}
+
+void add_view_options(CLI::App& app, ViewArguments& arguments) {
+  app.add_option("--as", arguments.projection,
+                 "half-equirect: 180 x 180 degrees, as VR players show it; rectilinear: a window, straight "
+                 "lines stay straight; fisheye: ideal equidistant")
+      ->check(CLI::IsMember(kViewProjections))
+      ->capture_default_str()
+      ->type_name("PROJECTION");
+  app.add_option("--layout", arguments.layout,
+                 "side-by-side, the left eye on the left; top-bottom; anaglyph, for red-cyan glasses; "
+                 "anaglyph-amber-blue, also for people who do not tell red from green; difference; blink, an "
+                 "animated PNG of both eyes in turn")
+      ->check(CLI::IsMember(kViewLayouts))
+      ->capture_default_str()
+      ->type_name("LAYOUT");
+  app.add_option("--size", arguments.size,
+                 "Pixels of each eye's picture, N or WIDTHxHEIGHT (default: what the frame resolves)")
+      ->type_name("SIZE");
+  app.add_option("--crop", arguments.crop, "Part of each eye's picture to draw, in its pixels")
+      ->type_name("WIDTHxHEIGHT+X+Y");
+  app.add_option("--fov", arguments.fov_deg,
+                 "Degrees across a rectilinear picture (default: 90) or a fisheye's circle (default: 180)")
+      ->type_name("DEG");
+  app.add_option("--pan", arguments.pan_deg, "Degrees to the right that a rectilinear picture looks")
+      ->type_name("DEG");
+  app.add_option("--tilt", arguments.tilt_deg, "Degrees upward that a rectilinear picture looks")
+      ->type_name("DEG");
+  app.add_option("--compare", arguments.other_lens,
+                 "Draw the frame under this lens file as well, behind what LENS shows")
+      ->type_name("OTHER_LENS");
+  app.add_option("--compare-in", arguments.compare_in,
+                 "Put the two in rows or columns (default: rows; columns for top-bottom)")
+      ->check(CLI::IsMember({"rows", "columns"}))
+      ->type_name("WAY");
+  app.add_option("--sampling", arguments.sampling,
+                 "Interpolate display values, which keeps hard edges clean, or light")
+      ->check(CLI::IsMember({"display", "light"}))
+      ->capture_default_str()
+      ->type_name("VALUES");
+}
+
+void add_view(CLI::App& program, ExitCode* code) {
+  Command<ViewArguments> command(program, "view", "Draw what a viewer sees through a lens file");
+  ViewArguments& arguments = *command.arguments;
+  add_frame(*command.app, arguments.frame)->required();
+  command.app->add_option("--lens", arguments.lens, "Lens description file")->required()->type_name("LENS");
+  command.app
+      ->add_option("-o,--out", arguments.out,
+                   "Picture to write: .png, .jpg, .tif or .exr; 16 bits and floats are kept where it can")
+      ->required()
+      ->type_name("OUT");
+  add_view_options(*command.app, arguments);
+  add_threads(*command.app, arguments.threads);
+  command.app->footer(kViewExitCodes);
+  command.runs(code, view);
 }
 
 void add_presets(CLI::App& program, ExitCode* code) {
@@ -313,7 +379,9 @@ ExitCode run_command_line(std::vector<std::string> arguments) {
   program.footer(kExitCodes);
   ExitCode code = ExitCode::kOther;
   add_calibrate(program, &code);
+  add_view(program, &code);
   add_presets(program, &code);
+  add_lens_commands(program, &code);
   add_inspect(program, &code);
   try {
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them

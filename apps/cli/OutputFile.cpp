@@ -106,8 +106,8 @@ void refuse_scrambled_name(const NamedPath& target) {
     if (ending == ".pin") {
       fail_usage(
           target, "a name that ends in .pin", "any other ending, .lens for instance",
-          "choose another name: .pin files are read as scrambled text, and the corrected file is written "
-          "plain, so it could not be read back");
+          "choose another name: .pin files are read as scrambled text, and lens files are written plain, "
+          "so it could not be read back");
     }
   }
 }

@@ -23,6 +23,14 @@ namespace twintrue::cli {
 // helper.
 Frame read_frame(const std::string& path, const HelperRun& helper = installed_helper());
 
+// The same with samples as deep as those of the file, and what is linear light told rather than encoded.
+DeepFrame read_deep_frame(const std::string& path, const HelperRun& helper = installed_helper());
+
+// Writes a picture by OpenImageIO's writer of that name ("tiff", "openexr") into the temporary file of
+// `file`. Equal pixels give equal files. Throws Failure (other).
+void write_picture(const OutputFile& file, const std::string& writer, const PictureSamples& picture,
+                   const HelperRun& helper = installed_helper());
+
 // Writes width x height floats, rows from top to bottom without gaps, as a TIFF of one channel into the
 // temporary file of `file`. Equal pixels give equal files. Throws Failure (other).
 void write_float_picture(const OutputFile& file, std::int32_t width, std::int32_t height,

@@ -42,6 +42,7 @@ std::string too_few_found(const RunReport& report) {
 }
 
 std::string number_of(const Measure& measure) {
+  if (measure.value && std::isnan(*measure.value)) return "no number";
   return measure.value ? fmt::format("{:.4g}{}", *measure.value, measure.unit) : "-";
 }
 
@@ -233,6 +234,11 @@ std::string evidence_lines(const RunReport& report) {
 
 bool RunReport::has_pose() const { return result.error16 != kNotReached; }
 
+bool RunReport::status_decides() const {
+  return status != TWINTRUE_CALIBRATED &&
+         !(status == TWINTRUE_QUALITY_FAILED && polished && polished->refinement.taken);
+}
+
 bool RunReport::lens_file_was_right() const {
   constexpr double kTold = 2.0;  // expected errors that a change has to be
   return evidence && !fits_shapes && evidence->change <= kTold * evidence->fit.expected_error;
@@ -246,22 +252,30 @@ std::optional<bool> Measure::passed() const {
 Verdict verdict_of(const RunReport& report) {
   Verdict verdict;
   if (report.evidence) verdict = judge_evidence(*report.evidence);
-  if (report.status != TWINTRUE_CALIBRATED) {
-    verdict.outcome = Verdict::Outcome::kNotCalibrated;
-    if (!has_one_cause(verdict)) verdict.reasons.insert(verdict.reasons.begin(), reason_of_status(report));
+  if (report.status == TWINTRUE_CALIBRATED) return verdict;
+  if (!report.status_decides()) {
+    if (verdict.outcome == Verdict::Outcome::kCalibrated) verdict.outcome = Verdict::Outcome::kCalibratedBut;
+    if (has_one_cause(verdict)) return verdict;
+    verdict.reasons.push_back(
+        {"search_quality",
+         fmt::format("The search's own pose failed the quality test: {}.", failed_measures(report)),
+         "What is written was refined from there and fits; if the eyes really are that far apart, all is "
+         "well."});
+    return verdict;
   }
+  verdict.outcome = Verdict::Outcome::kNotCalibrated;
+  if (!has_one_cause(verdict)) verdict.reasons.insert(verdict.reasons.begin(), reason_of_status(report));
   return verdict;
 }
 
 ExitCode exit_code_of(const RunReport& report) {
   switch (report.status) {
     case TWINTRUE_CALIBRATED:
+    case TWINTRUE_QUALITY_FAILED:
       return verdict_of(report).outcome == Verdict::Outcome::kNotCalibrated ? ExitCode::kQualityFailed
                                                                             : ExitCode::kCalibrated;
     case TWINTRUE_LENS_UNREADABLE:
       return ExitCode::kFileUnusable;
-    case TWINTRUE_QUALITY_FAILED:
-      return ExitCode::kQualityFailed;
     case TWINTRUE_TOO_FEW_MATCHES:
       return ExitCode::kTooFewMatches;
     default:
@@ -286,7 +300,7 @@ std::vector<Measure> measures_of(const RunReport& report) {
 
 std::string advice_for(const RunReport& report) {
   const Verdict verdict = verdict_of(report);
-  if (report.status != TWINTRUE_CALIBRATED) {
+  if (report.status_decides()) {
     const VerdictReason& first = verdict.reasons.front();
     return fmt::format("{} {}{}", first.found, first.to_do, file_warning(report));
   }
@@ -319,7 +333,7 @@ std::string format_table(const RunReport& report) {
   const Verdict verdict = verdict_of(report);
   out += fmt::format("\nverdict   {}\n", words_of(verdict.outcome));
   // Of a status that rules the result out, the first reason stands in the advice.
-  const std::size_t first = report.status == TWINTRUE_CALIBRATED ? 0 : 1;
+  const std::size_t first = report.status_decides() ? 1 : 0;
   for (std::size_t i = first; i < verdict.reasons.size(); ++i) {
     const VerdictReason& reason = verdict.reasons[i];
     out += "  - " + folded(fmt::format("{} {}", reason.found, reason.to_do), "    ");

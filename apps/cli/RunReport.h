@@ -51,6 +51,9 @@ struct RunReport {
 
   // Whether there is a pose: without a search the result holds zeros.
   bool has_pose() const;
+  // Whether calib()'s status alone rules the result out. Its quality test is of the search's pose, and says
+  // nothing of one that was refined.
+  bool status_decides() const;
   // Whether the corrections are so small that the frame can't tell them from none.
   bool lens_file_was_right() const;
   // The corrections: those that are written.

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "PlainLens.h"
 #include "lens/RigModel.h"
 #include "search/RayMatch.h"
+#include "support/PlainLens.h"
 
 namespace twintrue::accuracy {
 

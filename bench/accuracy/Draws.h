@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <random>
 
-#include "PlainLens.h"
+#include "support/PlainLens.h"
 
 namespace twintrue::accuracy {
 

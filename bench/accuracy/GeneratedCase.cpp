@@ -139,7 +139,7 @@ PlainLens draw_lens(Draws& draws, int index) {
   lens.scale = radius / pitch;
   lens.centre_x[kRight] = lens.width * 0.5 - distance / pitch * 0.5;
   lens.centre_x[kLeft] = lens.width * 0.5 + distance / pitch * 0.5;
-  lens.centre_y = lens.height * 0.5;
+  lens.centre_y = {lens.height * 0.5, lens.height * 0.5};
   double whole = 0.0;
   for (std::size_t i = 0; i < 4; ++i) {
     lens.coeff[i] = draws.between(-1.0, 1.0);

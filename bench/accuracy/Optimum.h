@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "PlainLens.h"
+#include "support/PlainLens.h"
 
 namespace twintrue::accuracy {
 

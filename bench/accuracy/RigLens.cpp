@@ -13,7 +13,7 @@ void copy_eye(const EyeModel& eye, EyeSide side, PlainLens& lens) {
   lens.format = static_cast<int>(eye.distortion.kind);
   lens.scale = eye.scale;
   lens.centre_x[side] = eye.center_x;
-  lens.centre_y = eye.center_y;
+  lens.centre_y[side] = eye.center_y;
   lens.magnify_x[side] = eye.magnify_v;
   lens.magnify_y[side] = eye.magnify_h;
   lens.coeff = eye.distortion.coeff;

@@ -2,8 +2,8 @@
 
 // A lens file's rig as the lens that the benchmarks project by themselves.
 
-#include "PlainLens.h"
 #include "lens/RigModel.h"
+#include "support/PlainLens.h"
 
 namespace twintrue::accuracy {
 

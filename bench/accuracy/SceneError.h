@@ -6,7 +6,7 @@
 #include <functional>
 #include <vector>
 
-#include "PlainLens.h"
+#include "support/PlainLens.h"
 
 namespace twintrue::accuracy {
 

@@ -13,8 +13,8 @@
 
 #include "Draws.h"
 #include "GeneratedCase.h"
-#include "PlainLens.h"
 #include "base/ParallelEach.h"
+#include "support/PlainLens.h"
 
 namespace twintrue::refine_bench {
 namespace {

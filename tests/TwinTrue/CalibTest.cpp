@@ -172,30 +172,6 @@ TEST(Calib, RefusesFramesThatItCannotRead) {
   EXPECT_EQ(calib(&good, nullptr, kSettings.c_str(), "", 0, nullptr), TWINTRUE_FAILED);
 }
 
-TEST(Calib, PixelsThatTheFrameLacksCountAsBlack) {
-  // The frame ends in the middle of the left eye's picture. What is missing must read as black: the same
-  // numbers as for the whole frame with that part blackened.
-  auto bytes = take_frame({}, {});
-  const TempDir dir;
-  const std::string lens = dir.write("nominal.lens", lens_text());
-  constexpr std::uint32_t kCutWidth = 850, kCutHeight = 430;
-  for (std::uint32_t y = 0; y < kHeight; ++y) {
-    for (std::uint32_t x = 0; x < kWidth; ++x) {
-      if (x < kCutWidth && y < kCutHeight) continue;
-      for (std::size_t i = 0; i < 3; ++i) bytes[3 * (std::size_t{y} * kWidth + x) + i] = 0;
-    }
-  }
-  CalibImage image = image_over(bytes);
-  CalibResult whole = kUntouched, cut = kUntouched;
-  const auto status = run(&image, lens, kSettings, "", true, &whole).status;
-  image.width = kCutWidth;
-  image.height = kCutHeight;
-  EXPECT_EQ(run(&image, lens, kSettings, "", true, &cut).status, status);
-  EXPECT_EQ(cut.score, whole.score);
-  EXPECT_EQ(cut.right_tilt, whole.right_tilt);
-  EXPECT_GT(cut.score, 0);
-}
-
 TEST(Calib, WritesALensFileAfterAFailedQualityTestToo) {
   const std::vector<std::uint8_t> black(std::size_t{3} * kWidth * kHeight);
   const CalibImage image = image_over(black);

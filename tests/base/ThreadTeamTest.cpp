@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <omp.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "base/ParallelEach.h"
+#include "support/Child.h"
 
 namespace twintrue {
 namespace {
@@ -124,17 +124,14 @@ TEST(ThreadTeam, AChildStartsAfresh) {
     const ThreadTeam team(4);
     parallel_each(100, [](std::size_t) {});
   }
-  const pid_t child = fork();
-  if (child == 0) {
+  const int status = testing_support::in_child([] {
     alarm(20);  // a hang becomes an end by a signal
     const ThreadTeam team(4);
     std::atomic<int> calls{0};
     parallel_each(100, [&](std::size_t) { ++calls; });
-    _exit(calls == 100 ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    return calls == 100 ? 0 : 1;
+  });
+  EXPECT_TRUE(testing_support::ended_with(status, 0)) << status;
 }
 
 }  // namespace

@@ -4,21 +4,22 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "support/Child.h"
 #include "support/TempDir.h"
 
 namespace twintrue {
 namespace {
 
 namespace fs = std::filesystem;
+using testing_support::ended_with;
+using testing_support::in_child;
 using testing_support::read_file;
 using testing_support::TempDir;
 
@@ -31,15 +32,6 @@ std::vector<fs::path> files_in(const fs::path& folder) {
 mode_t rights_of(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777u : 0;
-}
-
-// Runs the body in a child, for what can't be taken back. Returns what the child ends with, -1 for a signal.
-int in_child(const std::function<int()>& body) {
-  const pid_t child = fork();
-  if (child == 0) _exit(body());
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 TEST(WholeFile, ReadsToTheEndOrFails) {
@@ -154,16 +146,16 @@ TEST(WholeFile, ProtectedFilesStayAndProtectedFoldersTakeNone) {
   const std::string open_inside = dir.write("closed/open", "a longer old text");
   ASSERT_EQ(chmod(open_inside.c_str(), 0666), 0);
   ASSERT_EQ(chmod(dir.file("closed").c_str(), 0555), 0);
-  EXPECT_EQ(in_child([&] {
-              constexpr uid_t kNobody = 65534;
-              if (geteuid() == 0 && setuid(kNobody) != 0) return 9;
-              if (write_whole_file(kept, "new") != std::errc::permission_denied) return 1;
-              if (write_whole_file(dir.file("closed/new"), "new") != std::errc::permission_denied) return 2;
-              AtomicFile file;
-              if (file.create(open_inside) != std::errc::permission_denied) return 3;
-              return write_whole_file(open_inside, "new") ? 4 : 0;
-            }),
-            0);
+  const int status = in_child([&] {
+    constexpr uid_t kNobody = 65534;
+    if (geteuid() == 0 && setuid(kNobody) != 0) return 9;
+    if (write_whole_file(kept, "new") != std::errc::permission_denied) return 1;
+    if (write_whole_file(dir.file("closed/new"), "new") != std::errc::permission_denied) return 2;
+    AtomicFile file;
+    if (file.create(open_inside) != std::errc::permission_denied) return 3;
+    return write_whole_file(open_inside, "new") ? 4 : 0;
+  });
+  EXPECT_TRUE(ended_with(status, 0)) << status;
   EXPECT_EQ(read_file(kept), "old");
   EXPECT_EQ(read_file(open_inside), "new");
   ASSERT_EQ(chmod(dir.file("closed").c_str(), 0755), 0);
@@ -172,17 +164,17 @@ TEST(WholeFile, ProtectedFilesStayAndProtectedFoldersTakeNone) {
 TEST(WholeFile, AFullDiskLeavesTheOldFileOrAnEmptyOne) {
   const TempDir dir;
   const std::string target = dir.write("target", "old");
-  EXPECT_EQ(in_child([&] {
-              std::signal(SIGXFSZ, SIG_IGN);  // writes fail as they do on a full disk
-              const rlimit limit{100, 100};
-              if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 9;
-              if (write_whole_file(target, std::string(200, 'x')) != std::errc::file_too_large) return 1;
-              AtomicFile file;
-              if (file.create(dir.file("other"))) return 2;
-              if (!write_whole_file(file.path(), std::string(200, 'x'))) return 3;
-              return read_file(file.path()).empty() ? 0 : 4;
-            }),
-            0);
+  const int status = in_child([&] {
+    std::signal(SIGXFSZ, SIG_IGN);  // writes fail as they do on a full disk
+    const rlimit limit{100, 100};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 9;
+    if (write_whole_file(target, std::string(200, 'x')) != std::errc::file_too_large) return 1;
+    AtomicFile file;
+    if (file.create(dir.file("other"))) return 2;
+    if (!write_whole_file(file.path(), std::string(200, 'x'))) return 3;
+    return read_file(file.path()).empty() ? 0 : 4;
+  });
+  EXPECT_TRUE(ended_with(status, 0)) << status;
   EXPECT_EQ(read_file(target), "old");
 }
 

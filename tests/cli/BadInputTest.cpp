@@ -94,6 +94,15 @@ TEST_F(BadInput, UnusableLensFilesEndWithFour) {
   std::string no_width = cli_test::small_lens();
   no_width.replace(no_width.find("input_width = 512"), 17, "input_width = 0  ");
   const std::string zero = dir.write("zero.lens", no_width);
+  const std::string no_field =
+      dir.write("field.lens",
+                "[OPTRA]\nversion = 2.31;\nPIX_input_width = 512;\nPIX_input_height = 256;\n"
+                "AOV_input_width = 5120;\nimg_c_diameter = 2560;\nbaseline = 0.06;\n"
+                "output_width = 512;\noutput_height = 256;\nleft_eye_magnify_v = 1;\n"
+                "left_eye_magnify_h = 1;\nright_eye_magnify_v = 1;\nright_eye_magnify_h = 1;\n");
+  std::string misspelt = testing_support::read_file(lens);
+  misspelt.replace(misspelt.find("left_eye_magnify_h"), 18, "left_eye_magnifyh ");
+  const std::string no_rays = dir.write("rays.lens", misspelt);
   const std::string binary = dir.write("binary.lens", std::string("\x7f"
                                                                   "ELF\x01\x02\x03\xff\xfe\x00\x01",
                                                                   11));
@@ -106,6 +115,14 @@ TEST_F(BadInput, UnusableLensFilesEndWithFour) {
        {"calibrate", frame, "--lens", zero},
        4,
        {"LENS", zero, "input_width is invalid parameter: 0"}},
+      {"a length missing",
+       {"calibrate", frame, "--lens", no_field},
+       4,
+       {"LENS", no_field, "FOV", "misspelt"}},
+      {"no magnification",
+       {"calibrate", frame, "--lens", no_rays},
+       4,
+       {"LENS", no_rays, "left_eye_magnify_h", "misspelt"}},
       {"not a lens file", {"calibrate", frame, "--lens", binary}, 4, {"LENS", binary}},
       {"frame too small", {"calibrate", small_frame, "--lens", lens}, 4, {"512 x 255", "512 x 256"}},
   });
@@ -136,7 +153,7 @@ TEST_F(BadInput, UnusableSettingsEndWithFour) {
        kSearch,
        {"`score_weight_mode_last`", "-1"}},
       {"  sigma: [", "", kResult, {"`sigma`", "level 0", "above 0"}},
-      {"  num_levels: 19", "  num_levels: 21", kSearch, {"`num_levels`", "21", "at most 20"}},
+      {"  num_levels: 10", "  num_levels: 21", kSearch, {"`num_levels`", "21", "at most 20"}},
       {"  knn: 1", "  knn: 4", kSearch, {"`knn`", "4"}},
       {"  rank_last: 1", "  rank_last: 10", kSearch, {"`rank_last`", "10", "0 to 9"}},
       {"  rank_last: 1",
@@ -148,7 +165,10 @@ TEST_F(BadInput, UnusableSettingsEndWithFour) {
        kSearch,
        {"section `calib1`", "no such section", "`retry_count` is 1"}},
       {"  unit: 0", "  unit: 0\n  retry_count: 20", kSearch, {"`retry_count`", "20", "0 to 19"}},
-      {"      div: 9", "      div: 100000000", kSearch, {"section `calib`", "too many candidates"}},
+      {"      div: 9",
+       "      div: 100000000",
+       kSearch,
+       {"section `calib`", "too many candidates at level 0"}},
       {"  out_mode: 2", "  out_mode: 1", kDetection, {"section `matching`", "`out_mode`", "0 (", "2 ("}},
       {"  k: 2", "  k: 3", kMatching, {"`k`", "3", "1 or 2"}},
       {"  k: 2", "  k: 2\n  penalty_mode: 6", kMatching, {"`penalty_mode`", "6", "0 to 5, or 7"}},
@@ -230,7 +250,7 @@ TEST_F(BadInput, GoodSettingsPass) {
   EXPECT_EQ(settings.error16_th, 3.0);
   EXPECT_EQ(settings.cells, 2 * 2);  // cells of 64 pixels in 256 without the margins of 40
   EXPECT_EQ(settings.places(), 2 * 2 * 2);
-  EXPECT_EQ(settings.levels, 19);
+  EXPECT_EQ(settings.levels, 10);
   EXPECT_EQ(settings.last_retry, 0);
 
   twintrue::cli::LensFacts odd;
@@ -265,7 +285,8 @@ TEST_F(BadInput, EachLevelsFaultsAreFound) {
   const twintrue::cli::SettingsSource source(
       settings_with("  score_weight_mode: 1", "  score_weight_mode: [1, 1, 14]\n  sigma: [0]"));
   EXPECT_THROW(twintrue::cli::check_settings(source, facts, Reach::kSearch), twintrue::cli::Failure);
-  EXPECT_THROW(twintrue::cli::check_search_settings(source, facts), twintrue::cli::Failure);
+  twintrue::ParamDocument document = twintrue::cli::open_settings(source);
+  EXPECT_THROW(twintrue::cli::check_search_settings(source, document, facts), twintrue::cli::Failure);
   const twintrue::cli::SettingsSource second(settings_with("  unit: 0", "  unit: 0\n  retry_count: 1") +
                                              "\ncalib1:\n  score_weight_mode: 14\n");
   try {
@@ -283,7 +304,8 @@ TEST_F(BadInput, EachLevelsFaultsAreFound) {
     EXPECT_NO_THROW(twintrue::cli::check_settings(twintrue::cli::SettingsSource(text), facts)) << line;
   }
   const twintrue::cli::SettingsSource idle(settings_with("  mode: 28", "  mode: 28\n  score_tbl_size: 0"));
-  EXPECT_NO_THROW(twintrue::cli::check_search_settings(idle, facts));
+  document = twintrue::cli::open_settings(idle);
+  EXPECT_NO_THROW(twintrue::cli::check_search_settings(idle, document, facts));
 }
 
 TEST_F(BadInput, NoRuleThatCouldAcceptAMatchIsToldOf) {
@@ -311,14 +333,6 @@ TEST_F(BadInput, TellsTheLineAndAllKeysAtOnce) {
                                    HasSubstr("section `matching`, key `k`")));
 }
 
-// The search's settings may come as text in the place of a file's name, however long.
-TEST_F(BadInput, TakesSettingsAsText) {
-  expect_all({{"text",
-               {"calibrate", frame, "--lens", lens, "--params", settings_with("  mode: 28", "  mode: 3")},
-               4,
-               {"PARAMS text", "`mode`", "3"}}});
-}
-
 TEST_F(BadInput, FeaturelessFramesEndWithFive) {
   const std::string json_path = dir.file("result.json");
   const Outcome outcome =
@@ -330,6 +344,10 @@ TEST_F(BadInput, FeaturelessFramesEndWithFive) {
   EXPECT_FALSE(std::filesystem::exists(dir.file("out.lens")));
   // What is not known is not told as zero.
   const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+  EXPECT_EQ(json.at("outcome"), "too_few_matches");
+  EXPECT_EQ(json.at("calib_status"), -999);
+  EXPECT_TRUE(json.at("measures").at("quality").at("value").is_null());
+  EXPECT_TRUE(json.at("out_lens").is_null());
   for (const auto& eye : json.at("corrections")) {
     EXPECT_EQ(eye.size(), 8u);
     for (const auto& value : eye) EXPECT_TRUE(value.is_null()) << json;
@@ -350,6 +368,8 @@ TEST_F(BadInput, FailuresAreToldAsJson) {
         run_program({"calibrate", frame, "--lens", lens, "--params", params, "--json", json_path}).exit_code,
         code);
     const auto json = nlohmann::json::parse(testing_support::read_file(json_path));
+    EXPECT_EQ(json.at("schema"), 3);
+    EXPECT_EQ(json.at("outcome"), "error");
     EXPECT_EQ(json.at("exit_code"), code);
     EXPECT_THAT(json.at("problems").at(0).at("where").get<std::string>(), HasSubstr("PARAMS"));
   }

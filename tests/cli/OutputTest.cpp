@@ -2,12 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
 
-#include "apps/cli/OutputFile.h"
-#include "apps/cli/Problem.h"
 #include "cli/Fixtures.h"
 #include "cli/ProgramRun.h"
 
@@ -18,7 +15,6 @@ using cli_test::names_in;
 using cli_test::Outcome;
 using cli_test::run_program;
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing_support::read_file;
 
@@ -109,49 +105,6 @@ TEST_F(Output, FailedRunsLeaveOldFilesWholeAndNoOthers) {
     EXPECT_EQ(read_file(out), "old");
     EXPECT_EQ(names_in(dir.path()), before);
   }
-}
-
-TEST_F(Output, ReplacesAnOldFileAndTheTargetOfALink) {
-  fs::create_directory(dir.path() / "sub");
-  const std::string target = dir.write("sub/target.lens", "old");
-  fs::create_symlink("sub/target.lens", dir.file("link.lens"));
-  EXPECT_EQ(run_program(command({"-o", dir.file("link.lens")})).exit_code, 6);
-  EXPECT_TRUE(fs::is_symlink(dir.file("link.lens")));
-  EXPECT_THAT(read_file(target), HasSubstr("[OPTRA]"));
-  EXPECT_THAT(names_in(dir.path() / "sub"), ElementsAre("target.lens"));
-}
-
-// Whoever can write to the folder may put a link in the place of a file that is being written.
-TEST_F(Output, ALinkInTheFilesPlaceLeadsNowhere) {
-  const std::string victim = dir.write("victim", "precious");
-  fs::create_directory(dir.path() / "shared");
-  twintrue::cli::OutputFile file({"--json", dir.file("shared/result.json")}, {});
-  for (const fs::path& made : fs::directory_iterator(dir.path() / "shared")) {
-    fs::remove(made);
-    fs::create_symlink(victim, made);
-  }
-  file.write("{}");
-  EXPECT_THROW(file.commit(), twintrue::cli::Failure);
-  EXPECT_EQ(read_file(victim), "precious");
-  EXPECT_FALSE(fs::exists(dir.path() / "shared/result.json"));
-}
-
-TEST_F(Output, JsonTellsOfFailures) {
-  const std::string json = dir.file("result.json");
-  EXPECT_EQ(run_program({"calibrate", frame, "--lens", settings, "--json", json}).exit_code, 4);
-  const auto failure = nlohmann::json::parse(read_file(json));
-  EXPECT_EQ(failure.at("schema"), 3);
-  EXPECT_EQ(failure.at("outcome"), "error");
-  EXPECT_EQ(failure.at("exit_code"), 4);
-  ASSERT_EQ(failure.at("problems").size(), 1u);
-  EXPECT_THAT(failure.at("problems")[0].at("where").get<std::string>(), HasSubstr(settings));
-
-  EXPECT_EQ(run_program({"calibrate", frame, "--lens", lens, "--json", json}).exit_code, 5);
-  const auto few = nlohmann::json::parse(read_file(json));
-  EXPECT_EQ(few.at("outcome"), "too_few_matches");
-  EXPECT_EQ(few.at("calib_status"), -999);
-  EXPECT_TRUE(few.at("measures").at("quality").at("value").is_null());
-  EXPECT_TRUE(few.at("out_lens").is_null());
 }
 
 TEST_F(Output, JsonGoesToStandardOutputInTheTablesPlace) {

@@ -134,31 +134,26 @@ TEST(PictureFiles, LeavesDamagedCommonPicturesToTheHelper) {
   }
 }
 
-TEST(PictureFiles, RoundsSixteenBitsToEight) {
+TEST(PictureFiles, MakesThreeBytesOfEachPixel) {
   const testing_support::TempDir dir;
-  // 0.3 of a byte's step above a byte, and 0.7.
-  const std::vector<float> samples{100.3f / 255.0f, 100.7f / 255.0f, 1.0f};
-  write_picture(dir.file("a.png"), 1, 1, 3, OIIO::TypeUInt16, samples);
-  EXPECT_THAT(read(dir.file("a.png")).pixels, ElementsAre(100, 101, 255));
-}
-
-TEST(PictureFiles, MakesThreeChannelsOfGrey) {
-  const testing_support::TempDir dir;
-  for (const int channels : {1, 2}) {  // alone, and with alpha
-    SCOPED_TRACE(channels);
-    std::vector<float> samples{0.2f, 1.0f, 0.8f, 0.5f};
-    if (channels == 1) samples = {0.2f, 0.8f};
-    write_picture(dir.file("a.png"), 2, 1, channels, OIIO::TypeUInt8, samples);
-    EXPECT_THAT(read(dir.file("a.png")).pixels, ElementsAre(51, 51, 51, 204, 204, 204));
-  }
-}
-
-TEST(PictureFiles, DropsAlphaWithoutDarkeningTheColours) {
-  const testing_support::TempDir dir;
-  const std::vector<float> samples{0.2f, 0.4f, 0.6f, 0.0f, 0.2f, 0.4f, 0.6f, 0.5f};
-  for (const OIIO::TypeDesc& type : {OIIO::TypeUInt8, OIIO::TypeUInt16}) {
-    write_picture(dir.file("a.png"), 2, 1, 4, type, samples);
-    EXPECT_THAT(read(dir.file("a.png")).pixels, ElementsAre(51, 102, 153, 51, 102, 153));
+  const std::vector<float> with_alpha{0.2f, 0.4f, 0.6f, 0.0f, 0.2f, 0.4f, 0.6f, 0.5f};
+  struct Row {
+    int width, channels;
+    OIIO::TypeDesc type;
+    std::vector<float> samples;
+    std::vector<std::uint8_t> bytes;
+  };
+  for (const Row& row : std::vector<Row>{
+           // 0.3 of a byte's step above a byte, and 0.7.
+           {1, 3, OIIO::TypeUInt16, {100.3f / 255.0f, 100.7f / 255.0f, 1.0f}, {100, 101, 255}},
+           {2, 1, OIIO::TypeUInt8, {0.2f, 0.8f}, {51, 51, 51, 204, 204, 204}},
+           {2, 2, OIIO::TypeUInt8, {0.2f, 1.0f, 0.8f, 0.5f}, {51, 51, 51, 204, 204, 204}},
+           // Alpha goes without darkening the colours.
+           {2, 4, OIIO::TypeUInt8, with_alpha, {51, 102, 153, 51, 102, 153}},
+           {2, 4, OIIO::TypeUInt16, with_alpha, {51, 102, 153, 51, 102, 153}},
+       }) {
+    write_picture(dir.file("a.png"), row.width, 1, row.channels, row.type, row.samples);
+    EXPECT_THAT(read(dir.file("a.png")).pixels, ElementsAreArray(row.bytes)) << row.channels;
   }
 }
 

@@ -220,6 +220,14 @@ TEST(RunReport, NamesTheMeasureThatFailed) {
   report.status = TWINTRUE_QUALITY_FAILED;
   EXPECT_THAT(verdict_of(report).reasons.front().found,
               testing::HasSubstr("error16 is 3 px where below 3 px is wanted"));
+  EXPECT_EQ(exit_code_of(report), ExitCode::kQualityFailed);
+  // The test is of the search's pose: another one that was refined is judged by the evidence.
+  report.polished.emplace().refinement.taken = true;
+  EXPECT_EQ(exit_code_of(report), ExitCode::kCalibrated);
+  EXPECT_EQ(verdict_of(report).outcome, Verdict::Outcome::kCalibratedBut);
+  EXPECT_EQ(verdict_of(report).reasons.back().key, "search_quality");
+  report.evidence->behind = 1.0;
+  EXPECT_EQ(exit_code_of(report), ExitCode::kQualityFailed);
 }
 
 TEST(RunReport, JsonHoldsEachNumberInItsPlace) {

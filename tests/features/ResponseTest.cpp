@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "FeatureTestSupport.h"
+#include "features/ResponseKernels.h"
 #include "features/ResponseRows.h"
 
 namespace {
@@ -77,6 +78,26 @@ TEST(ResponseTest, StepsOnAQuadraticSurface) {
   const fpu::ResponseImages unseen = fpu::computeResponse(image, area, nullptr);
   EXPECT_TRUE(same_bits(pixels_of(unseen.response), pixels_of(images.response)));
   EXPECT_TRUE(same_bits(pixels_of(unseen.det, 1), pixels_of(images.det, 1)));
+}
+
+// Where the determinant is 0 so is the smaller eigenvalue, whatever rounding makes of the root.
+TEST(ResponseTest, NothingIsFoundAlongAnEdge) {
+  int rounded = 0;
+  for (int a = 1; a < 200; ++a) {
+    for (int b = 1; b < 200; ++b) {
+      float xx_then_response = static_cast<float>(a * a);
+      const float xy = static_cast<float>(a * b);
+      const float yy = static_cast<float>(b * b);
+      const float mean = yy * 0.5f + xx_then_response * 0.5f;
+      const float half = xx_then_response * 0.5f - yy * 0.5f;
+      rounded += std::sqrt(half * half + xy * xy) != mean ? 1 : 0;
+      float det = -1.0f;
+      fpu::response_row(&xx_then_response, &xy, &yy, &det, 1);
+      ASSERT_EQ(det, 0.0f) << a << ' ' << b;
+      ASSERT_EQ(xx_then_response, 0.0f) << a << ' ' << b;
+    }
+  }
+  EXPECT_GT(rounded, 0);
 }
 
 // Images that bring every sum to its ends: black and white in all patterns of two rows and columns.

@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/Fixtures.h"
@@ -96,35 +97,26 @@ TEST_F(InspectStage, EachNameBringsItsImage) {
     ASSERT_EQ(stage(name).width, cells * kCell) << name;
     ASSERT_EQ(stage(name).height, cells * kCell) << name;
   }
-  for (int y = 0; y < kSmallHeight; y += 7) {
-    for (int x = 0; x < kHalf; x += 5) {
-      const std::size_t at =
-          (static_cast<std::size_t>(y) * kSmallWidth + static_cast<std::size_t>(kHalf + x)) * 3;
-      const auto byte = [&](std::size_t c) {
-        return std::round(static_cast<double>(samples_[at + c]) * 255.0);
-      };
-      const double luminance = (0.299 * byte(0) + 0.587 * byte(1) + 0.114 * byte(2)) / 255.0;
-      ASSERT_NEAR(stage("linear").at(x, y), std::pow((luminance + 0.055) / 1.055, 2.4), 1e-5)
-          << x << " " << y;
-      ASSERT_EQ(stage("working").at(x, y), std::floor(stage("fixed").at(x, y) / 4.0f));
-    }
+  // The linear light of the half that is asked for, and what the steps make of it.
+  for (int x = 0; x < kHalf; x += 5) {
+    const std::size_t at = (std::size_t{9} * kSmallWidth + static_cast<std::size_t>(kHalf + x)) * 3;
+    const auto byte = [&](std::size_t c) {
+      return std::round(static_cast<double>(samples_[at + c]) * 255.0);
+    };
+    const double luminance = (0.299 * byte(0) + 0.587 * byte(1) + 0.114 * byte(2)) / 255.0;
+    ASSERT_NEAR(stage("linear").at(x, 9), std::pow((luminance + 0.055) / 1.055, 2.4), 1e-5) << x;
+    ASSERT_EQ(stage("working").at(x, 9), std::floor(stage("fixed").at(x, 9) / 4.0f));
+    const int column = x % (cells * kCell);
+    const auto derivative = [&](const char* name) { return double{stage(name).at(column, 9)}; };
+    const double xx = derivative("lxx"), xy = derivative("lxy"), yy = derivative("lyy");
+    ASSERT_NEAR(derivative("det"), xx * yy - xy * xy, 1e-6 * (xx * xx + yy * yy + 2 * xy * xy));
   }
-  for (int y = 0; y < cells * kCell; ++y) {
-    for (int x = 0; x < cells * kCell; ++x) {
-      const auto p = [&](int dx, int dy) { return stage("working").at(kMargin + x + dx, kMargin + y + dy); };
-      ASSERT_EQ(stage("gx").at(x, y),
-                3 * (p(1, -1) - p(-1, -1)) + 10 * (p(1, 0) - p(-1, 0)) + 3 * (p(1, 1) - p(-1, 1)));
-      const double xx = static_cast<double>(stage("lxx").at(x, y));
-      const double xy = static_cast<double>(stage("lxy").at(x, y));
-      const double yy = static_cast<double>(stage("lyy").at(x, y));
-      ASSERT_NEAR(stage("det").at(x, y), xx * yy - xy * xy, 1e-6 * (xx * xx + yy * yy + 2 * xy * xy));
-    }
+  for (const auto& [one, other] :
+       {std::pair{"gx", "gy"}, {"lxx", "lyy"}, {"filtered", "linear"}, {"smoothed", "working"}}) {
+    EXPECT_NE(stage(one).pixels, stage(other).pixels) << one;
   }
-  EXPECT_NE(stage("gy").pixels, stage("gx").pixels);
-  EXPECT_NE(stage("lyy").pixels, stage("lxx").pixels);
   const auto& response = stage("response").pixels;
   EXPECT_EQ(*std::min_element(response.begin(), response.end()), 0.0f);
-  EXPECT_NE(stage("smoothed").pixels, stage("working").pixels);
 }
 
 TEST_F(InspectStage, TellsWhenThereIsNoImage) {

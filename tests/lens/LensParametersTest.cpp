@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/PlainLens.h"
 #include "support/TempDir.h"
 
 namespace twintrue {
@@ -92,94 +93,52 @@ std::vector<std::pair<std::string, std::string>> statements_of(const std::string
   return statements;
 }
 
-// A second way from a lens file of plain `key = number;` statements to the pixel of a ray: in degrees and
-// pixels, with no table, no matrix and arc tangents in place of arc cosines.
-class PlainLens {
- public:
-  explicit PlainLens(const std::string& text) {
-    for (const auto& [key, value] : statements_of(text)) {
-      numbers_[key] = std::stod(value[0] == '"' ? value.substr(1) : value);
-    }
-    first_ = numbers_.count("format_version") != 0;
+// The lens of a file of plain `key = number;` statements, read by its units without the library.
+accuracy::PlainLens plain_lens_of(const std::string& text) {
+  std::map<std::string, double> numbers;
+  for (const auto& [key, value] : statements_of(text)) {
+    numbers[key] = std::stod(value[0] == '"' ? value.substr(1) : value);
   }
-
-  // False if the ray is beyond the limit or falls on the other eye's columns.
-  bool pixel(const std::string& side, std::array<double, 3> ray, double& px, double& py) const {
-    const std::string eye = side + "_eye_";
-    const double radian = first_ ? 1.0 : kPi / 180000.0;
-    const double pan = get(eye + "lambda") * radian;
-    const double tilt = get(eye + "psi") * radian;
-    const double roll = get(eye + "roll") * radian;
-    if (first_) {
-      turn(ray[0], ray[1], roll);
-      turn(ray[1], ray[2], tilt);
-      turn(ray[2], ray[0], pan);
-    } else {
-      turn(ray[2], ray[0], pan);
-      turn(ray[1], ray[2], tilt);
-      turn(ray[0], ray[1], roll);
-    }
-    const double shear = first_ ? 1.0 : 2e-9;
-    const double x = ray[0] + ray[2] * get(eye + "shift_x") * shear - get("left_eye_translate_x");
-    const double y = ray[1] + ray[2] * get(eye + "shift_y") * shear - get("left_eye_translate_y");
-    const double z = ray[2] - get("left_eye_translate_z");
-    const double degrees = std::atan2(std::hypot(x, y), -z) * 180.0 / kPi;
-    const double azimuth = std::atan2(y, x);
-    const double unity = first_ ? 1.0 : 16384.0;
-    const double along = std::cos(azimuth) * get(eye + "magnify_v") / unity;
-    const double across = std::sin(azimuth) * get(eye + "magnify_h") / unity;
-
-    const double width = get(first_ ? "input_width" : "PIX_input_width");
-    const double height = get(first_ ? "input_height" : "PIX_input_height");
-    double px_per_unit, px_per_offset, center_x, center_y, limit;
-    if (first_) {
-      px_per_unit = get("image_circle_radius") / get("sensor_pitch");
-      px_per_offset = width;
-      center_x = 0.5 * get("inter_image_circle_distance") / get("sensor_pitch") * (side == "left" ? 1 : -1);
-      center_y = 0.0;
-      limit = 95.0;
-    } else {
-      px_per_offset = width / get("AOV_input_width");
-      px_per_unit = 0.5 * get("img_c_diameter") * px_per_offset * 180000.0 / get("FOV");
-      center_x = get(side + "_img_c_center_X") * px_per_offset;
-      center_y = get(side + "_img_c_center_Y") * px_per_offset;
-      limit = get("FOV") / 2000.0;
-    }
-    if (degrees > limit) return false;
-    const double angle = degrees / 90.0;
-    const double radius =
-        first_ ? distorted(angle * std::hypot(along, across)) / std::hypot(along, across) : distorted(angle);
-    px = width / 2 + center_x + px_per_unit * radius * along + px_per_offset * get(eye + "x0");
-    py = height / 2 - center_y - px_per_unit * radius * across - px_per_offset * get(eye + "y0");
-    return side == "left" ? px >= width / 2 && px < width : px >= 0 && px < width / 2;
+  const auto get = [&numbers](const std::string& key) {
+    return numbers.count(key) != 0 ? numbers[key] : 0.0;
+  };
+  const bool first = numbers.count("format_version") != 0;
+  accuracy::PlainLens lens;
+  lens.format = first ? 1 : 2;
+  lens.width = static_cast<int>(get(first ? "input_width" : "PIX_input_width"));
+  lens.height = static_cast<int>(get(first ? "input_height" : "PIX_input_height"));
+  const double px_per_offset = first ? lens.width : lens.width / get("AOV_input_width");
+  lens.scale = first ? get("image_circle_radius") / get("sensor_pitch")
+                     : 0.5 * get("img_c_diameter") * px_per_offset * 180000.0 / get("FOV");
+  lens.limit = first ? 95.0 / 90.0 : get("FOV") / 180000.0;
+  for (std::size_t i = 0; i < 6; ++i) lens.coeff[i] = get("distortion_coeff" + std::to_string(i + 1));
+  lens.translation = {get("left_eye_translate_x"), get("left_eye_translate_y"), get("left_eye_translate_z")};
+  for (const auto side : {accuracy::kLeft, accuracy::kRight}) {
+    const bool left = side == accuracy::kLeft;
+    const std::string name = left ? "left" : "right";
+    const std::string eye = name + "_eye_";
+    const double apart = 0.5 * get("inter_image_circle_distance") / get("sensor_pitch");
+    lens.centre_x[side] =
+        lens.width / 2 + (first ? (left ? apart : -apart) : get(name + "_img_c_center_X") * px_per_offset);
+    lens.centre_y[side] = lens.height / 2 - (first ? 0.0 : get(name + "_img_c_center_Y") * px_per_offset);
+    lens.magnify_x[side] = get(eye + "magnify_v") / (first ? 1.0 : 16384.0);
+    lens.magnify_y[side] = get(eye + "magnify_h") / (first ? 1.0 : 16384.0);
+    lens.shear_x[side] = get(eye + "shift_x") * (first ? 1.0 : 2e-9);
+    lens.shear_y[side] = get(eye + "shift_y") * (first ? 1.0 : 2e-9);
+    const double radian = first ? 1.0 : kPi / 180000.0;
+    double* const pose = &lens.pose[side * accuracy::kEyeValues];
+    pose[0] = get(eye + "lambda") * radian;
+    pose[1] = get(eye + "psi") * radian;
+    pose[2] = get(eye + "roll") * radian;
+    pose[3] = get(eye + "x0") * px_per_offset;
+    pose[4] = get(eye + "y0") * px_per_offset;
   }
-
- private:
-  double get(const std::string& key) const {
-    const auto found = numbers_.find(key);
-    return found == numbers_.end() ? 0.0 : found->second;
-  }
-
-  // By an angle from the first axis to the second.
-  static void turn(double& a, double& b, double angle) {
-    const double turned = std::cos(angle) * a - std::sin(angle) * b;
-    b = std::sin(angle) * a + std::cos(angle) * b;
-    a = turned;
-  }
-
-  double distorted(double angle) const {
-    double percent = 0.0;
-    for (int i = 1; i <= 6; ++i) percent += get("distortion_coeff" + std::to_string(i)) * std::pow(angle, i);
-    return first_ ? angle / (1.0 - percent / 100.0) : angle * (1.0 + percent / 100.0);
-  }
-
-  std::map<std::string, double> numbers_;
-  bool first_ = false;
-};
+  return lens;
+}
 
 // Rays all round the sphere, of several lengths and in both eyes, agree with the second way to 1e-5 pixels.
 void expect_projection_of(const RigState& state, const std::string& text) {
-  const PlainLens plain(text);
+  const accuracy::PlainLens plain = plain_lens_of(text);
   int seen = 0;
   for (int i = 1; i < 500; ++i) {
     const double z = -1.0 + i / 250.0;
@@ -188,11 +147,13 @@ void expect_projection_of(const RigState& state, const std::string& text) {
     const double length = 1 + i % 3;
     const std::array<double, 3> ray = {length * r * std::cos(azimuth), length * r * std::sin(azimuth),
                                        length * z};
-    for (const std::string side : {"left", "right"}) {
-      const EyeModel& eye = side == "left" ? state.current.left : state.current.right;
+    for (const auto side : {accuracy::kLeft, accuracy::kRight}) {
+      const EyeModel& eye = side == accuracy::kLeft ? state.current.left : state.current.right;
       double px = 0, py = 0, plain_px = 0, plain_py = 0;
       const bool inside = eye_ray_to_image(eye, &px, &py, ray[0], ray[1], ray[2]);
-      ASSERT_EQ(inside, plain.pixel(side, ray, plain_px, plain_py)) << side << " " << i;
+      ASSERT_EQ(inside, accuracy::ray_to_pixel(plain, side, &plain.pose[side * accuracy::kEyeValues], ray,
+                                               plain_px, plain_py))
+          << side << " " << i;
       EXPECT_NEAR(px, plain_px, 1e-5) << side << " " << i;
       EXPECT_NEAR(py, plain_py, 1e-5) << side << " " << i;
       if (inside) ++seen;
@@ -288,6 +249,25 @@ TEST(LensParameters, FormatIsTakenFromEitherVersionKey) {
   EXPECT_THAT(
       load("[OPTRA] version = \"1.0\";").output,
       testing::StartsWith("WARNNING: ini_get() read string item OPTRA.version\nformat_version: 1.0\n"));
+}
+
+TEST(LensParameters, KeysThatNobodyUsesChangeNothing) {
+  const TempDir dir;
+  const auto written = [&dir](const Loaded& loaded) {
+    write_lens_description(loaded.state.current, dir.file("out.lens"));
+    return read_file(dir.file("out.lens"));
+  };
+  for (const char* text : {kFormat1, kFormat2}) {
+    const Loaded without = load(text);
+    const Loaded with_more =
+        load("serial = \"A-7\"; lens.baseline = 9.0;\n" + std::string(text) +
+             "note = \"a lens\"; left_eye = 3; left_eye_lambda2 = 0.5; distortion_coeff7 = 4.0;\n"
+             "[OTHER] input_width = 7; baseline = 1.0;\n");
+    EXPECT_EQ(with_more.result, 1);
+    EXPECT_EQ(with_more.output, without.output);
+    EXPECT_EQ(with_more.errors, without.errors);
+    EXPECT_EQ(written(with_more), written(without));
+  }
 }
 
 TEST(LensParameters, FailuresOfTheWholeRead) {

@@ -36,11 +36,12 @@ struct Case {
   float dy = 0;
   std::int32_t gmv_x = 25;
   std::int32_t gmv_y = 0;
+  bool upright = false;  // the frame is 1040 x 1240
 };
 
 // Scores are score1, 200, 300 and 400, the rank is 3, the responses are 1000 and 400, the start (500, 500).
 bool accepts(const Case& c) {
-  Scene scene({12, 10, 100, 100, 4});
+  Scene scene(c.upright ? Raster{10, 12, 100, 100, 4} : Raster{12, 10, 100, 100, 4});
   MatchSet set(scene.unit, 1);
   CheckSettings settings;
   settings.enabled = true;
@@ -113,6 +114,8 @@ TEST(FlagRecordsTest, BorderAndDistanceFromTheGmv) {
            // 0.02 x 1040 squared is 432.64: 20 pixels off is near, 21 is far.
            {.what = "near", .accepted = true, .gmv_x = 5},
            {.what = "far and long", .accepted = false, .gmv_x = 4},
+           {.what = "near, upright", .accepted = true, .gmv_x = 5, .upright = true},
+           {.what = "far and long, upright", .accepted = false, .gmv_x = 4, .upright = true},
            {.what = "far and not long", .accepted = true, .dx = 20, .dy = 5, .gmv_x = -20},
            {.what = "limit beyond the integers", .accepted = false, .near_gmv = 1e9f},
            {.what = "rounded down", .accepted = true, .dx = 45.49f},

@@ -202,10 +202,8 @@ TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {
   EXPECT_GT(linked, 100);
   for (const KeyPointRecord& keypoint : frames[0]->store.records) EXPECT_LE(keypoint.link, 0);
 
-  const MatchSet before = set;
   ASSERT_GT(match_frames(*frames[1], *frames[2], &set, true), 100);
   std::int32_t agreeing = 0;
-  std::int32_t raised = 0;
   for_each_record(set, [&](const MatchRecord& r, const MatchVector& v, std::int32_t) {
     const std::int32_t link = keypoint_a(*frames[1], v).link;
     if (link < 0 || link >= first_count) {
@@ -221,18 +219,6 @@ TEST(MatchFramesTest, KeptLinksLeadToThePreviousPair) {
     agreeing += r.prev_state == 2 ? 1 : 0;
   });
   EXPECT_GT(agreeing, 50);
-
-  // Without links the same pair has the plain scores; agreement doubles them.
-  MatchSet plain = before;
-  match_frames(*frames[1], *frames[2], &plain, false);
-  ASSERT_EQ(plain.records.size(), set.records.size());
-  for (std::size_t i = 0; i < plain.records.size(); ++i) {
-    EXPECT_EQ(plain.records[i].prev_state, 0);
-    const std::int32_t factor = set.records[i].prev_state == 2 ? 2 : 1;
-    EXPECT_EQ(set.records[i].score2, factor * plain.records[i].score2);
-    raised += factor == 2 ? 1 : 0;
-  }
-  EXPECT_EQ(raised, agreeing);
 }
 
 TEST(MatchFramesTest, NumberedSectionsAreLoadedWhenTheSetAsksForThem) {
@@ -284,20 +270,6 @@ TEST(MatchFramesTest, MessagesFollowTheStepsAndSwitchedOffChecksAcceptNothing) {
     EXPECT_EQ(scene->unit.relMatchCount, accepted);
     EXPECT_EQ(accepted > 0, checks);
   }
-}
-
-TEST(MatchFramesTest, FramesThatDoNotPairLeaveNothing) {
-  auto scene = make_scene(kSettings + "vdet:\n" + kChecks);
-  for (int i = 0; i < 5; ++i) {
-    add_keypoint(*scene->a, 50, static_cast<float>(50 + i), 3000);
-    add_keypoint(*scene->b, 700, static_cast<float>(600 + i), 3000);
-  }
-  set_descriptors(*scene->a, std::vector(5, Descriptor(8, 0)));
-  set_descriptors(*scene->b, std::vector(5, Descriptor(8, 0)));
-  MatchSet set(scene->unit, 1);
-  EXPECT_EQ(match_frames(*scene->a, *scene->b, &set, false), 0);
-  EXPECT_EQ(export_matches(&set, nullptr, 1, 96), 0);
-  EXPECT_EQ(scene->unit.relMatchCount, 0);
 }
 
 TEST(ExportMatchesTest, CopiesLeadingWords) {

@@ -6,57 +6,19 @@
 #include <cstdint>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "matching/MatchScene.h"
 #include "matching/MatchSet.h"
+#include "matching/Rounding.h"
 
 namespace fpu {
 namespace {
 
 using namespace matching_tests;
 
-// Bit by bit over the bytes of a row and what lies behind it.
-std::uint32_t reference_distance(const unsigned char* a, const unsigned char* b, int bytes, int split,
-                                 std::uint32_t weight) {
-  std::uint32_t distance = 0;
-  const auto differs = [&](int bit) { return ((a[bit / 8] ^ b[bit / 8]) >> (bit % 8) & 1) != 0; };
-  const int whole_bits = bytes / 8 * 64;
-  for (int bit = 0; bit < whole_bits; ++bit) {
-    if (!differs(bit)) continue;
-    const int word_start = bit / 64 * 64;
-    if (weight == 0) {
-      distance += 1;
-    } else if (word_start == split) {
-      distance += 1 + weight;
-    } else {
-      distance += bit < split ? weight : 1;
-    }
-  }
-  for (int bit = whole_bits; bit < whole_bits + bytes % 8 * 32; ++bit) distance += differs(bit) ? 1 : 0;
-  return distance;
-}
-
-TEST(DescriptorDistanceTest, AgreesWithCountingBits) {
-  std::mt19937 random(1);
-  for (const int bytes : {1, 5, 7, 8, 12, 16, 31, 32, 40, 64}) {
-    for (const int split : {0, 1, 36, 63, 64, 65, 100, 128, 160, 512}) {
-      for (const int weight : {0, 1, 2, 5, -1}) {
-        const auto a = random_descriptor(random, descriptor_span(bytes) + 1);
-        const auto b = random_descriptor(random, descriptor_span(bytes) + 1);
-        // From an odd address too.
-        for (int offset : {0, 1}) {
-          EXPECT_EQ(descriptor_distance(a.data() + offset, b.data() + offset, bytes, split, weight),
-                    reference_distance(a.data() + offset, b.data() + offset, bytes, split,
-                                       static_cast<std::uint32_t>(weight)))
-              << bytes << " bytes, split " << split << ", weight " << weight;
-        }
-      }
-    }
-  }
-}
-
-TEST(DescriptorDistanceTest, SplitsAtHalfTheBitsOrTheCentralSquare) {
+TEST(DescriptorSplitTest, SplitsAtHalfTheBitsOrTheCentralSquare) {
   EXPECT_EQ(descriptor_split_bit(32, 25, 0), 0);
   EXPECT_EQ(descriptor_split_bit(32, 25, 2), 128);
   EXPECT_EQ(descriptor_split_bit(32, 13, 2), 36);
@@ -206,6 +168,34 @@ TEST(MatchCellsTest, ComparesWithThePreviousPair) {
     EXPECT_EQ(set.cell(8)[0].prev_state, c.state) << c.previous_dx;
     EXPECT_EQ(set.cell(8)[1].prev_state, c.state) << c.previous_dx;
   }
+}
+
+TEST(MatchCellsTest, ACostAsLargeAsTheBoundIsNoMatch) {
+  for (const std::uint16_t score : {std::uint16_t{1}, std::uint16_t{2}}) {
+    Scene scene({830, 1, 40, 32, 4});
+    MatchingSettings& s = scene.unit.matchingSettings;
+    s.k = 1;
+    s.penalty_mode = 4;  // 65536 a pixel, and up to 65535 by the lower score
+    s.penalty_rshift = 0;
+    s.max_vector_h = 40000;
+    s.max_vector_v = 0;
+    add_keypoint(*scene.a, 30, 30, score);
+    add_keypoint(*scene.a, 30, 45, score);  // finds nothing on its row
+    add_keypoint(*scene.b, 30 + 32767, 30, score);
+    set_descriptors(*scene.a, std::vector(2, Descriptor(8, 0)));
+    set_descriptors(*scene.b, std::vector(1, Descriptor(8, 0)));
+    MatchSet set(scene.unit, 1);
+    EXPECT_EQ(match_cells(s, *scene.a, *scene.b, set), score == 1 ? 0 : 1) << score;
+  }
+}
+
+TEST(RoundingTest, CoordinatesAreHeldToWhatDiffersWithinTheIntegers) {
+  constexpr std::int32_t kMost = 1 << 28;
+  const std::pair<float, std::int32_t> cases[] = {{0.5f, 1},       {-0.5f, -1},      {2.4f, 2},
+                                                  {3e8f, kMost},   {1e30f, kMost},   {-1e30f, -kMost},
+                                                  {-3e8f, -kMost}, {2e8f, 200000000}};
+  for (const auto& [value, rounded] : cases) EXPECT_EQ(round_coordinate(value), rounded) << value;
+  EXPECT_EQ(round_coordinate(std::numeric_limits<float>::quiet_NaN()), -kMost);
 }
 
 TEST(MatchCellsTest, ARasterTooFineToNameMatchesNothing) {

@@ -80,8 +80,8 @@ TEST(AreaKernelTest, CountsEveryBitOfLongDescriptors) {
       const PackedKeypoints packed(*scene.b, order);
       const std::vector<std::uint32_t> words(order.count(), 0);
       const Descriptor zeros(descriptor_span(bytes), 0x00);
-      const std::uint32_t expected =
-          descriptor_distance(zeros.data(), scene.b->descriptors.row(0), bytes, split, weight);
+      const std::uint32_t expected = plain_matching::descriptor_distance(
+          zeros.data(), scene.b->descriptors.row(0), bytes, split, weight);
       for (const twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
         std::vector<Lanes<std::uint32_t>> distances(2);
         Lanes<std::uint32_t> minima;

@@ -132,6 +132,7 @@ TEST(Yaml, Scalars) {
 TEST(Yaml, Refusals) {
   const std::vector<Case> cases = {
       {"ab~", "parsing: Invalid character found. Line 1 column 3"},
+      {"~", "parsing: Invalid character found. Line 1 column 1"},
       {"a: 1\n\nb: \xc3\xa9", "parsing: Invalid character found. Line 3 column 4"},
       {std::string("a\0b", 3), "parsing: Invalid character found. Line 1 column 2"},
       {"a:\n \tb: 1", "parsing: Tab found in offset. Line 2 column 1"},

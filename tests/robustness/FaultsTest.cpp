@@ -3,18 +3,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
-#include <functional>
 
-#include "Child.h"
 #include "SmallRun.h"
+#include "support/Child.h"
 
 namespace {
 
@@ -33,21 +30,6 @@ class Faults : public testing::Test {
 
 constexpr const char* kOld = "the old file\n";
 
-TEST_F(Faults, AFullDiskLeavesTheOldFile) {
-  const std::string out = run_.dir().write("out.lens", kOld);
-  const std::size_t files = files_in_folder();
-  const int status = in_child([&] {
-    omp_get_max_threads();          // some runtimes write a file of their own when they are first asked
-    std::signal(SIGXFSZ, SIG_IGN);  // writes fail as they do on a full disk
-    const rlimit limit{100, 100};
-    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 9;
-    return run_.status(frame_.image, out) == TWINTRUE_CALIBRATED ? 0 : 1;
-  });
-  EXPECT_TRUE(ended_with(status, 0)) << status;
-  EXPECT_EQ(read_file(out), kOld);
-  EXPECT_EQ(files_in_folder(), files) << "nothing half written stays behind";
-}
-
 TEST_F(Faults, AnInterruptedWriteLeavesTheOldFile) {
   const std::string out = run_.dir().write("out.lens", kOld);
   const int status = in_child([&] {
@@ -60,26 +42,6 @@ TEST_F(Faults, AnInterruptedWriteLeavesTheOldFile) {
   EXPECT_EQ(read_file(out), kOld);
 }
 
-TEST_F(Faults, ReplacingKeepsTheRightsAndTheLink) {
-  const std::string out = run_.dir().write("out.lens", kOld);
-  ASSERT_EQ(chmod(out.c_str(), 0640), 0);
-  const std::string link = run_.dir().file("link.lens");
-  std::filesystem::create_symlink("out.lens", link);
-  EXPECT_EQ(run_.status(frame_.image, link), TWINTRUE_CALIBRATED);
-  EXPECT_TRUE(read_file(out).starts_with("[OPTRA]\n"));
-  EXPECT_TRUE(std::filesystem::is_symlink(link));
-  struct stat now {};
-  ASSERT_EQ(stat(out.c_str(), &now), 0);
-  EXPECT_EQ(now.st_mode & 0777u, 0640u);
-
-  const std::string fresh = run_.dir().file("fresh.lens");
-  EXPECT_EQ(run_.status(frame_.image, fresh), TWINTRUE_CALIBRATED);
-  const mode_t mask = umask(0);
-  umask(mask);
-  ASSERT_EQ(stat(fresh.c_str(), &now), 0);
-  EXPECT_EQ(now.st_mode & 0777u, 0666u & ~mask);
-}
-
 TEST_F(Faults, PlacesThatTakeNoFileChangeNothing) {
   const std::string file = run_.dir().write("file", kOld);
   const std::size_t files = files_in_folder();
@@ -90,31 +52,6 @@ TEST_F(Faults, PlacesThatTakeNoFileChangeNothing) {
   }
   EXPECT_EQ(read_file(file), kOld);
   EXPECT_EQ(files_in_folder(), files);
-}
-
-// The superuser may write anywhere, so the process becomes somebody else.
-TEST_F(Faults, WhatIsProtectedStays) {
-  const std::string out = run_.dir().write("out.lens", kOld);
-  const std::filesystem::path closed = run_.dir().path() / "closed";
-  std::filesystem::create_directory(closed);
-  const std::string inside = (closed / "out.lens").string();
-  std::ofstream(inside) << kOld;
-  ASSERT_EQ(chmod(out.c_str(), 0444), 0);
-  ASSERT_EQ(chmod(inside.c_str(), 0444), 0);
-  ASSERT_EQ(chmod(run_.dir().path().c_str(), 0777), 0);
-  ASSERT_EQ(chmod(closed.c_str(), 0555), 0);
-  const int status = in_child([&] {
-    constexpr uid_t kNobody = 65534;
-    if (geteuid() == 0 && setuid(kNobody) != 0) return 9;
-    if (run_.status(frame_.image, out) != TWINTRUE_CALIBRATED) return 1;
-    if (run_.status(frame_.image, inside) != TWINTRUE_CALIBRATED) return 2;
-    return run_.status(frame_.image, (closed / "new.lens").string()) == TWINTRUE_CALIBRATED ? 0 : 3;
-  });
-  EXPECT_TRUE(ended_with(status, 0)) << status;
-  EXPECT_EQ(read_file(out), kOld);
-  EXPECT_EQ(read_file(inside), kOld);
-  EXPECT_FALSE(std::filesystem::exists(closed / "new.lens"));
-  ASSERT_EQ(chmod(closed.c_str(), 0755), 0);
 }
 
 // Neither a closed standard output, nor one that refuses every byte, ends or changes a run.

@@ -11,8 +11,9 @@
 #include <thread>
 #include <utility>
 
-#include "Child.h"
 #include "SmallRun.h"
+#include "support/Child.h"
+#include "support/SmallStack.h"
 
 namespace {
 
@@ -21,23 +22,6 @@ using namespace testing_support;
 constexpr int kSame = 0;
 constexpr int kDiffers = 1;
 constexpr int kNoSetUp = 9;
-
-// A thread with a stack of so many bytes, or as small as the system makes them.
-template <typename Body>
-bool on_small_stack(std::size_t bytes, Body body) {
-  pthread_attr_t attributes;
-  pthread_t thread{};
-  pthread_attr_init(&attributes);
-  if (pthread_attr_setstacksize(&attributes, bytes) != 0) return false;
-  const auto call = [](void* given) -> void* {
-    (*static_cast<Body*>(given))();
-    return nullptr;
-  };
-  if (pthread_create(&thread, &attributes, call, &body) != 0) return false;
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-  return true;
-}
 
 class Host : public testing::Test {
  protected:
@@ -61,7 +45,7 @@ TEST_F(Host, AWorkerWithASmallStackCanCall) {
     ASSERT_EQ(expected.status, TWINTRUE_CALIBRATED);
     Outcome found;
     constexpr std::size_t kStack = std::size_t{256} << 10;
-    ASSERT_TRUE(on_small_stack(kStack, [&] { found = run->run(frame_.image); }));
+    on_small_stack([&] { found = run->run(frame_.image); }, kStack);
     EXPECT_TRUE(found == expected);
   }
 }

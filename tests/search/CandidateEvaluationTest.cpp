@@ -19,6 +19,8 @@ using testing_support::Bend;
 using testing_support::bent_rig;
 using testing_support::make_matches;
 using testing_support::nominal_rig;
+using testing_support::posed;
+using testing_support::set_level;
 using testing_support::some_poses;
 
 TEST(TopList, KeepsTheBestAndDecidesTiesByOrder) {
@@ -103,9 +105,7 @@ Seeds plain_level(CalibContext& context, const RigState& rig, const std::vector<
   for (const auto& place : places) {
     PoseCandidate candidate;
     list.grid(place.grid).pose(place.place, &candidate);
-    RigState posed = rig;
-    rig_apply_pose(posed, candidate);
-    candidate.sums = score_matches(context, pass, posed, matches);
+    candidate.sums = score_matches(context, pass, posed(rig, candidate), matches);
     candidate.score = candidate.sums.score_sum;
     top.offer(candidate);
   }
@@ -121,10 +121,18 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsUnderAnySettings) {
     for (Bend bend : {Bend::kDistorted, Bend::kMagnified, Bend::kSheared, Bend::kMirrored})
       rigs.push_back(bent_rig(kind, bend));
   }
+  // One crooked eye is enough to forbid the lean form.
+  for (Bend bend : {Bend::kMagnified, Bend::kShiftedX, Bend::kShiftedY, Bend::kMoved}) {
+    for (auto eye : {&RigModel::left, &RigModel::right}) {
+      RigState& rig = rigs.emplace_back(bent_rig(1, Bend::kDistorted));
+      rig.current.*eye = bent_rig(1, bend).current.*eye;
+      rig.reference.*eye = rig.current.*eye;
+    }
+  }
   constexpr std::int32_t kLevel = 2;
   constexpr std::int32_t kRetry = 1;
   int filled = 0, infinite = 0;
-  for (std::uint32_t trial = 0; trial < 300; ++trial) {
+  for (std::uint32_t trial = 0; trial < 400; ++trial) {
     const ThreadTeam team(trial % 10 == 0 ? 7 : 1);
     const RigState& rig = rigs[trial % rigs.size()];
     auto matches = make_matches(some_poses(1)[0], {.count = 1 + below(below(4) == 0 ? 400 : 100),
@@ -200,10 +208,7 @@ TEST(LevelEvaluator, RoundingOfTheFastFormDecidesNothing) {
   const RigState rig = nominal_rig();
   const auto matches = make_matches(PoseCandidate(), {.count = 12, .noise_px = 0.5});
   auto context = std::make_unique<CalibContext>();
-  context->sigma[0][0] = 3.0;
-  context->score_weight_mode[0][0] = 1;
-  context->rank[0] = 100;
-  context->num_of_using_feat[0][0] = 100;
+  set_level(*context, 3.0);
   context->limits[0] = {1, 1, 5, 5};
   context->right_table[0][0].tilt = {-0.02, 0.02, 257, 0};
   context->left_table[0][0].tilt = {-0.02, 0.02, 257, 0};
@@ -227,17 +232,12 @@ TEST(LevelEvaluator, AScoreDoesNotHangOnWhichCandidateComesFirst) {
   const RigState rig = nominal_rig();
   const auto matches = make_matches(PoseCandidate(), {.count = 300, .noise_px = 0.5});
   auto context = std::make_unique<CalibContext>();
-  context->sigma[0][0] = 3.0;
-  context->score_weight_mode[0][0] = 1;
-  context->rank[0] = 100;
-  context->num_of_using_feat[0][0] = 1000;
+  set_level(*context, 3.0);
   const ScorePass pass = level_pass(*context, matches.size(), 0, 0);
   const auto plain_score = [&](double roll) {
-    RigState posed = rig;
     PoseCandidate pose;
     pose.right_roll = roll;
-    rig_apply_pose(posed, pose);
-    return score_matches(*context, pass, posed, matches).score_sum;
+    return score_matches(*context, pass, posed(rig, pose), matches).score_sum;
   };
   const double good = 0.002;
   const double loss = (plain_score(good) - plain_score(good + 1e-7)) / 1e-7;
@@ -267,11 +267,9 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsWhereTermsAlmostVanish) {
   const float y = matches[0].y_a;
   for (RayMatch& match : matches) match.y_a = y - 8.0f;
   const auto error_at = [&](double offset_y, const RayMatch& match) {
-    RigState posed = rig;
     PoseCandidate pose;
     pose.right_offset_y = offset_y;
-    rig_apply_pose(posed, pose);
-    return score_one_match(CalibContext(), 0, posed, match, 1.0, 8, 0, 0).error;
+    return score_one_match(CalibContext(), 0, posed(rig, pose), match, 1.0, 8, 0, 0).error;
   };
   for (double offset_y : {0.0, 2.0}) {
     const double high = error_at(offset_y, matches[0]);
@@ -282,10 +280,7 @@ TEST(LevelEvaluator, KeepsWhatThePlainFormKeepsWhereTermsAlmostVanish) {
     }
     ASSERT_TRUE(0.0 < low && low < high) << low << ' ' << high;
     auto context = std::make_unique<CalibContext>();
-    context->sigma[0][0] = std::sqrt(0.5 * (0.5 * (low + high)) / 700.0);
-    context->score_weight_mode[0][0] = 1;
-    context->rank[0] = 100;
-    context->num_of_using_feat[0][0] = 1000;
+    set_level(*context, std::sqrt(0.5 * (0.5 * (low + high)) / 700.0));
     context->limits[0] = {1, 1, 50, 50};
     context->right_table[0][0].offset_y = {-offset_y, offset_y, offset_y == 0.0 ? 1 : 2, 0};
     const Seeds expected = plain_level(*context, rig, matches, Seeds(), 1);
@@ -306,10 +301,7 @@ TEST(LevelEvaluator, EvaluatesALevelInParts) {
     truth.right_offset_x = 0.01 * static_cast<double>(best_place);
     const auto matches = make_matches(truth, {.count = 10001});
     auto context = std::make_unique<CalibContext>();
-    context->sigma[0][0] = 0.3;
-    context->score_weight_mode[0][0] = 1;
-    context->rank[0] = 100;
-    context->num_of_using_feat[0][0] = 20000;
+    set_level(*context, 0.3);
     context->limits[0] = {1, 1, 50, 50};
     context->right_table[0][0].offset_x = {0.0, 3.99, 400, 0};
     Seeds found;
@@ -329,10 +321,8 @@ TEST(LevelEvaluator, AnUnknownWeightModeMattersOnlyToAMatchWithAnError) {
   const RigState rig = nominal_rig();
   auto matches = make_matches(PoseCandidate(), {.count = 20});
   auto context = std::make_unique<CalibContext>();
-  context->sigma[0][0] = 3.0;
+  set_level(*context, 3.0);
   context->score_weight_mode[0][0] = 14;
-  context->rank[0] = 100;
-  context->num_of_using_feat[0][0] = 100;
   Seeds seeds;
   // A process that is forked off has none of the threads that other tests have started.
   GTEST_FLAG_SET(death_test_style, "threadsafe");

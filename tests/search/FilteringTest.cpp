@@ -115,9 +115,12 @@ TEST(Filtering, OtherModesOfSearchEndTheProcess) {
 
 TEST(Filtering, ReportsWhenVerbose) {
   auto context = still_search();
-  context->verbose = true;
   auto matches = make_matches(PoseCandidate(), {.count = 20});
   PoseCandidate result;
+  testing::internal::CaptureStdout();
+  filter_and_search(*context, nominal_rig(), matches, result, 10, true);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  context->verbose = true;
   testing::internal::CaptureStdout();
   filter_and_search(*context, nominal_rig(), matches, result, 10, true);
   const std::string text = testing::internal::GetCapturedStdout();

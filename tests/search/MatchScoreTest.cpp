@@ -17,6 +17,7 @@ namespace {
 using testing_support::kDegree;
 using testing_support::make_matches;
 using testing_support::nominal_rig;
+using testing_support::posed;
 
 PoseCandidate some_truth() {
   PoseCandidate truth;
@@ -43,17 +44,11 @@ ScorePass plain_pass(std::size_t count) {
   return pass;
 }
 
-RigState posed(const CalibResult& pose) {
-  RigState rig = nominal_rig();
-  rig_apply_pose(rig, pose);
-  return rig;
-}
-
 TEST(MatchScore, TheTruePoseExplainsEveryMatch) {
   const CalibContext context;
   const auto matches = make_matches(some_truth(), {});
   const ScorePass pass = plain_pass(matches.size());
-  const MatchScoreSums at_truth = score_matches(context, pass, posed(some_truth()), matches);
+  const MatchScoreSums at_truth = score_matches(context, pass, posed(nominal_rig(), some_truth()), matches);
   EXPECT_EQ(at_truth.count4, static_cast<std::int32_t>(matches.size()));
   EXPECT_EQ(at_truth.score_sum, static_cast<double>(matches.size()));
   // What is left is the rounding of the keypoints to 32-bit floats.
@@ -87,15 +82,10 @@ TEST(MatchScore, SumsTakeErrorsWithinFourAndSixteenPixels) {
 TEST(MatchScore, TheMidPointIsTestedAWholeBaselineAside) {
   // The common point lies between the eyes and is shifted as if it were seen from the other eye, so each eye
   // is tested with a point that stands half a baseline too far out.
-  const auto matches = make_matches(PoseCandidate(), {.count = 1});
   const testing_support::Point p{0.27, 0.2, -1.0};
-  RayMatch match = matches[0];
+  const RayMatch match = testing_support::match_of(p);
   const auto seen_a = testing_support::see(false, 0, 0, 0, 0, 0, p);
   const auto seen_b = testing_support::see(true, 0, 0, 0, 0, 0, p);
-  match.x_a = static_cast<float>(seen_a[0]);
-  match.y_a = static_cast<float>(seen_a[1]);
-  match.x_b = static_cast<float>(seen_b[0] - 1024);
-  match.y_b = static_cast<float>(seen_b[1]);
   const double half = testing_support::kBaseline / 2;
   const auto tested_a = testing_support::see(false, 0, 0, 0, 0, 0, {p[0] - half, p[1], p[2]});
   const auto tested_b = testing_support::see(true, 0, 0, 0, 0, 0, {p[0] + half, p[1], p[2]});
@@ -108,16 +98,15 @@ TEST(MatchScore, TheMidPointIsTestedAWholeBaselineAside) {
 TEST(MatchScore, ErrorIsHalfTheSumOfTheSquaredDisplacements) {
   const CalibContext context;
   const RigState rig = nominal_rig();
-  RayMatch match = make_matches(PoseCandidate(), {})[0];
+  RayMatch match = testing_support::match_of({0.27, 0.2, -1.0});
   const Vec3 p1{0.3, 0.2, -1.0};
   const Vec3 p2{0.24, 0.2, -1.0};  // the same point, seen from an eye that stands a baseline further right
   const double depth = 1.0;
   // Put the keypoints at known distances from where the points land.
-  const auto at = [&](bool left) { return testing_support::see(left, 0, 0, 0, 0, 0, {0.27, 0.2, -1.0}); };
-  match.x_a = static_cast<float>(at(false)[0] + 3.0);
-  match.y_a = static_cast<float>(at(false)[1] - 4.0);
-  match.x_b = static_cast<float>(at(true)[0] - 1024 + 1.0);
-  match.y_b = static_cast<float>(at(true)[1] + 1.5);
+  match.x_a += 3.0f;
+  match.y_a -= 4.0f;
+  match.x_b += 1.0f;
+  match.y_b += 1.5f;
   EXPECT_NEAR(full_reprojection_error(rig, match, depth, p1, p2), 0.5 * (9 + 16 + 1 + 2.25), 0.01);
   EXPECT_NEAR(single_side_error(rig, true, match, depth, p1, p2, 0), 25, 0.01);
   EXPECT_NEAR(single_side_error(rig, false, match, depth, p1, p2, 0), 3.25, 0.01);
@@ -133,7 +122,7 @@ TEST(MatchScore, ErrorIsHalfTheSumOfTheSquaredDisplacements) {
 
 TEST(MatchScore, SweepsMayTestOneEyeAlone) {
   const auto matches = make_matches(some_truth(), {.count = 40, .noise_px = 0.5});
-  const RigState rig = posed(some_truth());
+  const RigState rig = posed(nominal_rig(), some_truth());
   for (std::int32_t i = 0; i < 40; ++i) {
     const RayMatch& match = matches[static_cast<std::size_t>(i)];
     const auto error = [&](std::int32_t fast_mode) {
@@ -171,12 +160,7 @@ TEST(MatchScore, DepthOutsideTheBoundsDoesNotCount) {
   EXPECT_EQ(counted(1.0, 1.0), 0);
   EXPECT_EQ(counted(9.0, 1.0), 200) << "a far end before the near one switches the test off";
   // It must lie a tenth of a millimetre inside.
-  const testing_support::Point p{0.1, 0.2, -1.0};
-  matches.resize(1);
-  matches[0].x_a = static_cast<float>(testing_support::see(false, 0, 0, 0, 0, 0, p)[0]);
-  matches[0].y_a = static_cast<float>(testing_support::see(false, 0, 0, 0, 0, 0, p)[1]);
-  matches[0].x_b = static_cast<float>(testing_support::see(true, 0, 0, 0, 0, 0, p)[0] - 1024);
-  matches[0].y_b = static_cast<float>(testing_support::see(true, 0, 0, 0, 0, 0, p)[1]);
+  matches = {testing_support::match_of({0.1, 0.2, -1.0})};
   for (double inside : {0.00005, 0.00015}) {
     EXPECT_EQ(counted(0.1, 1.0 + inside), inside > 0.0001 ? 1 : 0);
     EXPECT_EQ(counted(1.0 - inside, 5.1), inside > 0.0001 ? 1 : 0);

@@ -47,19 +47,6 @@ PoseCandidate right_eye_truth() {
   return truth;
 }
 
-TEST(PoseSearch, FindsAPlantedPoseAmongOutliers) {
-  const auto matches = make_matches(right_eye_truth(), {.count = 400, .noise_px = 0.2, .outliers = 0.3});
-  const auto context = angle_search(9);
-  PoseCandidate found;
-  pose_search(*context, nominal_rig(), matches, found);
-  EXPECT_NEAR(found.right_pan, 0.6 * kDegree, 0.03 * kDegree);
-  EXPECT_NEAR(found.right_tilt, -0.35 * kDegree, 0.03 * kDegree);
-  EXPECT_NEAR(found.right_roll, 0.8 * kDegree, 0.03 * kDegree);
-  EXPECT_EQ(found.left_pan, 0.0);
-  EXPECT_GT(found.sums.count4, 250);
-  EXPECT_EQ(found.best_retry, 0);
-}
-
 class Recorder final : public SearchObserver {
  public:
   void on_level(std::int32_t, std::int32_t level, bool skipped, std::int64_t candidates,
@@ -233,8 +220,7 @@ TEST(PoseSearch, TheFinalPassHasSettingsOfItsOwn) {
     pose_search(*context, nominal_rig(), matches, found, &seen);
     EXPECT_EQ(seen.finals[0], found.score);
 
-    RigState rig = nominal_rig();
-    rig_apply_pose(rig, found);
+    const RigState rig = testing_support::posed(nominal_rig(), found);
     ScorePass pass;
     pass.final = true;
     pass.sigma = 1.7;

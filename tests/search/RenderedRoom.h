@@ -1,16 +1,20 @@
 #pragma once
 
-// A furnished room seen through a dual fisheye, by geometry that shares no code with the library.
+// A room seen through a dual fisheye, by the plain model of the lens, which shares no code with the library.
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "support/PlainLens.h"
 #include "twintrue/calib.h"
 
 namespace testing_support::room {
+
+namespace accuracy = twintrue::accuracy;
 
 inline constexpr double kHalfPi = 1.57079632679489661923;
 inline constexpr double kDegree = kHalfPi / 90.0;
@@ -74,30 +78,29 @@ struct EyeError {
 
 // The frame that a rig with those errors takes of the room.
 inline std::vector<std::uint8_t> take_frame(const EyeError& right, const EyeError& left) {
+  accuracy::PlainLens lens;
+  lens.width = kWidth;
+  lens.height = kHeight;
+  lens.scale = kScale;
+  lens.centre_x = {kWidth / 2.0 - kCentre, kWidth / 2.0 + kCentre};
+  lens.centre_y = {kHeight / 2.0, kHeight / 2.0};
+  lens.limit = 1.02;
+  const std::array<double, accuracy::kEyeValues> eyes[] = {{right.pan, right.tilt, right.roll},
+                                                           {left.pan, left.tilt, left.roll}};
   std::vector<std::uint8_t> bytes(std::size_t{3} * kWidth * kHeight);
   for (std::uint32_t y = 0; y < kHeight; ++y) {
     for (std::uint32_t x = 0; x < kWidth; ++x) {
-      const bool is_left = x >= kWidth / 2;
-      const EyeError& error = is_left ? left : right;
-      const double centre_x = kWidth / 2.0 + (is_left ? kCentre : -kCentre);
-      const double from[3] = {is_left ? -kBaseline / 2 : kBaseline / 2, 0, 0};
+      const auto side = x >= kWidth / 2 ? accuracy::kLeft : accuracy::kRight;
+      const double from[3] = {side == accuracy::kLeft ? -kBaseline / 2 : kBaseline / 2, 0, 0};
       double sum = 0.0;
       int hits = 0;
       for (int sample = 0; sample < 4; ++sample) {
-        const double u = (x + 0.25 * (2 * (sample % 2) - 1) - centre_x) / kScale;
-        const double v = -(y + 0.25 * (2 * (sample / 2) - 1) - kHeight / 2.0) / kScale;
-        const double rho = std::hypot(u, v);
-        if (rho > 1.02) continue;
-        const double k = rho > 0 ? std::sin(rho * kHalfPi) / rho : kHalfPi;
-        const double e[3] = {u * k, v * k, -std::cos(rho * kHalfPi)};
-        // Rig from eye: the inverse turns, pan first.
-        const double cp = std::cos(error.pan), sp = std::sin(error.pan);
-        const double a[3] = {cp * e[0] - sp * e[2], e[1], sp * e[0] + cp * e[2]};
-        const double ct = std::cos(error.tilt), st = std::sin(error.tilt);
-        const double b[3] = {a[0], ct * a[1] + st * a[2], -st * a[1] + ct * a[2]};
-        const double cr = std::cos(error.roll), sr = std::sin(error.roll);
-        const double c[3] = {cr * b[0] + sr * b[1], -sr * b[0] + cr * b[1], b[2]};
-        sum += look(from, c);
+        std::array<double, 3> ray{};
+        if (!accuracy::pixel_to_ray(lens, side, eyes[side].data(), x + 0.25 * (2 * (sample % 2) - 1),
+                                    y + 0.25 * (2 * (sample / 2) - 1), ray)) {
+          continue;
+        }
+        sum += look(from, ray.data());
         ++hits;
       }
       const double value = hits == 0 ? 0.0 : 30 + 220 * sum / hits;

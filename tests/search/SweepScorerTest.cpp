@@ -17,6 +17,8 @@ using testing_support::Bend;
 using testing_support::bent_rig;
 using testing_support::make_matches;
 using testing_support::nominal_rig;
+using testing_support::posed;
+using testing_support::set_level;
 using testing_support::some_poses;
 
 TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) {
@@ -52,9 +54,7 @@ TEST(SweepScorer, AgreesWithThePlainFormInEveryVariantAndOnEveryInstructionSet) 
             const ScorePass pass = level_pass(context, matches.size(), 0, 0);
             std::vector<double> plain;
             for (const PoseCandidate& pose : poses) {
-              RigState posed = rig;
-              rig_apply_pose(posed, pose);
-              plain.push_back(score_matches(context, pass, posed, matches).score_sum);
+              plain.push_back(score_matches(context, pass, posed(rig, pose), matches).score_sum);
             }
             std::vector<double> portable;
             for (twintrue::InstructionSet set : twintrue::supported_instruction_sets()) {
@@ -117,42 +117,12 @@ TEST(SweepScorer, ServesPassAfterPass) {
       EXPECT_EQ(put.has_value(), pass.weight_mode != 6 && pass.count_limit > 129);
       scorer.prepare(batch);
       for (const PoseCandidate& pose : batch) {
-        RigState posed = rig;
-        rig_apply_pose(posed, pose);
-        const double plain = score_matches(context, pass, posed, matches).score_sum;
+        const double plain = score_matches(context, pass, posed(rig, pose), matches).score_sum;
         EXPECT_NEAR(scorer.score(pose, -1.0), plain, kSweepTolerance * plain) << fast_mode << ' ' << level;
         if (put && &pose == &batch[1]) {
           EXPECT_NEAR(*put, plain, kSweepTolerance * plain);
         }
       }
-    }
-  }
-}
-
-// One crooked eye is enough to forbid the lean form.
-TEST(SweepScorer, AgreesWithThePlainFormWhereOneEyeIsCrooked) {
-  const auto poses = some_poses(1);
-  const auto matches = make_matches(poses[0], {.count = 100, .noise_px = 0.7});
-  CalibContext context;
-  context.depth_max = 0.0;
-  context.sigma[0][0] = 2.5;
-  context.score_weight_mode[0][0] = 1;
-  context.rank[0] = 5;
-  context.num_of_using_feat[0][0] = 1000;
-  const ScorePass pass = level_pass(context, matches.size(), 0, 0);
-  for (Bend bend : {Bend::kMagnified, Bend::kShiftedX, Bend::kShiftedY, Bend::kMoved}) {
-    for (auto eye : {&RigModel::left, &RigModel::right}) {
-      RigState rig = bent_rig(1, Bend::kDistorted);
-      rig.current.*eye = bent_rig(1, bend).current.*eye;
-      rig.reference.*eye = rig.current.*eye;
-      SweepScorer scorer(context, rig, matches);
-      scorer.begin(pass);
-      scorer.prepare(poses);
-      RigState posed = rig;
-      rig_apply_pose(posed, poses[0]);
-      const double plain = score_matches(context, pass, posed, matches).score_sum;
-      ASSERT_GT(plain, 1.0);
-      EXPECT_NEAR(scorer.score(poses[0], -1.0), plain, kSweepTolerance * plain) << static_cast<int>(bend);
     }
   }
 }
@@ -163,18 +133,12 @@ TEST(SweepScorer, AgreesWithThePlainFormNextToTheMiddleRow) {
   const RigState rig = nominal_rig();
   const std::vector<PoseCandidate> pose(1);
   CalibContext context;
-  context.sigma[0][0] = 1.0;
-  context.score_weight_mode[0][0] = 1;
-  context.rank[0] = 0;
-  context.num_of_using_feat[0][0] = 1000;
+  set_level(context, 1.0);
   for (double distance : {0.2, 0.4, 1.0}) {
     for (double row : {0.001, 0.01, 0.03, 0.06, 0.1, 0.3, 1.0}) {
       std::vector<RayMatch> matches;
       for (int i = 0; i < 100; ++i) {
-        const testing_support::Point p{0.01 * (i - 50) * distance, 0.0, -distance};
-        RayMatch match;
-        match.x_a = static_cast<float>(testing_support::see(false, 0, 0, 0, 0, 0, p)[0]);
-        match.x_b = static_cast<float>(testing_support::see(true, 0, 0, 0, 0, 0, p)[0] - 1024);
+        RayMatch match = testing_support::match_of({0.01 * (i - 50) * distance, 0.0, -distance});
         match.y_a = static_cast<float>(512 + row);
         match.y_b = static_cast<float>(514 + row);
         if (i % 2 == 0) std::swap(match.y_a, match.y_b);
@@ -195,10 +159,7 @@ TEST(SweepScorer, LeavesOnlyHopelessPosesEarly) {
   const auto poses = some_poses(60);
   const auto matches = make_matches(poses[0], {.count = 2000, .noise_px = 0.4});
   CalibContext context;
-  context.sigma[0][0] = 2.0;
-  context.score_weight_mode[0][0] = 1;
-  context.rank[0] = 100;
-  context.num_of_using_feat[0][0] = 5000;
+  set_level(context, 2.0);
   const ScorePass pass = level_pass(context, matches.size(), 0, 0);
   const RigState rig = nominal_rig();
   SweepScorer scorer(context, rig, matches);

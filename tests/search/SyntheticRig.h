@@ -1,7 +1,7 @@
 #pragma once
 
-// A rig and matches of known truth, made by geometry that shares no code with the library: equidistant
-// fisheyes without distortion, rotations and projections written out here.
+// A rig and matches of known truth: equidistant fisheyes without distortion, seen through the plain model of
+// the lens, which shares no code with the library.
 
 #include <array>
 #include <cmath>
@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "lens/RigModel.h"
+#include "search/CalibContext.h"
 #include "search/PoseCandidate.h"
 #include "search/RayMatch.h"
+#include "support/PlainLens.h"
 
 namespace testing_support {
 
@@ -57,23 +59,48 @@ inline twintrue::RigState nominal_rig() {
   return rig;
 }
 
+inline twintrue::RigState posed(twintrue::RigState rig, const CalibResult& pose) {
+  rig_apply_pose(rig, pose);
+  return rig;
+}
+
 using Point = std::array<double, 3>;
 
-// Where an eye with those corrections sees a point, in frame pixels. The eye's axes follow from the rig's by
-// Ry(pan) Rx(tilt) Rz(roll).
+// The same lens for the plain model.
+inline twintrue::accuracy::PlainLens plain_rig() {
+  twintrue::accuracy::PlainLens lens;
+  lens.width = kFrameWidth;
+  lens.height = kFrameHeight;
+  lens.scale = kScale;
+  lens.centre_x = {kFrameWidth / 2.0 - kCircleX, kFrameWidth / 2.0 + kCircleX};
+  lens.centre_y = {kFrameHeight / 2.0, kFrameHeight / 2.0};
+  lens.limit = 2.0;
+  lens.baseline = kBaseline;
+  return lens;
+}
+
+// Where an eye with those corrections sees a point, in frame pixels.
 inline std::array<double, 2> see(bool left, double pan, double tilt, double roll, double offset_x,
                                  double offset_y, Point p) {
+  const auto side = left ? twintrue::accuracy::kLeft : twintrue::accuracy::kRight;
+  const std::array eye{pan, tilt, roll, offset_x, offset_y};
   p[0] -= (left ? -0.5 : 0.5) * kBaseline;
-  const Point a{p[0] * std::cos(roll) - p[1] * std::sin(roll), p[0] * std::sin(roll) + p[1] * std::cos(roll),
-                p[2]};
-  const Point b{a[0], a[1] * std::cos(tilt) - a[2] * std::sin(tilt),
-                a[1] * std::sin(tilt) + a[2] * std::cos(tilt)};
-  const Point c{b[0] * std::cos(pan) + b[2] * std::sin(pan), b[1],
-                -b[0] * std::sin(pan) + b[2] * std::cos(pan)};
-  const double across = std::hypot(c[0], c[1]);
-  const double radius = kScale * std::atan2(across, -c[2]) / kHalfPi;
-  return {kFrameWidth / 2.0 + (left ? kCircleX : -kCircleX) + offset_x + radius * c[0] / across,
-          kFrameHeight / 2.0 - radius * c[1] / across - offset_y};
+  std::array<double, 2> pixel{};
+  twintrue::accuracy::ray_to_pixel(plain_rig(), side, eye.data(), p, pixel[0], pixel[1]);
+  return pixel;
+}
+
+// The match of a point that both eyes see without corrections, with its place in the frame's right half.
+inline twintrue::RayMatch match_of(const Point& p) {
+  const auto a = see(false, 0, 0, 0, 0, 0, p);
+  const auto b = see(true, 0, 0, 0, 0, 0, p);
+  twintrue::RayMatch match;
+  match.x_a = static_cast<float>(a[0]);
+  match.y_a = static_cast<float>(a[1]);
+  match.x_b = static_cast<float>(b[0] - kFrameWidth / 2);
+  match.y_b = static_cast<float>(b[1]);
+  match.accepted = 1;
+  return match;
 }
 
 struct MatchSource {
@@ -112,6 +139,14 @@ inline std::vector<twintrue::RayMatch> make_matches(const CalibResult& truth, co
     matches.push_back(match);
   }
   return matches;
+}
+
+// The first level of the first retry: a normal curve of that width over matches of every rank.
+inline void set_level(twintrue::CalibContext& context, double sigma) {
+  context.sigma[0][0] = sigma;
+  context.score_weight_mode[0][0] = 1;
+  context.rank[0] = 100;
+  context.num_of_using_feat[0][0] = 20000;
 }
 
 }  // namespace testing_support

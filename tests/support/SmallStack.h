@@ -9,8 +9,7 @@
 namespace testing_support {
 
 // Runs the body on a thread with a stack as small as a host may give one. What it throws is thrown on.
-inline void on_small_stack(const std::function<void()>& body) {
-  constexpr std::size_t kBytes = std::size_t{128} << 10;
+inline void on_small_stack(const std::function<void()>& body, std::size_t bytes = std::size_t{128} << 10) {
   struct Call {
     const std::function<void()>& body;
     std::exception_ptr thrown;
@@ -27,7 +26,7 @@ inline void on_small_stack(const std::function<void()>& body) {
     return nullptr;
   };
   pthread_attr_init(&attributes);
-  const bool started = pthread_attr_setstacksize(&attributes, kBytes) == 0 &&
+  const bool started = pthread_attr_setstacksize(&attributes, bytes) == 0 &&
                        pthread_create(&thread, &attributes, run, &call) == 0;
   pthread_attr_destroy(&attributes);
   if (!started) throw std::runtime_error("no thread with a small stack");

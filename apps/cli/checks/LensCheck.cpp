@@ -20,8 +20,15 @@ constexpr std::size_t kMostQuoted =
 
 struct LensReading {
   std::optional<LensFacts> facts;
+  bool has_format = false;  // whether there was a lens to read, usable or not
   std::string messages;
 };
+
+// Without a magnification no pixel of an eye has a ray.
+bool has_rays(const RigModel& rig) {
+  const auto sees = [](const EyeModel& eye) { return eye.magnify_v > 0.0 && eye.magnify_h > 0.0; };
+  return sees(rig.left) && sees(rig.right);
+}
 
 LensReading read_lens(const std::string& path) {
   LensReading reading;
@@ -29,9 +36,14 @@ LensReading read_lens(const std::string& path) {
   std::string thrown;
   try {
     RigState rig;
-    if (load_lens_description(rig, path, kLensSection) != 0 && rig_is_usable(rig)) {
-      reading.facts = LensFacts{rig.current.right.distortion.kind, rig.frame_width, rig.frame_height,
-                                rig.half_width, rig.circle_radius_px};
+    reading.has_format = load_lens_description(rig, path, kLensSection) != 0;
+    if (reading.has_format && rig_is_usable(rig)) {
+      reading.facts = LensFacts{rig.current.right.distortion.kind,
+                                rig.frame_width,
+                                rig.frame_height,
+                                rig.half_width,
+                                rig.circle_radius_px,
+                                has_rays(rig.current)};
     }
   } catch (const std::exception& error) {
     thrown = error.what();
@@ -52,8 +64,25 @@ LensFacts check_lens(const std::string& path) {
   // Nothing larger can be a lens file, and reading it would only fill the memory.
   read_text_file({"LENS", path}, kLargestLens);
   const LensReading reading = read_lens(path);
+  if (reading.facts && !reading.facts->has_rays) {
+    throw Failure(
+        ExitCode::kFileUnusable,
+        Problem{fmt::format("LENS: {}", path), "an eye without magnification, so no pixel of it has a ray",
+                "right_eye_magnify_v, right_eye_magnify_h, left_eye_magnify_v and left_eye_magnify_h above 0 "
+                "(format 1: about 1; format 2: about 16384)",
+                "write the keys that are missing or misspelt: `twintrue inspect lens-text` lists what was "
+                "read"});
+  }
   if (reading.facts) return *reading.facts;
   const std::string messages = quoted(reading.messages);
+  if (reading.has_format && messages.empty()) {
+    throw Failure(
+        ExitCode::kFileUnusable,
+        Problem{fmt::format("LENS: {}", path), "a lens with lengths that are 0 or no finite number",
+                "a frame of 1 to 65536 pixels a side, and FOV, img_c_diameter, AOV_input_width above 0",
+                "look for keys that are missing or misspelt: `twintrue inspect lens-text` lists what "
+                "was read"});
+  }
   throw Failure(
       ExitCode::kFileUnusable,
       Problem{fmt::format("LENS: {}", path),

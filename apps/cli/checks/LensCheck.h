@@ -13,6 +13,7 @@ struct LensFacts {
   std::int32_t frame_height = 0;
   std::int32_t half_width = 0;
   double circle_radius_px = 0.0;
+  bool has_rays = true;  // of both eyes
 
   // One half as the features see it: whole multiples of 16.
   std::int32_t view_width() const { return (frame_width / 2) & ~15; }

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <string>
+#include <utility>
+
+#include "search/CandidateGrid.h"
 
 namespace twintrue::cli {
 namespace {
@@ -22,6 +25,21 @@ std::string section_that_gives(const KeyProblems& problems, std::int32_t retry, 
     if (problems.gives(section_of(r), key)) return section_of(r);
   }
   return "calib";
+}
+
+// Retry and level whose candidates made the load refuse the settings.
+std::pair<std::int32_t, std::size_t> first_level_of_too_many(const CalibContext& context) {
+  for (std::int32_t retry = 0; retry <= std::max(context.retry_count, 0); ++retry) {
+    const auto r = static_cast<std::size_t>(retry);
+    for (std::size_t l = 0; l < kMaxLevels && static_cast<std::int32_t>(l) < context.num_levels[r]; ++l) {
+      if (context.skip[r][l] == 0 &&
+          most_candidates(context.right_table[r][l], context.left_table[r][l], context.limits[r],
+                          context.knn[l]) > kMaxLevelCandidates) {
+        return {retry, l};
+      }
+    }
+  }
+  return {};
 }
 
 // What made the load refuse the settings. The loader stops at the first thing, so values behind it are not
@@ -53,11 +71,14 @@ void explain_refusal(KeyProblems& problems, ParamDocument& document, const Calib
                    "calib", "score_tbl_size", context.score_tbl_size, "0 to 16777216",
                    "write `score_tbl_size: 4096`");
   if (problems.count() != before) return;
+  const auto [retry, level] = first_level_of_too_many(context);
   problems.add_section(
-      Reach::kSearch, "calib", "a level whose ranges make too many candidates",
-      "at most 100 million: the product of all `div` of a level and `knn`, without what limits such as "
-      "`pan_max` "
-      "exclude",
+      Reach::kSearch, section_of(retry),
+      fmt::format("ranges that make too many candidates at level {}", level),
+      fmt::format(
+          "at most {} million: the product of all `div` of a level and `knn`, without what limits such "
+          "as `pan_max` exclude",
+          kMaxLevelCandidates / 1'000'000),
       fmt::format("write smaller `div`{}",
                   context.unit_scale == 1.0
                       ? ""
@@ -97,7 +118,7 @@ void check_search_sections(KeyProblems& problems, ParamDocument& document, std::
         "add `calib:` with `mode: 28`, or start from the preset that comes with the program");
     return;
   }
-  if (!load_calib_settings(context, problems.source().path(), frame_width)) {
+  if (!load_calib_settings(context, document, frame_width)) {
     explain_refusal(problems, document, context);
     return;
   }

@@ -23,26 +23,6 @@ std::string first_words(const std::string& text) {
   return text.size() <= kMost ? text : text.substr(0, kMost) + " ...";
 }
 
-void open_document(const SettingsSource& source, ParamDocument& document) {
-  std::string reason = "the reader refused it";
-  try {
-    if (param_document_open(document, source.path())) return;
-    // The library keeps to itself what is wrong with a text.
-    if (!source.is_file()) Yaml::parse_text(document.root, source.path().data(), source.path().size());
-  } catch (const std::filesystem::filesystem_error& error) {
-    throw Failure(ExitCode::kInputUnreadable,
-                  Problem{fmt::format("PARAMS: {}", source.name()), error.code().message(),
-                          "a file that can be read to its end", "copy it again"});
-  } catch (const std::exception& error) {
-    reason = error.what();
-  }
-  throw Failure(
-      ExitCode::kFileUnusable,
-      Problem{fmt::format("PARAMS: {}", source.name()), reason,
-              "`section:` lines with indented `key: value` lines; ASCII text, blanks for indentation",
-              "correct the line that the message names"});
-}
-
 // Other sections of a file are not the library's, and may hold anything.
 bool is_library_section(const std::string& name) {
   constexpr std::string_view kSearch = "calib";
@@ -73,9 +53,34 @@ void check_sections_are_maps(KeyProblems& problems, ParamDocument& document) {
 
 }  // namespace
 
-SettingsFacts check_settings(const SettingsSource& source, const LensFacts& lens, Reach reach) {
+ParamDocument open_settings(const SettingsSource& source) {
   ParamDocument document;
-  open_document(source, document);
+  std::string reason = "the reader refused it";
+  try {
+    if (param_document_open(document, source.path())) return document;
+    // The library keeps to itself what is wrong with a text.
+    if (!source.is_file()) Yaml::parse_text(document.root, source.path().data(), source.path().size());
+  } catch (const std::filesystem::filesystem_error& error) {
+    throw Failure(ExitCode::kInputUnreadable,
+                  Problem{fmt::format("PARAMS: {}", source.name()), error.code().message(),
+                          "a file that can be read to its end", "copy it again"});
+  } catch (const std::exception& error) {
+    reason = error.what();
+  }
+  throw Failure(
+      ExitCode::kFileUnusable,
+      Problem{fmt::format("PARAMS: {}", source.name()), reason,
+              "`section:` lines with indented `key: value` lines; ASCII text, blanks for indentation",
+              "correct the line that the message names"});
+}
+
+SettingsFacts check_settings(const SettingsSource& source, const LensFacts& lens, Reach reach) {
+  ParamDocument document = open_settings(source);
+  return check_settings(source, document, lens, reach);
+}
+
+SettingsFacts check_settings(const SettingsSource& source, ParamDocument& document, const LensFacts& lens,
+                             Reach reach) {
   KeyProblems problems(source);
   check_sections_are_maps(problems, document);
   problems.fail_if_any_stops(reach);  // keys that went unnoticed are not told one by one
@@ -97,9 +102,7 @@ SettingsFacts check_settings(const SettingsSource& source, const LensFacts& lens
   return facts;
 }
 
-void check_search_settings(const SettingsSource& source, const LensFacts& lens) {
-  ParamDocument document;
-  open_document(source, document);
+void check_search_settings(const SettingsSource& source, ParamDocument& document, const LensFacts& lens) {
   KeyProblems problems(source);
   const auto context = std::make_unique<CalibContext>();
   check_search_sections(problems, document, lens.frame_width, *context);

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "apps/TwinTrue/ImageFormatConverter.h"
 #include "apps/cli/ChatterCapture.h"
 #include "apps/cli/InputFile.h"
@@ -39,7 +41,8 @@ std::unique_ptr<FrameRun> open_frame_run(const RunArguments& arguments, Reach re
   if (const auto note = check_frame_size(lens, arguments.lens, picture.width, picture.height)) {
     fmt::print(stderr, "twintrue: note: {}\n", *note);
   }
-  check_settings(*run->settings, lens, reach);
+  ParamDocument settings = open_settings(*run->settings);
+  check_settings(*run->settings, settings, lens, reach);
 
   const MessagesToErrors redirected;
   convert_frame_by_team(
@@ -47,7 +50,7 @@ std::unique_ptr<FrameRun> open_frame_run(const RunArguments& arguments, Reach re
                              picture.pixels.data(), 0});
   if (!read_lens(run->rig, arguments.lens)) fail_changed(arguments.lens);
   const cve::Size size = half_frame_size(run->rig);
-  run->unit = fpu::createFeatureUnit(run->settings->path(), size.cols, size.rows);
+  run->unit = fpu::createFeatureUnit(std::move(settings), size.cols, size.rows);
   if (!run->unit) fail_changed(run->settings->name());
   run->halves = half_frames(run->frame, run->rig);
   return run;

@@ -94,9 +94,10 @@ Json result_json(const PoseCandidate& result) {
   return json;
 }
 
-void load_settings(const SettingsSource& source, SearchInput& input) {
-  if (!load_calib_settings(*input.context, source.path(), input.rig.frame_width)) {
-    throw Failure(ExitCode::kOther, Problem{source.name(), "a file that changed while it was read",
+// Of settings that have passed the check, so that only a lens file of another width can make them fail.
+void load_settings(ParamDocument& settings, const std::string& lens, SearchInput& input) {
+  if (!load_calib_settings(*input.context, settings, input.rig.frame_width)) {
+    throw Failure(ExitCode::kOther, Problem{lens, "a file that changed while it was read",
                                             "the same contents throughout", "start again"});
   }
   input.context->verbose = false;
@@ -108,7 +109,7 @@ SearchInput from_frame(const SearchArguments& arguments) {
   const MatchedHalves halves(*run);
   const MessagesToErrors redirected;
   input.rig = std::move(run->rig);
-  load_settings(*run->settings, input);
+  load_settings(run->unit->document, arguments.lens, input);
   input.cells = run->cells();
   const CountTest test(*input.context, input.cells);
   const bool ignore = arguments.ignore_thresholds;
@@ -127,10 +128,11 @@ SearchInput from_matches(const SearchArguments& arguments) {
   const std::unique_ptr<SettingsSource> source = arguments.settings.open();
   SearchInput input;
   input.matches = read_matches(*arguments.matches);
-  check_search_settings(*source, lens);
+  ParamDocument settings = open_settings(*source);
+  check_search_settings(*source, settings, lens);
   const MessagesToErrors redirected;
   read_lens(input.rig, arguments.lens);
-  load_settings(*source, input);
+  load_settings(settings, arguments.lens, input);
   input.cells = arguments.cells;
   return input;
 }

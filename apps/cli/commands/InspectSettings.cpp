@@ -287,7 +287,8 @@ void inspect_settings(const SettingsArguments& arguments) {
     const MessagesToErrors redirected;
     const std::optional<std::int32_t> init = set_up(unit, arguments, source);
     json["init"] = init ? Json(*init) : Json(nullptr);
-    calib_loaded = load_calib_settings(*context, source.path(), arguments.frame_width);
+    calib_loaded = unit.document.loaded ? load_calib_settings(*context, unit.document, arguments.frame_width)
+                                        : load_calib_settings(*context, source.path(), arguments.frame_width);
   }
   json["grid"] = grid_json(unit.grid);
   json["RENO"] = detector_json(detector);

@@ -18,21 +18,15 @@ InspectSource::InspectSource(const std::string& source) : path_(source) {
     if (!fs::is_regular_file(status) || fs::file_size(source, error) != 0) {
       require_readable_file({"SOURCE", source});
     }
-  } else if (error == std::errc::filename_too_long) {
-    // Looking for such a name fails, and the library would fail with it.
-    text_ = std::make_unique<SettingsSource>(source + "\n");
-    path_ = text_->path();
-  } else if (status.type() != fs::file_type::not_found) {
+  } else if (status.type() != fs::file_type::not_found && error != std::errc::filename_too_long) {
     require_readable_file({"SOURCE", source});
   }
 }
 
-InspectSource::InspectSource(const Preset& preset) : text_(std::make_unique<SettingsSource>(preset)) {
-  path_ = text_->path();
-}
+InspectSource::InspectSource(const Preset& preset) : path_(preset.text) {}
 
 void InspectSource::require_settings() const {
-  if (is_file_ || text_ || path_.empty()) return;
+  if (is_file_ || path_.empty()) return;
   if (path_.find_first_of(":\n") == std::string::npos) require_readable_file({"SOURCE", path_});
 }
 

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
-#include "apps/cli/SettingsSource.h"
+#include "apps/cli/Preset.h"
 #include "params/ParamDocument.h"
 
 namespace twintrue::cli {
@@ -29,7 +28,6 @@ class InspectSource {
  private:
   std::string path_;
   bool is_file_ = false;
-  std::unique_ptr<SettingsSource> text_;  // holds a text that is too long for a name
 };
 
 struct DocumentError {

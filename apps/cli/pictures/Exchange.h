@@ -29,6 +29,9 @@ struct ExchangeHeader {
   std::int32_t width = 0;
   std::int32_t height = 0;
   std::uint32_t pictures = 0;  // in the file that was read
+  std::uint32_t channels = 3;
+  std::uint32_t sample_bytes = 1;  // the number of a render::SampleType
+  std::uint32_t linear = 0;        // 1: the samples are in proportion to light
   // Ended by a zero, or full.
   std::array<char, 1024> found{};
   std::array<char, 512> expected{};

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "render/Pixels.h"
+
 namespace twintrue::cli {
 
 // The largest picture that is taken: the largest frame that a lens file speaks of, and what memory holds with
@@ -28,6 +30,25 @@ struct Frame {
   std::uint32_t height = 0;
   std::vector<std::uint8_t> pixels;
   std::uint32_t pictures = 1;  // how many its file holds, as far as kMostPicturesCounted
+};
+
+// A frame whose samples are as deep as those of its file: bytes, 16 bits or floats, three a pixel.
+struct DeepFrame {
+  std::uint32_t width = 0;
+  std::uint32_t height = 0;
+  render::SampleType type = render::SampleType::kByte;
+  render::Light light = render::Light::kEncoded;
+  std::vector<std::uint8_t> samples;  // in the machine's order of bytes, rows as those of a Frame
+  std::uint32_t pictures = 1;         // as in a Frame
+};
+
+// Samples to write: rows from top to bottom without gaps.
+struct PictureSamples {
+  std::int32_t width = 0;
+  std::int32_t height = 0;
+  std::uint32_t channels = 1;
+  render::SampleType type = render::SampleType::kFloat;
+  const void* samples = nullptr;
 };
 
 // Why a picture can't be used, in the words of a Problem.

@@ -45,26 +45,35 @@ void put(std::array<char, N>& place, std::string_view text) {
   std::copy_n(text.begin(), std::min(text.size(), N), place.begin());
 }
 
-std::optional<PictureProblem> serve_read(ExchangeHeader& header, const std::string& reader,
+std::optional<PictureProblem> serve_read(ExchangeHeader& header, Depth depth, const std::string& reader,
                                          const std::string& path) {
-  const auto room = [&header](std::int32_t width, std::int32_t height) {
-    const std::size_t bytes =
-        kExchangeHeaderBytes + static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
+  constexpr std::size_t kChannels = 3;
+  const auto room = [&header](std::int32_t width, std::int32_t height, render::SampleType type) {
+    const std::size_t bytes = kExchangeHeaderBytes + static_cast<std::size_t>(width) *
+                                                         static_cast<std::size_t>(height) * kChannels *
+                                                         render::bytes_of(type);
     check(ftruncate(kExchangeDescriptor, static_cast<off_t>(bytes)) == 0, "ftruncate");
     header.width = width;
     header.height = height;
+    header.channels = kChannels;
+    header.sample_bytes = static_cast<std::uint32_t>(type);
     return reinterpret_cast<std::uint8_t*>(map_exchange(bytes) + kExchangeHeaderBytes);
   };
-  return decode_picture(reader, path, room, &header.pictures);
+  PictureFacts facts;
+  auto problem = decode_picture(reader, path, depth, room, &facts);
+  header.pictures = facts.pictures;
+  header.linear = facts.light == render::Light::kLinear ? 1 : 0;
+  return problem;
 }
 
-std::optional<PictureProblem> serve_write(const ExchangeHeader& header) {
-  const std::size_t count = static_cast<std::size_t>(header.width) * static_cast<std::size_t>(header.height);
-  const std::byte* const samples =
-      map_exchange(kExchangeHeaderBytes + count * sizeof(float)) + kExchangeHeaderBytes;
+std::optional<PictureProblem> serve_write(const ExchangeHeader& header, const std::string& writer) {
+  PictureSamples picture{header.width, header.height, header.channels,
+                         static_cast<render::SampleType>(header.sample_bytes), nullptr};
+  const std::size_t bytes = static_cast<std::size_t>(header.width) * static_cast<std::size_t>(header.height) *
+                            header.channels * header.sample_bytes;
+  picture.samples = map_exchange(kExchangeHeaderBytes + bytes) + kExchangeHeaderBytes;
   // By its descriptor: whatever has the name by now, this is the file that the program holds.
-  return write_floats("/proc/self/fd/" + std::to_string(kOutputDescriptor), header.width, header.height,
-                      reinterpret_cast<const float*>(samples));
+  return write_samples(writer, "/proc/self/fd/" + std::to_string(kOutputDescriptor), picture);
 }
 
 }  // namespace
@@ -77,9 +86,11 @@ int picture_helper(int argc, char** argv) {
     header->state = ExchangeState::kStarted;
     std::optional<PictureProblem> problem;
     if (arguments.size() == 3 && arguments[0] == "read") {
-      problem = serve_read(*header, arguments[1], arguments[2]);
-    } else if (arguments.size() == 1 && arguments[0] == "write") {
-      problem = serve_write(*header);
+      problem = serve_read(*header, Depth::kBytes, arguments[1], arguments[2]);
+    } else if (arguments.size() == 3 && arguments[0] == "read-deep") {
+      problem = serve_read(*header, Depth::kAsStored, arguments[1], arguments[2]);
+    } else if (arguments.size() == 2 && arguments[0] == "write") {
+      problem = serve_write(*header, arguments[1]);
     } else {
       return kMisused;
     }

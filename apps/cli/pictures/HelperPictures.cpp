@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "apps/cli/Problem.h"
 #include "apps/cli/pictures/Descriptor.h"
@@ -141,6 +142,48 @@ std::optional<PictureProblem> decoding_problem(const HelperRun& helper, const He
                         "a sound picture", kRemedy};
 }
 
+// True for the bytes of a sample that a picture may have, if `largest` is the most.
+bool is_sample(std::uint32_t bytes, render::SampleType largest) {
+  using render::SampleType;
+  return bytes <= static_cast<std::uint32_t>(largest) &&
+         (bytes == static_cast<std::uint32_t>(SampleType::kByte) ||
+          bytes == static_cast<std::uint32_t>(SampleType::kWord) ||
+          bytes == static_cast<std::uint32_t>(SampleType::kFloat));
+}
+
+// Has the helper do `task` with a file, and looks at all that it left before any of it counts.
+std::variant<DeepFrame, PictureProblem> read_deep(const HelperRun& helper, const char* task,
+                                                  render::SampleType largest, const PictureKind& kind,
+                                                  const std::string& path) {
+  const ExchangeFile exchange;
+  HelperRun run = helper;
+  run.file_bytes = kExchangeHeaderBytes + static_cast<std::uint64_t>(kMostPicturePixels) * kFrameChannels *
+                                              render::bytes_of(largest);
+  const HelperEnd end = run_helper(run, {task, kind.reader, path}, {exchange.descriptor()});
+  const ExchangeHeader header = exchange.header();
+  require_started(run, end, header);
+  if (auto problem = decoding_problem(run, end, header, kind.name)) return std::move(*problem);
+
+  const PictureProblem nonsense{fmt::format("a {} file that its decoder makes no picture of", kind.name),
+                                "a sound picture", "save it as PNG or JPEG by another program"};
+  if (!is_picture_size(header.width, header.height) || header.pictures < 1 ||
+      !is_sample(header.sample_bytes, largest)) {
+    return nonsense;
+  }
+  DeepFrame frame;
+  frame.width = static_cast<std::uint32_t>(header.width);
+  frame.height = static_cast<std::uint32_t>(header.height);
+  frame.type = static_cast<render::SampleType>(header.sample_bytes);
+  frame.light = header.linear != 0 ? render::Light::kLinear : render::Light::kEncoded;
+  frame.pictures = header.pictures;
+  const std::size_t bytes =
+      std::size_t{frame.width} * frame.height * kFrameChannels * render::bytes_of(frame.type);
+  if (exchange.size() != kExchangeHeaderBytes + bytes) return nonsense;
+  frame.samples.resize(bytes);
+  if (!exchange.read_at(kExchangeHeaderBytes, frame.samples.data(), bytes)) return nonsense;
+  return frame;
+}
+
 }  // namespace
 
 HelperRun installed_helper() {
@@ -153,40 +196,33 @@ HelperRun installed_helper() {
 
 std::variant<Frame, PictureProblem> read_by_helper(const HelperRun& helper, const PictureKind& kind,
                                                    const std::string& path) {
-  const ExchangeFile exchange;
-  HelperRun run = helper;
-  run.file_bytes = kExchangeHeaderBytes + static_cast<std::uint64_t>(kMostPicturePixels) * kFrameChannels;
-  const HelperEnd end = run_helper(run, {"read", kind.reader, path}, {exchange.descriptor()});
-  const ExchangeHeader header = exchange.header();
-  require_started(run, end, header);
-  if (auto problem = decoding_problem(run, end, header, kind.name)) return std::move(*problem);
-
-  const PictureProblem nonsense{fmt::format("a {} file that its decoder makes no picture of", kind.name),
-                                "a sound picture", "save it as PNG or JPEG by another program"};
-  if (!is_picture_size(header.width, header.height) || header.pictures < 1) return nonsense;
-  Frame frame;
-  frame.width = static_cast<std::uint32_t>(header.width);
-  frame.height = static_cast<std::uint32_t>(header.height);
-  frame.pictures = header.pictures;
-  const std::size_t bytes = std::size_t{frame.width} * frame.height * kFrameChannels;
-  if (exchange.size() != kExchangeHeaderBytes + bytes) return nonsense;
-  frame.pixels.resize(bytes);
-  if (!exchange.read_at(kExchangeHeaderBytes, frame.pixels.data(), bytes)) return nonsense;
-  return frame;
+  auto picture = read_deep(helper, "read", render::SampleType::kByte, kind, path);
+  if (auto* const problem = std::get_if<PictureProblem>(&picture)) return std::move(*problem);
+  auto& deep = std::get<DeepFrame>(picture);
+  return Frame{deep.width, deep.height, std::move(deep.samples), deep.pictures};
 }
 
-std::optional<PictureProblem> write_by_helper(const HelperRun& helper, int descriptor, std::int32_t width,
-                                              std::int32_t height, const std::vector<float>& pixels) {
+std::variant<DeepFrame, PictureProblem> read_deep_by_helper(const HelperRun& helper, const PictureKind& kind,
+                                                            const std::string& path) {
+  return read_deep(helper, "read-deep", render::SampleType::kFloat, kind, path);
+}
+
+std::optional<PictureProblem> write_by_helper(const HelperRun& helper, const std::string& writer,
+                                              int descriptor, const PictureSamples& picture) {
   const ExchangeFile exchange;
   ExchangeHeader header;
-  header.width = width;
-  header.height = height;
+  header.width = picture.width;
+  header.height = picture.height;
+  header.channels = picture.channels;
+  header.sample_bytes = static_cast<std::uint32_t>(picture.type);
   exchange.write_at(0, &header, sizeof header);
-  exchange.write_at(kExchangeHeaderBytes, pixels.data(), pixels.size() * sizeof(float));
+  exchange.write_at(kExchangeHeaderBytes, picture.samples,
+                    static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height) *
+                        picture.channels * render::bytes_of(picture.type));
   HelperRun run = helper;
   // What is written is our own, and a large picture takes its time.
   run.time = std::chrono::hours(1);
-  const HelperEnd end = run_helper(run, {"write"}, {exchange.descriptor(), descriptor});
+  const HelperEnd end = run_helper(run, {"write", writer}, {exchange.descriptor(), descriptor});
   header = exchange.header();
   require_started(run, end, header);
   if (is_served(end) && header.state == ExchangeState::kDone) return std::nullopt;

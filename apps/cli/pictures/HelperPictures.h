@@ -24,9 +24,13 @@ HelperRun installed_helper();
 std::variant<Frame, PictureProblem> read_by_helper(const HelperRun& helper, const PictureKind& kind,
                                                    const std::string& path);
 
-// Writes width x height floats as a TIFF into the file that the descriptor stands for. Throws as
-// read_by_helper.
-std::optional<PictureProblem> write_by_helper(const HelperRun& helper, int descriptor, std::int32_t width,
-                                              std::int32_t height, const std::vector<float>& pixels);
+// The same with samples as deep as the file's.
+std::variant<DeepFrame, PictureProblem> read_deep_by_helper(const HelperRun& helper, const PictureKind& kind,
+                                                            const std::string& path);
+
+// Writes a picture by OpenImageIO's writer of that name into the file that the descriptor stands for. Throws
+// as read_by_helper.
+std::optional<PictureProblem> write_by_helper(const HelperRun& helper, const std::string& writer,
+                                              int descriptor, const PictureSamples& picture);
 
 }  // namespace twintrue::cli

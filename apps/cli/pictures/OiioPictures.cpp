@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -88,32 +89,50 @@ std::uint32_t count_pictures(OIIO::ImageInput& input, const OIIO::ImageSpec& fir
   return count;
 }
 
-// Rows of one picture, some at a time, as bytes of red, green and blue.
+render::SampleType stored_type(const OIIO::ImageSpec& spec) {
+  if (spec.format.is_floating_point()) return render::SampleType::kFloat;
+  return spec.format.size() == 1 ? render::SampleType::kByte : render::SampleType::kWord;
+}
+
+// Rows of one picture, some at a time, as red, green and blue.
 class RowReader {
  public:
-  RowReader(OIIO::ImageInput& input, const OIIO::ImageSpec& spec)
+  RowReader(OIIO::ImageInput& input, const OIIO::ImageSpec& spec, Depth depth)
       : input_(input),
         spec_(spec),
         channels_(colour_channels(spec)),
         taken_(*std::max_element(channels_.begin(), channels_.end()) + 1),
+        type_(depth == Depth::kBytes ? render::SampleType::kByte : stored_type(spec)),
         plain_bytes_(spec.format == OIIO::TypeUInt8),
-        encode_(!plain_bytes_ && is_linear_light(spec)) {}
+        linear_(!plain_bytes_ && is_linear_light(spec)) {}
+
+  render::SampleType type() const { return type_; }
+  // Bytes are encoded here.
+  render::Light light() const {
+    return linear_ && type_ != render::SampleType::kByte ? render::Light::kLinear : render::Light::kEncoded;
+  }
 
   // A band at a time, so that a float picture is never held whole. Tiled files give whole rows of tiles.
   int band() const { return spec_.tile_height > 1 ? spec_.tile_height : 64; }
 
+  // Fills the rows' places, which lie one behind the other.
   bool read(int begin, int end, std::uint8_t* out) {
-    if (!(plain_bytes_ ? fetch(begin, end, OIIO::TypeUInt8, bytes_)
-                       : fetch(begin, end, OIIO::TypeFloat, floats_))) {
-      return false;
+    if (type_ == render::SampleType::kWord) {
+      return fetch(begin, end, OIIO::TypeUInt16, words_) &&
+             gather(words_, out, [](auto word) { return word; });
     }
-    const auto step = static_cast<std::size_t>(taken_);
-    const std::size_t samples =
-        static_cast<std::size_t>(spec_.width) * static_cast<std::size_t>(end - begin) * step;
-    for (std::size_t pixel = 0; pixel < samples; pixel += step) {
-      for (const int channel : channels_) *out++ = byte_of(pixel + static_cast<std::size_t>(channel));
+    if (type_ == render::SampleType::kFloat) {
+      return fetch(begin, end, OIIO::TypeFloat, floats_) &&
+             gather(floats_, out, [](auto value) { return value; });
     }
-    return true;
+    if (plain_bytes_) {
+      return fetch(begin, end, OIIO::TypeUInt8, bytes_) &&
+             gather(bytes_, out, [](auto byte) { return byte; });
+    }
+    const bool encode = linear_;
+    return fetch(begin, end, OIIO::TypeFloat, floats_) && gather(floats_, out, [encode](float value) {
+             return byte_from_unit(encode ? srgb_from_linear(value) : value);
+           });
   }
 
  private:
@@ -129,25 +148,35 @@ class RowReader {
                                  values.data());
   }
 
-  std::uint8_t byte_of(std::size_t sample) const {
-    if (plain_bytes_) return bytes_[sample];
-    return byte_from_unit(encode_ ? srgb_from_linear(floats_[sample]) : floats_[sample]);
+  // Picks the colours out of what was fetched.
+  template <typename T, typename Convert>
+  bool gather(const std::vector<T>& values, std::uint8_t* out, const Convert& convert) const {
+    for (std::size_t pixel = 0; pixel < values.size(); pixel += static_cast<std::size_t>(taken_)) {
+      for (const int channel : channels_) {
+        const auto sample = convert(values[pixel + static_cast<std::size_t>(channel)]);
+        std::memcpy(out, &sample, sizeof sample);
+        out += sizeof sample;
+      }
+    }
+    return true;
   }
 
   OIIO::ImageInput& input_;
   const OIIO::ImageSpec& spec_;
   const std::vector<int> channels_;
   const int taken_;  // channels that are read: those of a colour, and what stands between
+  const render::SampleType type_;
   const bool plain_bytes_;
-  const bool encode_;
+  const bool linear_;
   std::vector<float> floats_;
+  std::vector<std::uint16_t> words_;
   std::vector<std::uint8_t> bytes_;
 };
 
 }  // namespace
 
-std::optional<PictureProblem> decode_picture(const std::string& reader, const std::string& path,
-                                             const PictureRoom& room, std::uint32_t* pictures) {
+std::optional<PictureProblem> decode_picture(const std::string& reader, const std::string& path, Depth depth,
+                                             const PictureRoom& room, PictureFacts* facts) {
   set_up();
   const std::unique_ptr<OIIO::ImageInput> input = OIIO::ImageInput::create(reader);
   // The library hands out another reader where it has none of that name.
@@ -160,29 +189,34 @@ std::optional<PictureProblem> decode_picture(const std::string& reader, const st
   OIIO::ImageSpec spec;
   if (!input->open(path, spec, hints)) return damage(*input);
   if (auto problem = spec_problem(spec)) return problem;
-  RowReader rows(*input, spec);
-  std::uint8_t* out = room(spec.width, spec.height);
+  RowReader rows(*input, spec, depth);
+  std::uint8_t* out = room(spec.width, spec.height, rows.type());
   for (int row = 0; row < spec.height; row += rows.band()) {
     const int end = std::min(row + rows.band(), spec.height);
     if (!rows.read(row, end, out)) return damage(*input);
-    out += static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(end - row) * 3;
+    out += static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(end - row) * 3 *
+           render::bytes_of(rows.type());
   }
-  *pictures = count_pictures(*input, spec);
+  facts->light = rows.light();
+  facts->pictures = count_pictures(*input, spec);
   return std::nullopt;
 }
 
-std::optional<PictureProblem> write_floats(const std::string& path, std::int32_t width, std::int32_t height,
-                                           const float* pixels) {
+std::optional<PictureProblem> write_samples(const std::string& writer, const std::string& path,
+                                            const PictureSamples& picture) {
   set_up();
+  OIIO::TypeDesc type = OIIO::TypeFloat;
+  if (picture.type == render::SampleType::kByte) type = OIIO::TypeUInt8;
+  if (picture.type == render::SampleType::kWord) type = OIIO::TypeUInt16;
   std::string reason;
   // By the format's name: the path is one without an ending.
-  const std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create("tiff");
-  OIIO::ImageSpec spec(width, height, 1, OIIO::TypeFloat);
+  const std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create(writer);
+  OIIO::ImageSpec spec(picture.width, picture.height, static_cast<int>(picture.channels), type);
   // The library would put the time there. Blanks are how a file says that its time is not known.
   spec.attribute("DateTime", "    :  :     :  :  ");
   if (!output) {
     reason = OIIO::geterror();
-  } else if (!output->open(path, spec) || !output->write_image(OIIO::TypeFloat, pixels) || !output->close()) {
+  } else if (!output->open(path, spec) || !output->write_image(type, picture.samples) || !output->close()) {
     reason = output->geterror();
   } else {
     return std::nullopt;

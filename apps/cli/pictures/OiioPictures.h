@@ -12,19 +12,29 @@
 
 namespace twintrue::cli {
 
-// Room for width x height x 3 bytes, which the caller owns.
-using PictureRoom = std::function<std::uint8_t*(std::int32_t width, std::int32_t height)>;
+// Room for width x height x 3 samples, which the caller owns.
+using PictureRoom =
+    std::function<std::uint8_t*(std::int32_t width, std::int32_t height, render::SampleType type)>;
+
+enum class Depth { kBytes, kAsStored };
+
+// What is told of a picture beside its samples.
+struct PictureFacts {
+  std::uint32_t pictures = 0;  // in its file, as far as kMostPicturesCounted
+  render::Light light = render::Light::kEncoded;
+};
 
 // Reads the first picture of `path` by OpenImageIO's reader of that name into the room that it asks for once,
-// in the layout of a Frame, and tells how many pictures the file holds, as far as kMostPicturesCounted. Alpha
-// is dropped, one channel becomes three, more than 8 bits are rounded to 8, and linear light is encoded by
-// the sRGB curve. Throws std::bad_alloc, and whatever OpenImageIO throws.
-std::optional<PictureProblem> decode_picture(const std::string& reader, const std::string& path,
-                                             const PictureRoom& room, std::uint32_t* pictures);
+// in the layout of a Frame or a DeepFrame. Alpha is dropped, and one channel becomes three. As bytes, more
+// than 8 bits are rounded to 8, and linear light is encoded by the sRGB curve. As stored, samples of more
+// than 8 bits become 16 bits or floats, and stay on the scale that they are on. Throws std::bad_alloc, and
+// whatever OpenImageIO throws.
+std::optional<PictureProblem> decode_picture(const std::string& reader, const std::string& path, Depth depth,
+                                             const PictureRoom& room, PictureFacts* facts);
 
-// Writes rows of floats, from top to bottom without gaps, as a TIFF of one channel. Equal pixels give equal
-// files. Throws as decode_picture.
-std::optional<PictureProblem> write_floats(const std::string& path, std::int32_t width, std::int32_t height,
-                                           const float* pixels);
+// Writes a picture by OpenImageIO's writer of that name. Equal pixels give equal files. Throws as
+// decode_picture.
+std::optional<PictureProblem> write_samples(const std::string& writer, const std::string& path,
+                                            const PictureSamples& picture);
 
 }  // namespace twintrue::cli

@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/Saturate.h"
 #include "matching/Correction.h"
 #include "matching/DisplacementHistogram.h"
-#include "matching/Rounding.h"
 #include "matching/Selection.h"
 
 namespace plain_matching {
@@ -34,7 +34,7 @@ Voter voter_of(const FeatureFrame& frame_a, const FeatureFrame& frame_b, const M
 
 std::int64_t votes_for(const CorrectionSettings& settings, std::size_t score, const Voter& a,
                        const std::vector<Voter>& voters) {
-  const std::int64_t radius = truncate_to_int(std::round(8.0f * settings.th[score]));
+  const std::int64_t radius = twintrue::truncate_to_int32(std::round(8.0f * settings.th[score]));
   const std::int64_t limit = std::int64_t{settings.diff_pt_th} * settings.diff_pt_th;
   std::int64_t sum = 0;
   for (const Voter& w : voters) {

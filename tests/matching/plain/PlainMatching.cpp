@@ -1,6 +1,7 @@
 #include "PlainMatching.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <random>
@@ -153,9 +154,9 @@ class PlainMatcher {
 
   std::uint32_t distance(std::int32_t row_a, std::int32_t row_b) const {
     const std::int32_t width = a_.descriptors.cols;
-    return descriptor_distance(&rows_a_[static_cast<std::size_t>(row_a * width)],
-                               &rows_b_[static_cast<std::size_t>(row_b * width)], width, split_,
-                               s_.weightDist);
+    return plain_matching::descriptor_distance(&rows_a_[static_cast<std::size_t>(row_a * width)],
+                                               &rows_b_[static_cast<std::size_t>(row_b * width)], width,
+                                               split_, s_.weightDist);
   }
 
   const MatchingSettings& s_;
@@ -169,6 +170,28 @@ class PlainMatcher {
 };
 
 }  // namespace
+
+std::uint32_t descriptor_distance(const unsigned char* a, const unsigned char* b, std::int32_t bytes,
+                                  std::int32_t split_bit, std::int32_t weight) {
+  const auto differing = [&](std::int32_t i) { return static_cast<std::uint32_t>(a[i] ^ b[i]); };
+  const auto bits = [](std::uint32_t x) { return static_cast<std::uint32_t>(std::popcount(x)); };
+  const auto fold = static_cast<std::uint32_t>(weight);
+  const std::int32_t whole = bytes / 8 * 8;
+  std::uint32_t distance = 0;
+  for (std::int32_t i = 0; i < whole; ++i) {
+    const std::uint32_t x = differing(i);
+    const int before_split = std::clamp(split_bit - 8 * i, 0, 8);
+    if (weight == 0) {
+      distance += bits(x);
+    } else if (i / 8 * 64 == split_bit) {
+      distance += (1 + fold) * bits(x);
+    } else {
+      distance += bits(x >> before_split) + fold * bits(x & ((1U << before_split) - 1));
+    }
+  }
+  for (std::int32_t i = whole; i < whole + bytes % 8 * 4; ++i) distance += bits(differing(i));
+  return distance;
+}
 
 std::int32_t match_cells(const MatchingSettings& settings, const FeatureFrame& frame_a,
                          const FeatureFrame& frame_b, MatchSet& set) {

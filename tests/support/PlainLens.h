@@ -1,8 +1,9 @@
 #pragma once
 
-// A second model of the rig, written from the geometry, for judging what the library finds. It shares no code
-// with the library: distortion is inverted for each point by Newton steps instead of a table, and angles come
-// from atan2 instead of acos. Templates, so that derivatives can run through it.
+// A second model of the rig, written from the geometry, for judging what the library finds, in tests and in
+// benchmarks. It shares no code with the library: distortion is inverted for each point by Newton steps
+// instead of a table, and angles come from atan2 instead of acos. Templates, so that derivatives can run
+// through it.
 //
 // Frame, axes and pixels are as in lens/RigModel.h.
 
@@ -28,13 +29,17 @@ struct PlainLens {
   int height = 0;
   double scale = 0.0;  // pixels for 90 degrees
   std::array<double, 2> centre_x{};
-  double centre_y = 0.0;
+  std::array<double, 2> centre_y{};
   std::array<double, 2> magnify_x{1.0, 1.0};
   std::array<double, 2> magnify_y{1.0, 1.0};
   std::array<double, 6> coeff{};  // percent of the radius
   double limit = 1.0;             // farthest angle off the axis, in units of 90 degrees
-  double baseline = 0.06;         // metres
-  Pose pose{};                    // as the lens file says
+  // On the way to the picture alone: metres along x and y for each along z, and where the eye stands.
+  std::array<double, 2> shear_x{};
+  std::array<double, 2> shear_y{};
+  std::array<double, 3> translation{};
+  double baseline = 0.06;  // metres
+  Pose pose{};             // as the lens file says
 
   double half_width() const { return width / 2; }
 };
@@ -120,7 +125,7 @@ void rig_from_eye(const PlainLens& lens, const T* eye, std::array<T, 3>& v) {
   }
 }
 
-// Frame pixel to unit ray in the rig's axes; false beyond the limit.
+// Frame pixel to unit ray in the rig's axes, without shear and translation; false beyond the limit.
 template <typename T>
 bool pixel_to_ray(const PlainLens& lens, EyeSide side, const T* eye, double px, double py,
                   std::array<T, 3>& ray) {
@@ -129,7 +134,7 @@ bool pixel_to_ray(const PlainLens& lens, EyeSide side, const T* eye, double px, 
   using std::sqrt;
   constexpr double kOnAxis = 1e-24;
   T u = (T(px - lens.centre_x[side]) - eye[3]) / T(lens.scale);
-  T v = (T(lens.centre_y - py) - eye[4]) / T(lens.scale);
+  T v = (T(lens.centre_y[side] - py) - eye[4]) / T(lens.scale);
   const T mx(lens.magnify_x[side]);
   const T my(lens.magnify_y[side]);
   if (lens.format == 2) u /= mx, v /= my;
@@ -161,10 +166,13 @@ bool ray_to_pixel(const PlainLens& lens, EyeSide side, const T* eye, std::array<
   using std::atan2;
   using std::sqrt;
   eye_from_rig(lens, eye, ray);
+  ray[0] += ray[2] * T(lens.shear_x[side]) - T(lens.translation[0]);
+  ray[1] += ray[2] * T(lens.shear_y[side]) - T(lens.translation[1]);
+  ray[2] -= T(lens.translation[2]);
   const T across_square = ray[0] * ray[0] + ray[1] * ray[1];
   if (!(plain_value(across_square) > 1e-300)) {
     px = T(lens.centre_x[side]) + eye[3];
-    py = T(lens.centre_y) - eye[4];
+    py = T(lens.centre_y[side]) - eye[4];
     return plain_value(ray[2]) < 0.0;
   }
   const T across = sqrt(across_square);
@@ -187,7 +195,7 @@ bool ray_to_pixel(const PlainLens& lens, EyeSide side, const T* eye, std::array<
     v *= radius * my;
   }
   px = T(lens.scale) * u + T(lens.centre_x[side]) + eye[3];
-  py = T(lens.centre_y) - T(lens.scale) * v - eye[4];
+  py = T(lens.centre_y[side]) - T(lens.scale) * v - eye[4];
   const double x = plain_value(px);
   return side == kLeft ? x >= lens.half_width() && x < lens.width : x >= 0.0 && x < lens.half_width();
 }
