@@ -29,7 +29,7 @@ void follow(const Warp& warp, bool left_eye, double height, double half_width, d
 
 }  // namespace
 
-accuracy::SceneError error_of(const Input& input, const std::array<double, 10>& corrections) {
+Error error_of(const Input& input, const std::array<double, 10>& corrections) {
   const PlainLens truth = plain_lens(rig_of(input.true_lens));
   const PlainLens given = plain_lens(rig_of(input.lens));
   accuracy::Pose pose = given.pose;
@@ -43,13 +43,14 @@ accuracy::SceneError error_of(const Input& input, const std::array<double, 10>& 
       follow(warp, true, truth.height, truth.half_width(), pair.left_x, pair.left_y);
     }
   });
-  accuracy::SceneError error = scene.judge(pose);
+  Error error{scene.judge(pose)};
+  error.core_excess = error.core;
   if (input.warps.empty()) return error;
   accuracy::OptimumSettings settings;
   settings.sigma = 1000.0;  // pixels: as good as least squares
   const accuracy::Pose best = find_optimum(truth, scene.core_pairs(), {truth.pose}, settings);
   const double least = scene.judge(best).core;
-  error.core = std::sqrt(std::max(error.core * error.core - least * least, 0.0));
+  error.core_excess = std::sqrt(std::max(error.core * error.core - least * least, 0.0));
   return error;
 }
 

@@ -13,8 +13,13 @@ namespace twintrue::false_success {
 // tilt, roll, offsets), judged through the true lens's own curve and scale: a lens file that is wrong in
 // those is not what a calibration can mend. Circle centres that differ count as offsets.
 //
-// Where the frame shows the scene warped, `core` is what the result adds (as squares) to the error of the
-// pose that fits what is shown best: no other could do better. Needs an input that some lens file is true of.
-accuracy::SceneError error_of(const Input& input, const std::array<double, 10>& corrections);
+// Where the frame shows the scene warped, the error is that of what is shown.
+struct Error : accuracy::SceneError {
+  // What the result adds (as squares) to the core error of the pose that fits best: no other could do better.
+  double core_excess = 0.0;
+};
+
+// Needs an input that some lens file is true of.
+Error error_of(const Input& input, const std::array<double, 10>& corrections);
 
 }  // namespace twintrue::false_success

@@ -102,8 +102,9 @@ Json errors_of(const Input& input, const Json& answer) {
   return {{"core_before", before.core},
           {"core", after.core},
           {"rms", after.rms},
-          {"core_at_2048", after.core * kReferenceWidth / width},
-          {"core_at_4096", after.core * kSummaryWidth / width}};
+          {"core_at_2048", after.core_excess * kReferenceWidth / width},
+          {"core_at_4096", after.core * kSummaryWidth / width},
+          {"excess_at_4096", after.core_excess * kSummaryWidth / width}};
 }
 
 // The program's answer to an input, with the errors that the bench knows.
