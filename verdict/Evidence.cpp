@@ -217,6 +217,9 @@ Evidence gather_evidence(const CalibContext& context, const RigState& rig,
 Evidence gather_evidence(const CalibContext& context, const RigState& rig,
                          const std::vector<RayMatch>& matches, const Polished& polished) {
   Evidence evidence = gather_evidence(context, with_shapes(rig, polished.shapes), matches, polished.pose);
+  if (polished.refinement.kept > 0) {
+    evidence.uneven = std::hypot(polished.refinement.expected_error, polished.refinement.common);
+  }
   if (!polished.settled.moved && !polished.refinement.taken) return evidence;
   evidence.polished = true;
   evidence.left_at_limit.clear();

@@ -44,6 +44,9 @@ struct Evidence {
   std::array<PartEvidence, 4> quadrants;  // upper right, upper left, lower left, lower right
   bool polished = false;                  // looked at under a polished pose and not under the search's
   bool refined = false;  // and that was refined, its guards having found little that matches have in common
+  // What the picture is off by whatever the pose, as refined matches have it: what neighbours among them have
+  // in common and what they leave open of the pose, rms pixels. 0 without any.
+  double uneven = 0.0;
   double change =
       0.0;  // rms disparity across over the field between the lens file's pose and this one, pixels
   double systematic = 0.0;  // rms of the fields' biases, less what noise explains, pixels

@@ -21,7 +21,8 @@ bool in_rows(const PlainLens& lens, double y) { return y >= 0.0 && y <= lens.hei
 
 }  // namespace
 
-Scene::Scene(const PlainLens& lens, const Pose& truth) : lens_(lens) {
+Scene::Scene(const PlainLens& lens, const Pose& truth, const std::function<void(PixelPair&)>& shown)
+    : lens_(lens) {
   Draws draws(kSeed);
   for (int i = 0; i < kPoints; ++i) {
     double angle = 0.0;
@@ -37,8 +38,17 @@ Scene::Scene(const PlainLens& lens, const Pose& truth) : lens_(lens) {
       continue;
     }
     view.core = angle <= kCoreReach && distance <= kCoreDistance;
+    if (shown) shown(view.pair);
     views_.push_back(view);
   }
+}
+
+std::vector<PixelPair> Scene::core_pairs() const {
+  std::vector<PixelPair> pairs;
+  for (const View& view : views_) {
+    if (view.core) pairs.push_back(view.pair);
+  }
+  return pairs;
 }
 
 SceneError Scene::judge(const Pose& pose) const {

@@ -3,6 +3,7 @@
 // How well a pose describes a rig, in pixels: scene points are projected with the true pose, and the perfect
 // pairs that come of it are judged under the other one.
 
+#include <functional>
 #include <vector>
 
 #include "Reprojection.h"
@@ -20,8 +21,10 @@ struct SceneError {
 // Points evenly over the picture to 80 degrees off the axis, 0.5 to 10 metres away, always the same ones.
 class Scene {
  public:
-  Scene(const PlainLens& lens, const Pose& truth);
+  // `shown`: what else happens to a pair's pixels before they are judged.
+  Scene(const PlainLens& lens, const Pose& truth, const std::function<void(PixelPair&)>& shown = {});
   SceneError judge(const Pose& pose) const;
+  std::vector<PixelPair> core_pairs() const;  // those that `core` is over
 
  private:
   struct View {

@@ -1,9 +1,13 @@
 #include "Picture.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <stdexcept>
+
+#include <unistd.h>
 
 #include <OpenImageIO/imageio.h>
 
@@ -23,7 +27,9 @@ Picture read_picture(const std::string& path) {
   return picture;
 }
 
-void write_picture(const Picture& picture, const std::string& path) {
+namespace {
+
+void write(const Picture& picture, const std::string& path, const std::string& coding) {
   std::vector<std::uint8_t> bytes;
   bytes.reserve(3 * picture.pixels.size());
   for (const Colour& pixel : picture.pixels) {
@@ -32,11 +38,32 @@ void write_picture(const Picture& picture, const std::string& path) {
     }
   }
   const auto file = OIIO::ImageOutput::create(path);
-  const OIIO::ImageSpec spec(picture.width, picture.height, 3, OIIO::TypeDesc::UINT8);
+  OIIO::ImageSpec spec(picture.width, picture.height, 3, OIIO::TypeDesc::UINT8);
+  spec.attribute("png:compressionLevel", 1);
+  if (!coding.empty()) spec.attribute("Compression", coding);
   if (!file || !file->open(path, spec) || !file->write_image(OIIO::TypeDesc::UINT8, bytes.data()) ||
       !file->close()) {
     throw std::runtime_error("can't write " + path);
   }
+}
+
+}  // namespace
+
+void write_picture(const Picture& picture, const std::string& path) { write(picture, path, ""); }
+
+Picture jpeg_coded(const Picture& picture, int quality) {
+  const std::string path = temporary_path(".jpg");
+  write(picture, path, "jpeg:" + std::to_string(quality));
+  Picture coded = read_picture(path);
+  std::filesystem::remove(path);
+  return coded;
+}
+
+std::string temporary_path(const std::string& suffix) {
+  static std::atomic<int> count{0};
+  const std::string name =
+      "false_success." + std::to_string(getpid()) + "." + std::to_string(count++) + suffix;
+  return (std::filesystem::temp_directory_path() / name).string();
 }
 
 Colour sample(const Picture& picture, double x, double y, int x_begin, int x_end) {

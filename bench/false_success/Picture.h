@@ -30,6 +30,12 @@ struct Picture {
 Picture read_picture(const std::string& path);
 void write_picture(const Picture& picture, const std::string& path);  // 8 bits
 
+// The picture after a JPEG file of that quality, 1 to 100. Throws std::runtime_error.
+Picture jpeg_coded(const Picture& picture, int quality);
+
+// A name that no other thread or process has, in the folder for such files.
+std::string temporary_path(const std::string& suffix);
+
 // By a cubic through the sixteen nearest pixels; places outside `x_begin` to `x_end` or the rows are black.
 Colour sample(const Picture& picture, double x, double y, int x_begin, int x_end);
 

@@ -8,8 +8,6 @@
 #include <limits>
 #include <stdexcept>
 
-#include <unistd.h>
-
 #include "apps/TwinTrue/RunDriver.h"
 
 namespace twintrue::false_success {
@@ -21,11 +19,11 @@ const EyeModel& eye_at(const RigState& rig, int x) {
   return x < rig.half_width ? rig.current.right : rig.current.left;
 }
 
-// Brightness of a wall, 0 to 1: noise of grains from 30 cm down to 5 mm.
-double paint(double u, double v, std::size_t wall) {
+// Brightness of a wall, 0 to 1: noise of grains from 30 cm down to `finest` a metre.
+double paint(double u, double v, std::size_t wall, double finest = 200.0) {
   double sum = 0.0;
   double weight = 0.5;
-  for (double grains = 3.0; grains < 200.0; grains *= 2.0, weight *= 0.8) {
+  for (double grains = 3.0; grains < finest; grains *= 2.0, weight *= 0.8) {
     const double iu = std::floor(u * grains);
     const double iv = std::floor(v * grains);
     const double a = u * grains - iu;
@@ -41,6 +39,17 @@ double paint(double u, double v, std::size_t wall) {
                      a * ((1 - b) * corner(1, 0) + b * corner(1, 1)));
   }
   return 0.5 + 0.6 * sum;
+}
+
+constexpr std::size_t kWalls = 8;  // of one paint
+std::size_t surface(int paint_of, std::size_t wall) {
+  return kWalls * static_cast<std::size_t>(paint_of) + wall;
+}
+
+// Paint on a plane seen from that far: no grain finer than a pixel or two.
+double paint_at(double u, double v, double distance, std::size_t of) {
+  constexpr double kGrainsARadian = 150.0;
+  return paint(u, v, of, kGrainsARadian / distance);
 }
 
 template <typename ColourOf>
@@ -60,11 +69,10 @@ bool ray_at(const EyeModel& eye, double x, double y, Vec3& ray) {
 }  // namespace
 
 RigState rig_of(const std::string& lens_text) {
-  const auto path =
-      std::filesystem::temp_directory_path() / ("false_success." + std::to_string(getpid()) + ".lens");
+  const std::string path = temporary_path(".lens");
   std::ofstream(path) << lens_text;
   RigState rig;
-  const bool read = read_lens(rig, path.string());
+  const bool read = read_lens(rig, path);
   std::filesystem::remove(path);
   if (!read) throw std::runtime_error("the lens text describes no lens");
   return rig;
@@ -85,23 +93,56 @@ Picture render(const RigState& rig, const Look& look) {
   });
 }
 
-Look room(double period) {
-  return [period](const Vec3& from, const Vec3& ray) {
-    constexpr Vec3 kHalfRoom{1.3, 1.1, 1.6};
+Look room(const RoomLook& look) {
+  return [look](const Vec3& from, const Vec3& ray) {
     double nearest = std::numeric_limits<double>::infinity();
     std::size_t wall = 0;
     for (std::size_t axis = 0; axis < 3; ++axis) {
       if (ray[axis] == 0.0) continue;
-      const double t = ((ray[axis] > 0 ? kHalfRoom[axis] : -kHalfRoom[axis]) - from[axis]) / ray[axis];
+      const double t = ((ray[axis] > 0 ? look.half[axis] : -look.half[axis]) - from[axis]) / ray[axis];
       if (t >= nearest) continue;
       nearest = t;
       wall = 2 * axis + (ray[axis] > 0 ? 1 : 0);
     }
+    constexpr double kUsualDepth = 1.6;
+    const double size = look.half[2] / kUsualDepth;  // walls farther off have coarser grains
     const auto place = [&](std::size_t axis) {
-      const double at = from[axis] + nearest * ray[axis] + 10.0;
-      return period > 0.0 ? std::fmod(at, period) : at;
+      const double at = (from[axis] + nearest * ray[axis]) / size + 10.0;
+      return look.period > 0.0 ? std::fmod(at, look.period) : at;
     };
-    return 255.0 * paint(place((wall / 2 + 1) % 3), place((wall / 2 + 2) % 3), wall);
+    const double shade =
+        paint(place((wall / 2 + 1) % 3), place((wall / 2 + 2) % 3), surface(look.paint, wall), look.finest);
+    return 255.0 * (0.5 + look.contrast * (shade - 0.5));
+  };
+}
+
+Look wall(double distance, int paint_of) {
+  return [=](const Vec3& from, const Vec3& ray) {
+    constexpr double kNothing = 110.0;
+    if (ray[2] >= -0.05) return kNothing;
+    const double t = (-distance - from[2]) / ray[2];
+    return 255.0 *
+           paint_at(from[0] + t * ray[0] + 50.0, from[1] + t * ray[1] + 50.0, t, surface(paint_of, 0));
+  };
+}
+
+Look outdoors(int paint_of) {
+  return [=](const Vec3& from, const Vec3& ray) {
+    constexpr double kEyeHeight = 1.5;
+    constexpr double kHorizonDistance = 40.0;
+    constexpr double kHighest = 6.0;
+    constexpr double kSky = 215.0;
+    const double across = std::hypot(ray[0], ray[2]);
+    const double t_ground = ray[1] < 0.0 ? -(kEyeHeight + from[1]) / ray[1] : 1e9;
+    if (t_ground * across < kHorizonDistance) {
+      return 255.0 * paint_at(from[0] + t_ground * ray[0] + 500.0, from[2] + t_ground * ray[2] + 500.0,
+                              t_ground, surface(paint_of, 1));
+    }
+    const double height = kHorizonDistance * ray[1] / across;
+    const double along = kHorizonDistance * std::atan2(ray[0], -ray[2]);
+    const double top = kHighest * paint(0.05 * along + 100.0, 0.5, surface(paint_of, 2), 24.0);
+    if (height > top) return kSky;
+    return 200.0 * paint(0.1 * along + 100.0, 0.1 * height + 100.0, surface(paint_of, 3), 24.0);
   };
 }
 

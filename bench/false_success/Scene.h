@@ -19,9 +19,21 @@ using Look = std::function<double(const std::array<double, 3>& from, const std::
 // What a rig sees, four rays a pixel.
 Picture render(const RigState& rig, const Look& look);
 
-// A room of 2.6 x 2.2 x 3.2 m round the rig, painted with noise of several sizes. With a `period` (metres)
-// the paint repeats.
-Look room(double period = 0.0);
+// A box of walls round the rig, painted with noise of several sizes.
+struct RoomLook {
+  std::array<double, 3> half{1.3, 1.1, 1.6};  // metres from the rig to the walls
+  double period = 0.0;                        // metres after which the paint repeats; 0: never
+  double contrast = 1.0;
+  double finest = 200.0;  // grains a metre, in a room of the usual size
+  int paint = 0;          // which of many
+};
+Look room(const RoomLook& look);
+
+// A painted wall that many metres before the rig; nothing else.
+Look wall(double distance, int paint);
+
+// Open ground, a row of far things on the horizon, and a plain sky.
+Look outdoors(int paint);
 
 // What one eye of `taken` saw in `picture`, seen again by both eyes of `rig` as if all were far away.
 Picture far_scene(const Picture& picture, const RigState& taken, const RigState& rig);

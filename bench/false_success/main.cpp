@@ -5,23 +5,30 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <functional>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
+#include <omp.h>
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "Inputs.h"
 #include "Judge.h"
+#include "Summary.h"
 
 namespace twintrue::false_success {
 namespace {
@@ -32,6 +39,7 @@ using Json = nlohmann::json;
 // than 0.1 degrees in height.
 constexpr double kSmallError = 1.0;
 constexpr double kReferenceWidth = 2048.0;
+constexpr double kSummaryWidth = 4096.0;
 
 struct Options {
   std::string program;
@@ -41,6 +49,9 @@ struct Options {
   std::string only;
   std::string json;
   std::string keep;  // folder for the frames
+  int jobs = 2;
+  int from = 0;
+  bool list = false;
 };
 
 int run_program(const std::vector<std::string>& arguments) {
@@ -78,14 +89,34 @@ std::array<double, 10> corrections_of(const Json& result) {
   return values;
 }
 
+// An input with its place among all.
+struct Numbered {
+  int number;
+  Case one;
+};
+
+Json errors_of(const Input& input, const Json& answer) {
+  const auto before = error_of(input, {});
+  const auto after = error_of(input, corrections_of(answer));
+  const double width = input.frame.width;
+  return {{"core_before", before.core},
+          {"core", after.core},
+          {"rms", after.rms},
+          {"core_at_2048", after.core_excess * kReferenceWidth / width},
+          {"core_at_4096", after.core * kSummaryWidth / width},
+          {"excess_at_4096", after.core_excess * kSummaryWidth / width}};
+}
+
 // The program's answer to an input, with the errors that the bench knows.
-Json answer_to(const Case& one, const Options& options, const std::filesystem::path& folder) {
+Json answer_to(const Numbered& numbered, const Options& options, const std::filesystem::path& folder) {
+  const Case& one = numbered.one;
   const Input input = one.make();
   const auto file = [&folder](const char* name) { return (folder / name).string(); };
   write_picture(input.frame, file("frame.png"));
   std::ofstream(file("given.lens")) << input.lens;
-  std::vector<std::string> arguments{options.program,    "calibrate", file("frame.png"),  "--lens",
-                                     file("given.lens"), "--json",    file("result.json")};
+  std::vector<std::string> arguments{
+      options.program, "calibrate",         file("frame.png"), "--lens", file("given.lens"),
+      "--json",        file("result.json"), "--threads",       "1"};
   if (!options.params.empty()) arguments.insert(arguments.end(), {"--params", options.params});
   if (one.ignore_thresholds) arguments.emplace_back("--ignore-thresholds");
   std::filesystem::remove(file("result.json"));
@@ -94,18 +125,14 @@ Json answer_to(const Case& one, const Options& options, const std::filesystem::p
   Json json = Json::parse(stream, nullptr, false);
   if (json.is_discarded()) json = Json::object();
   json["exit_code"] = code;
+  json["number"] = numbered.number;
   json["case"] = one.name;
+  json["kind"] = one.kind;
   json["good"] = one.good;
+  json["shows"] = one.shows;
+  json["single"] = one.single;
   const bool searched = json.contains("measures") && json["measures"]["error16"]["value"].is_number();
-  if (searched && !input.true_lens.empty()) {
-    const auto before = error_of(input.true_lens, input.lens, {});
-    const auto after = error_of(input.true_lens, input.lens, corrections_of(json));
-    const double unit = input.frame.width / kReferenceWidth;
-    json["error_px"] = {{"core_before", before.core},
-                        {"core", after.core},
-                        {"rms", after.rms},
-                        {"core_at_2048", after.core / unit}};
-  }
+  if (searched && !input.true_lens.empty()) json["error_px"] = errors_of(input, json);
   return json;
 }
 
@@ -114,7 +141,7 @@ bool is_right(const Json& answer) {
   const std::string outcome =
       answer.contains("verdict") ? answer["verdict"]["outcome"].get<std::string>() : "error";
   if (answer["good"]) return answer["exit_code"] == 0 && outcome == "calibrated";
-  if (answer["exit_code"] != 0) return true;
+  if (answer["exit_code"] != 0 || !answer["shows"]) return true;
   return answer.contains("error_px") && number(answer["error_px"]["core_at_2048"]) <= kSmallError;
 }
 
@@ -142,7 +169,7 @@ void print_answer(std::FILE* out, const Json& answer) {
   };
   fmt::print(
       out,
-      "{:<58} | {} | {:>6} | {:>7} | {:>6} | {:>6} | {:>6} | {:>6} | {:>6} | {:>6} | {:>8} | {:>8} | {:>8} | "
+      "{:<70} | {} | {:>6} | {:>7} | {:>6} | {:>6} | {:>6} | {:>6} | {:>6} | {:>6} | {:>8} | {:>8} | {:>8} | "
       "{:<5} | {}\n",
       answer["case"].get<std::string>(), answer["exit_code"].get<int>(), shown(measure("detection_ratio")),
       shown(measure("quality")), shown(measure("error16")), shown(measure("score"), "{:.0f}"), shown(fitting),
@@ -152,26 +179,74 @@ void print_answer(std::FILE* out, const Json& answer) {
   std::fflush(out);
 }
 
+std::vector<Numbered> wanted_cases(const Options& options) {
+  std::vector<Case> all = named_cases(options.examples, options.frames);
+  for (Case& one : drawn_cases(options.examples, options.frames)) all.push_back(std::move(one));
+  std::vector<Numbered> wanted;
+  for (auto i = static_cast<std::size_t>(options.from); i < all.size(); ++i) {
+    if ((all[i].kind + ": " + all[i].name).find(options.only) == std::string::npos) continue;
+    wanted.push_back({static_cast<int>(i), std::move(all[i])});
+  }
+  return wanted;
+}
+
+// Answers to all, several at a time; each is told as soon as those before it are.
+std::vector<Json> answer_all(const std::vector<Numbered>& cases, const Options& options,
+                             const std::filesystem::path& folder, std::FILE* out) {
+  std::vector<Json> answers(cases.size());
+  std::atomic<std::size_t> next{0};
+  std::size_t told = 0;
+  std::mutex telling;
+  std::ofstream lines;
+  if (!options.json.empty()) lines.open(options.json);
+  std::string failure;
+  const auto work = [&](int job) {
+    omp_set_num_threads(1);
+    const auto own = folder / std::to_string(job);
+    std::filesystem::create_directories(own);
+    for (std::size_t i = next++; i < cases.size(); i = next++) {
+      Json answer;
+      try {
+        answer = answer_to(cases[i], options, own);
+      } catch (const std::exception& thrown) {
+        const std::scoped_lock lock(telling);
+        failure = cases[i].one.name + ": " + thrown.what();
+        next = cases.size();
+        return;
+      }
+      const std::scoped_lock lock(telling);
+      answers[i] = std::move(answer);
+      for (; told < answers.size() && !answers[told].is_null(); ++told) {
+        print_answer(out, answers[told]);
+        if (lines.is_open()) lines << answers[told].dump() << std::endl;
+      }
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int job = 0; job < options.jobs; ++job) threads.emplace_back(work, job);
+  for (std::thread& thread : threads) thread.join();
+  if (!failure.empty()) throw std::runtime_error(failure);
+  return answers;
+}
+
 int run(const Options& options, std::FILE* out) {
-  const auto folder = options.keep.empty()
-                          ? std::filesystem::temp_directory_path() / fmt::format("false_success.{}", getpid())
-                          : std::filesystem::path(options.keep);
-  std::filesystem::create_directories(folder);
+  const std::vector<Numbered> cases = wanted_cases(options);
+  if (options.list) {
+    for (const Numbered& one : cases)
+      fmt::print(out, "{:>4} {}: {}\n", one.number, one.one.kind, one.one.name);
+    return std::fclose(out) == 0 ? 0 : 2;
+  }
+  const auto folder = options.keep.empty() ? std::filesystem::path(temporary_path(".run"))
+                                           : std::filesystem::path(options.keep);
   fmt::print(
       out,
-      "{:<58} | e | detect | quality | err16  | score  | fit2   | system | expect | gap    | core was | core "
+      "{:<70} | e | detect | quality | err16  | score  | fit2   | system | expect | gap    | core was | core "
       "px  | rms px   | right | verdict\n",
       "input");
-  Json answers = Json::array();
-  int wrong = 0;
-  for (const Case& one : all_cases(options.examples, options.frames)) {
-    if (one.name.find(options.only) == std::string::npos) continue;
-    answers.push_back(answer_to(one, options, folder));
-    print_answer(out, answers.back());
-    if (!is_right(answers.back())) ++wrong;
-  }
+  const std::vector<Json> answers = answer_all(cases, options, folder, out);
+  const auto wrong = std::count_if(answers.begin(), answers.end(), std::not_fn(is_right));
   fmt::print(out, "{} inputs, {} wrong\n", answers.size(), wrong);
-  if (!options.json.empty()) std::ofstream(options.json) << answers.dump(1) << '\n';
+  print_summary(out, answers);
   if (options.keep.empty()) std::filesystem::remove_all(folder);
   return wrong == 0 ? 0 : 1;
 }
@@ -189,9 +264,12 @@ int main(int argc, char** argv) {
       ->check(CLI::ExistingDirectory);
   app.add_option("--frames", options.frames, "Folder of further frames")->check(CLI::ExistingDirectory);
   app.add_option("--params", options.params, "Parameter file; the program's preset without");
-  app.add_option("--only", options.only, "Run only inputs whose name holds this");
-  app.add_option("--json", options.json, "Write all numbers to this file");
-  app.add_option("--keep", options.keep, "Leave the last frame and lens file in this folder");
+  app.add_option("--only", options.only, "Run only inputs whose kind and name hold this");
+  app.add_option("--json", options.json, "Write all numbers to this file, an input a line");
+  app.add_option("--keep", options.keep, "Leave the last frames and lens files in this folder");
+  app.add_option("--jobs", options.jobs, "Inputs at a time")->check(CLI::PositiveNumber);
+  app.add_option("--from", options.from, "Number of the first input to run")->check(CLI::NonNegativeNumber);
+  app.add_flag("--list", options.list, "Name the inputs and run none");
   CLI11_PARSE(app, argc, argv);
   std::FILE* out = fdopen(dup(STDOUT_FILENO), "w");
   if (out == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {

@@ -215,39 +215,62 @@ Evidence good_evidence(double unit) {
 
 // On either side of every bound.
 TEST(Verdict, HoldsItsBounds) {
+  constexpr double kNone = 1e9;
   struct Bound {
     const char* key;
+    bool refined;
     double good;   // up to here calibrated ...
     double worst;  // ... up to here with a doubt; the same: no doubt between
     bool grows;    // with the pixels a radian
     std::function<void(Evidence&, double)> put;
   };
+  const auto misfit = [](Evidence& e, double v) { e.within[1] = 1.0 - v; };
+  const auto systematic = [](Evidence& e, double v) { e.systematic = v; };
+  const auto gap = [](Evidence& e, double v) { e.fit.gap = v; };
+  const auto gap_beyond_limit = [](Evidence& e, double v) {
+    e.fit.gap = v;
+    e.right_at_limit = {"pan"};
+  };
+  const auto expected_error = [](Evidence& e, double v) { e.fit.expected_error = v; };
+  const auto uneven = [](Evidence& e, double v) { e.uneven = v; };
+  const auto behind = [](Evidence& e, double v) { e.behind = v; };
+  const auto parallax = [](Evidence& e, double v) { e.parallax_spread = -v; };
   const std::vector<Bound> bounds{
-      {"same_picture", 0.5, 0.5, false, [](Evidence& e, double v) { e.unmoved = v; }},
-      {"misfit", 0.2, 0.35, false, [](Evidence& e, double v) { e.within[1] = 1.0 - v; }},
-      {"systematic", 0.3, 0.4, true, [](Evidence& e, double v) { e.systematic = v; }},
-      {"search_stopped_short", 0.6, 1.0, true, [](Evidence& e, double v) { e.fit.gap = v; }},
-      {"poor_cover", 0.4, 0.6, true, [](Evidence& e, double v) { e.fit.expected_error = v; }},
-      {"behind", 0.05, 0.5, false, [](Evidence& e, double v) { e.behind = v; }},
-      {"no_parallax", -3.0, -3.0, true, [](Evidence& e, double v) { e.parallax_spread = -v; }},
+      {"same_picture", false, 0.5, 0.5, false, [](Evidence& e, double v) { e.unmoved = v; }},
+      {"misfit", false, 0.2, 0.35, false, misfit},
+      {"misfit", true, 0.4, 0.5, false, misfit},
+      {"systematic", false, 0.3, 0.6, true, systematic},
+      {"systematic", true, 0.4, kNone, true, systematic},
+      {"search_stopped_short", false, 0.6, 1.0, true, gap},
+      {"search_stopped_short", true, kNone, kNone, true, gap},
+      {"search_stopped_short", true, 0.6, 0.6, true, gap_beyond_limit},
+      {"poor_cover", false, 0.4, 0.6, true, expected_error},
+      {"poor_cover", true, 0.07, 0.6, true, expected_error},
+      {"uneven", false, 0.07, kNone, true, uneven},
+      {"uneven", true, kNone, kNone, true, uneven},
+      {"behind", false, 0.05, 0.5, false, behind},
+      {"behind", true, 0.5, kNone, false, behind},
+      {"no_parallax", false, -3.0, -3.0, true, parallax},
+      {"no_parallax", true, -3.0, kNone, true, parallax},  // for want of an expected error
   };
   using Outcome = Verdict::Outcome;
   for (const double unit : {1.0, 2.5}) {
     for (const Bound& bound : bounds) {
       const double scale = bound.grows ? unit : 1.0;
-      const auto outcome_at = [&](double value) {
+      const auto expect_at = [&](double value, Outcome outcome) {
         Evidence evidence = good_evidence(unit);
+        evidence.refined = bound.refined;
         bound.put(evidence, value * scale);
         const Verdict verdict = judge_evidence(evidence);
         for (const VerdictReason& reason : verdict.reasons) EXPECT_EQ(reason.key, bound.key);
-        return verdict.outcome;
+        EXPECT_EQ(verdict.outcome, outcome) << bound.key << " " << value << " refined " << bound.refined;
       };
       constexpr double kLittle = 1e-6;
-      EXPECT_EQ(outcome_at(bound.good - kLittle), Outcome::kCalibrated) << bound.key;
-      EXPECT_EQ(outcome_at(bound.worst + kLittle), Outcome::kNotCalibrated) << bound.key;
+      expect_at(std::min(bound.good, 1e3) - kLittle, Outcome::kCalibrated);
+      if (bound.worst < kNone) expect_at(bound.worst + kLittle, Outcome::kNotCalibrated);
       if (bound.good == bound.worst) continue;
-      EXPECT_EQ(outcome_at(bound.good + kLittle), Outcome::kCalibratedBut) << bound.key;
-      EXPECT_EQ(outcome_at(bound.worst - kLittle), Outcome::kCalibratedBut) << bound.key;
+      expect_at(bound.good + kLittle, Outcome::kCalibratedBut);
+      expect_at(std::min(bound.worst, 1e3) - kLittle, Outcome::kCalibratedBut);
     }
   }
   // Whole-pixel keypoints make two pixels of parallax out of nothing, however small the frame.
@@ -257,6 +280,14 @@ TEST(Verdict, HoldsItsBounds) {
   small.parallax_spread = 2.1;
   small.systematic = 0.29;
   EXPECT_EQ(judge_evidence(small).outcome, Outcome::kCalibrated);
+  // A far scene serves as far as refined matches do.
+  Evidence far = good_evidence(1.0);
+  far.refined = true;
+  far.parallax_spread = 1.0;
+  far.fit.expected_error = 0.049;
+  EXPECT_EQ(judge_evidence(far).outcome, Outcome::kCalibratedBut);
+  far.fit.expected_error = 0.051;
+  EXPECT_EQ(judge_evidence(far).outcome, Outcome::kNotCalibrated);
 }
 
 // Eyes of unequal scale, told apart from noise and from small ones that do no harm.
