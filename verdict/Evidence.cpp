@@ -226,6 +226,7 @@ Evidence gather_evidence(const CalibContext& context, const RigState& rig,
   evidence.fit.difference_sd = polished.difference_sd;
   evidence.fit.common_sd = polished.common_sd;
   evidence.refined = polished.refinement.taken;
+  evidence.shaped = polished.settled.shapes_sd.log_scale_ratio > 0.0;
   if (evidence.refined) evidence.fit.expected_error = polished.refinement.expected_error;
   return evidence;
 }

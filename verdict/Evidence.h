@@ -43,6 +43,7 @@ struct Evidence {
   std::array<PartEvidence, 3> rings;      // from the middle outward, 30 degrees each
   std::array<PartEvidence, 4> quadrants;  // upper right, upper left, lower left, lower right
   bool polished = false;                  // looked at under a polished pose and not under the search's
+  bool shaped = false;                    // with the shapes of the eyes' pictures fitted
   bool refined = false;  // and that was refined, its guards having found little that matches have in common
   // What the picture is off by whatever the pose, as refined matches have it: what neighbours among them have
   // in common and what they leave open of the pose, rms pixels. 0 without any.

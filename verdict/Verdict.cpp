@@ -199,15 +199,15 @@ void judge_parts(const Evidence& evidence, double unit, Judge& judge) {
                to_do});
   if (unequal) judge.doubt(unequal_shapes(evidence.fit));
   if (evidence.refined) return;
-  judge.weigh(evidence.uneven, kGoodUneven * unit, kNoBound,
-              {"uneven",
-               fmt::format("Whatever the pose, the picture stays off by {:.2f} pixels (rms) in some parts.",
-                           evidence.uneven),
-               "Run again with --fit-scale: eyes of unequal scale do that. If it stays, so do a curve of the "
-               "lens other than "
-               "the lens file's, a sheared eye and rows read at other times: take a lens file fitted to this "
-               "lens, or "
-               "another frame."});
+  judge.weigh(
+      evidence.uneven, kGoodUneven * unit, kNoBound,
+      {"uneven",
+       fmt::format("Whatever the pose, the picture stays off by {:.2f} pixels (rms) in some parts.",
+                   evidence.uneven),
+       fmt::format(
+           "{}A curve of the lens other than the lens file's does that, a sheared eye and rows read at "
+           "other times: take a lens file fitted to this lens, or another frame.",
+           evidence.shaped ? "" : "Run again with --fit-scale, if it is eyes of unequal scale. ")});
 }
 
 // How well the matches hold the pose.

@@ -321,7 +321,7 @@ std::string format_table(const RunReport& report) {
   std::string out =
       fmt::format("frame     {} ({} x {})\nlens      {}\nsettings  {}\n", report.frame_path,
                   report.frame_width, report.frame_height, report.lens_path, report.settings_name);
-  for (const std::string& note : report.notes) out += "note      " + folded(note, "          ");
+  for (const std::string& note : report.notes) out += fmt::format("note      {}", folded(note, "          "));
   out += "\n";
   if (report.has_pose()) out += corrections_table(report) + "\n";
   out += fmt::format("{:<17}{:>14}   {:<16}  {}\n", "measure", "found", "wanted", "test");
@@ -331,16 +331,16 @@ std::string format_table(const RunReport& report) {
     line.erase(line.find_last_not_of(' ') + 1);
     out += line + "\n";
   }
-  if (report.evidence) out += "\n" + evidence_lines(report);
+  if (report.evidence) out += fmt::format("\n{}", evidence_lines(report));
   const Verdict verdict = verdict_of(report);
   out += fmt::format("\nverdict   {}\n", words_of(verdict.outcome));
   // Of a status that rules the result out, the first reason stands in the advice.
   const std::size_t first = report.status_decides() ? 1 : 0;
   for (std::size_t i = first; i < verdict.reasons.size(); ++i) {
     const VerdictReason& reason = verdict.reasons[i];
-    out += "  - " + folded(fmt::format("{} {}", reason.found, reason.to_do), "    ");
+    out += fmt::format("  - {}", folded(fmt::format("{} {}", reason.found, reason.to_do), "    "));
   }
-  return out + "\n" + folded(advice_for(report));
+  return fmt::format("{}\n{}", out, folded(advice_for(report)));
 }
 
 }  // namespace twintrue::cli

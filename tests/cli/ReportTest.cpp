@@ -92,7 +92,7 @@ TEST(Markup, EscapesWhatNamesMayHold) {
       {"Grüße 日本 😀", "Grüße 日本 😀"},
       {"\xff|\xc0\xaf|\xed\xa0\x80|\xe2\x82|\x1b[0m",
        "\uFFFD|\uFFFD\uFFFD|\uFFFD\uFFFD\uFFFD|\uFFFD\uFFFD|\uFFFD[0m"},
-      {"exe.\u202Egnp", "exe.\uFFFDgnp"},
+      {"exe.\u202Egnp", "exe.\uFFFD\uFFFD\uFFFDgnp"},
       {std::string("cut\0here", 8), "cut\uFFFDhere"}};
   for (const auto& [text, expected] : cases) {
     EXPECT_EQ(escaped(text), expected);

@@ -130,7 +130,9 @@ void run_calibration(const CalibrateArguments& arguments, const Frame& frame, co
 // The words of a command line that does the same, the options that say nothing new left out.
 std::vector<std::string> command_of(const CalibrateArguments& arguments) {
   // A name that looks like an option is none behind its folder.
-  const auto as_path = [](const std::string& path) { return path.starts_with("-") ? fmt::format("./{}", path) : path; };
+  const auto as_path = [](const std::string& path) {
+    return path.starts_with("-") ? fmt::format("./{}", path) : path;
+  };
   std::vector<std::string> words{"twintrue", "calibrate", as_path(arguments.frame), "--lens",
                                  as_path(arguments.lens)};
   const auto add = [&words](const char* option, const std::optional<std::string>& value) {

@@ -76,7 +76,9 @@ std::vector<DirectionView> draw_directions(const Frame& frame, const RigModel& g
                                    render::SampleType::kByte, render::Light::kEncoded, frame.pixels.data()};
   for (const RigModel* rig : {&given, corrected}) {
     if (rig == nullptr) continue;
-    const render::StereoRender render(pixels, *rig, panorama.view, render::Light::kEncoded);
+    const render::StereoPictures eyes(pixels, *rig, render::Light::kEncoded,
+                                      render::view_density(panorama.view));
+    const render::StereoRender render(eyes, *rig, panorama.view);
     for (std::size_t i = 0; i < views.size(); ++i) {
       const render::Window window = panorama.window(static_cast<int>(i));
       PagePicture picture = draw(render, window);
