@@ -37,6 +37,7 @@ th { font-weight: 600; } td.n, th.n { text-align: right; font-variant-numeric: t
 figure { margin: 1rem 0; }
 figcaption { font-size: .95rem; max-width: 46rem; } figcaption b { color: var(--fg); }
 .pair { display: grid; gap: .8rem 1.2rem; grid-template-columns: repeat(auto-fit, minmax(min(100%, 330px), 1fr)); }
+.views { grid-template-columns: repeat(auto-fit, minmax(min(100%, 400px), 1fr)); }
 .pair svg, .pair img, .single svg, .single img { width: 100%; height: auto; display: block; }
 .single { max-width: 640px; }
 img { background: #000; }

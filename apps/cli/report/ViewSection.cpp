@@ -105,7 +105,7 @@ void add_views(Markup& page, const PageFacts& facts) {
   page.leaf("h2", compares ? "What a viewer sees, before and after" : "What a viewer sees");
   page.open("figure");
   // Straight ahead first.
-  page.open("div", {{"class", "pair"}});
+  page.open("div", {{"class", "pair views"}});
   for (const std::size_t i : {1U, 0U, 2U}) {
     add_picture(page, facts, facts.views[i], Lens::kGiven);
     if (compares) add_picture(page, facts, facts.views[i], Lens::kCorrected);
