@@ -10,8 +10,8 @@
 
 namespace twintrue::cli {
 
-// Text for between tags and for attributes in double quotes. Bytes that are no UTF-8, and characters that a
-// page can't hold, become U+FFFD.
+// Text for between tags and for attributes in double quotes. Each byte that is no UTF-8, or part of a
+// character that a page can't hold, becomes U+FFFD.
 std::string escaped(std::string_view text);
 
 // The same bytes with everything replaced that escaped() replaces, but nothing escaped.
