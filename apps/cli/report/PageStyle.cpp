@@ -62,7 +62,7 @@ svg .point { fill: var(--after); }
 svg .d0 { fill: var(--d0); } svg .d1 { fill: var(--d1); } svg .d2 { fill: var(--d2); } svg .d3 { fill: var(--d3); }
 svg .d4 { fill: var(--d4); } svg .d5 { fill: var(--d5); } svg .d6 { fill: var(--d6); } svg .d7 { fill: var(--d7); }
 svg .d8 { fill: var(--d8); } svg .d9 { fill: var(--d9); } svg .d10 { fill: var(--d10); }
-@media (max-width: 500px) { table { font-size: .8rem; } th, td { padding-right: .4rem; } th.n { white-space: normal; } }
+@media (max-width: 500px) { table { font-size: .75rem; } th, td { padding-right: .35rem; } th.n { white-space: normal; } }
 @page { size: A4; margin: 14mm; }
 @media print { main { max-width: none; padding: 0; } body { font-size: 10.5pt; }
   * { -webkit-print-color-adjust: exact; print-color-adjust: exact; }

@@ -47,6 +47,13 @@ void add_numbers(Markup& page, std::initializer_list<std::string> cells) {
   for (const std::string& cell : cells) page.leaf("td", cell, {{"class", "n"}});
 }
 
+// A phone has no room for the word.
+std::string with_degree_sign(std::string deviation) {
+  constexpr std::string_view kWord = " deg";
+  if (deviation.ends_with(kWord)) deviation.replace(deviation.size() - kWord.size(), kWord.size(), "°");
+  return deviation;
+}
+
 void add_corrections(Markup& page, const RunReport& report) {
   page.leaf("h2", "Corrections");
   if (!report.has_pose()) {
@@ -69,7 +76,7 @@ void add_corrections(Markup& page, const RunReport& report) {
     };
     page.open("tr").leaf("td", row.label);
     add_numbers(page, {number(row.right_eye), number(row.left_eye)});
-    if (report.evidence) add_numbers(page, {row.difference, row.common});
+    if (report.evidence) add_numbers(page, {with_degree_sign(row.difference), with_degree_sign(row.common)});
     page.close();
     for (const std::string& known : {row.difference, row.common}) {
       open = open || known == kNotFixed;
