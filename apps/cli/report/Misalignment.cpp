@@ -143,6 +143,7 @@ Summary summary_of(const std::vector<const SeenMatch*>& matches, Lens lens) {
   summary.count = matches.size();
   if (matches.empty()) return summary;
   std::vector<double> distances;
+  distances.reserve(matches.size());
   for (const SeenMatch* match : matches) {
     distances.push_back(std::abs(lens == Lens::kGiven ? match->before : match->after));
   }
