@@ -21,6 +21,21 @@ Matrix matrix_of(const PoseMatrix& from) {
   return to;
 }
 
+// Root of the mean of `square` of the rays of the pairs that both eyes see.
+template <typename Square>
+double rms_over(const std::vector<PosePair>& pairs, const PairGeometry& geometry, const Square& square) {
+  double sum = 0.0;
+  std::size_t count = 0;
+  for (const PosePair& pair : pairs) {
+    const EyeRay right = geometry.right_ray(pair.right[0], pair.right[1]);
+    const EyeRay left = geometry.left_ray(pair.left[0], pair.left[1]);
+    if (!right.seen || !left.seen) continue;
+    sum += square(left, right);
+    ++count;
+  }
+  return count > 0 ? std::sqrt(sum / static_cast<double>(count)) : 0.0;
+}
+
 }  // namespace
 
 std::vector<PosePair> field_pairs(const RigState& rig, const CalibResult& pose) {
@@ -54,34 +69,20 @@ std::vector<PosePair> field_pairs(const RigState& rig, const CalibResult& pose) 
 double field_error(const RigState& rig, const CalibResult& pose, const PoseMatrix& covariance) {
   const PairGeometry geometry(rig, pose);
   const Matrix c = matrix_of(covariance);
-  double sum = 0.0;
-  std::size_t count = 0;
-  for (const PosePair& pair : field_pairs(rig, pose)) {
-    const EyeRay right = geometry.right_ray(pair.right[0], pair.right[1]);
-    const EyeRay left = geometry.left_ray(pair.left[0], pair.left[1]);
-    if (!right.seen || !left.seen) continue;
+  return rms_over(field_pairs(rig, pose), geometry, [&](const EyeRay& left, const EyeRay& right) {
     PoseVector slopes{};
     geometry.across(left, right, slopes);
     const Eigen::Map<const Vector> slope(slopes.data());
-    sum += std::max(slope.dot(c * slope), 0.0);
-    ++count;
-  }
-  return count > 0 ? std::sqrt(sum / static_cast<double>(count)) : 0.0;
+    return std::max(slope.dot(c * slope), 0.0);
+  });
 }
 
 double field_difference(const RigState& rig, const CalibResult& pose, const CalibResult& other) {
   const PairGeometry geometry(rig, other);
-  double sum = 0.0;
-  std::size_t count = 0;
-  for (const PosePair& pair : field_pairs(rig, pose)) {
-    const EyeRay right = geometry.right_ray(pair.right[0], pair.right[1]);
-    const EyeRay left = geometry.left_ray(pair.left[0], pair.left[1]);
-    if (!right.seen || !left.seen) continue;
+  return rms_over(field_pairs(rig, pose), geometry, [&](const EyeRay& left, const EyeRay& right) {
     const double across = geometry.across(left.ray, right.ray);
-    sum += across * across;
-    ++count;
-  }
-  return count > 0 ? std::sqrt(sum / static_cast<double>(count)) : 0.0;
+    return across * across;
+  });
 }
 
 }  // namespace twintrue

@@ -31,6 +31,16 @@ void shape(EyeModel& eye, const EyeModel& from, const EyeShapes& shapes, double 
 
 }  // namespace
 
+RayMatch match_of(const RigState& rig, const std::array<double, 2>& right,
+                  const std::array<double, 2>& left) {
+  RayMatch match;
+  match.x_a = static_cast<float>(right[0]);
+  match.y_a = static_cast<float>(right[1]);
+  match.x_b = static_cast<float>(left[0] - rig.half_width);
+  match.y_b = static_cast<float>(left[1]);
+  return match;
+}
+
 double pixels_per_radian(const RigState& rig) { return rig.current.right.scale / kHalfPi; }
 
 PairView::PairView(const RigState& rig) : rig_(rig), right_(rig.current.right), left_(rig.current.left) {}

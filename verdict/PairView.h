@@ -18,6 +18,9 @@ namespace twintrue {
 // in pixels has to be held against, however wide the frame is and however much of it the circles fill.
 double pixels_per_radian(const RigState& rig);
 
+// A match at two pixels of the frame, the right eye's and the left eye's.
+RayMatch match_of(const RigState& rig, const std::array<double, 2>& right, const std::array<double, 2>& left);
+
 // The two rays of a match under a pose, as pixels.
 struct RayPair {
   bool seen = false;      // both pixels have a ray

@@ -21,12 +21,7 @@ std::vector<RayMatch> refined_matches(const Refinement& refinement, const RigSta
   std::vector<RayMatch> matches;
   for (const RefinedMatch& refined : refinement.matches) {
     if (refined.weight == 0.0) continue;
-    RayMatch match;
-    match.x_a = static_cast<float>(refined.right[0]);
-    match.y_a = static_cast<float>(refined.right[1]);
-    match.x_b = static_cast<float>(refined.left[0] - rig.half_width);
-    match.y_b = static_cast<float>(refined.left[1]);
-    matches.push_back(match);
+    matches.push_back(match_of(rig, refined.right, refined.left));
   }
   return matches;
 }

@@ -16,12 +16,7 @@ constexpr std::size_t kMostMatches = 1500;  // enough to say what the frame fixe
 std::vector<RayMatch> plain_scene(const RigState& rig, const CalibResult& pose) {
   std::vector<RayMatch> matches;
   for (const PosePair& pair : field_pairs(rig, pose)) {
-    RayMatch match;
-    match.x_a = static_cast<float>(pair.right[0]);
-    match.y_a = static_cast<float>(pair.right[1]);
-    match.x_b = static_cast<float>(pair.left[0] - rig.half_width);
-    match.y_b = static_cast<float>(pair.left[1]);
-    matches.push_back(match);
+    matches.push_back(match_of(rig, pair.right, pair.left));
   }
   return matches;
 }
