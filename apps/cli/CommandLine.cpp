@@ -132,9 +132,10 @@ void add_calibrate(CLI::App& program, ExitCode* code) {
   CalibrateArguments& arguments = *command.arguments;
   command.app
       ->add_option(
-          "FRAME", arguments.frame,
+          "FRAME", arguments.frames.paths,
           "Picture with both fisheye pictures side by side, as captured (PNG, JPEG, TIFF, BMP, PPM, ...)")
       ->required()
+      ->expected(1)
       ->type_name("");
   add_lens_and_settings(*command.app, arguments.lens, arguments.settings);
   command.app->add_option("-o,--out", arguments.out_lens, "Write the corrected lens file here")

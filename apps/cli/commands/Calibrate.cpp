@@ -14,9 +14,7 @@
 
 #include "apps/TwinTrue/Calibration.h"
 #include "apps/cli/ChatterCapture.h"
-#include "apps/cli/InputFile.h"
 #include "apps/cli/OutputFile.h"
-#include "apps/cli/PictureFiles.h"
 #include "apps/cli/Problem.h"
 #include "apps/cli/Progress.h"
 #include "apps/cli/RunReport.h"
@@ -24,6 +22,7 @@
 #include "apps/cli/SettingsSource.h"
 #include "apps/cli/checks/LensCheck.h"
 #include "apps/cli/checks/SettingsCheck.h"
+#include "apps/cli/frames/FrameSource.h"
 #include "apps/cli/report/PageOfRun.h"
 #include "lens/LensParameters.h"
 #include "lens/RigModel.h"
@@ -46,7 +45,8 @@ struct Outputs {
 
 // Files that no output may replace.
 std::vector<NamedPath> inputs_of(const CalibrateArguments& arguments) {
-  std::vector<NamedPath> inputs{{"FRAME", arguments.frame}, {"--lens", arguments.lens}};
+  std::vector<NamedPath> inputs = files_of(arguments.frames);
+  inputs.push_back({"--lens", arguments.lens});
   add_input(inputs, "--params", arguments.settings.params);
   return inputs;
 }
@@ -133,7 +133,7 @@ std::vector<std::string> command_of(const CalibrateArguments& arguments) {
   const auto as_path = [](const std::string& path) {
     return path.starts_with("-") ? fmt::format("./{}", path) : path;
   };
-  std::vector<std::string> words{"twintrue", "calibrate", as_path(arguments.frame), "--lens",
+  std::vector<std::string> words{"twintrue", "calibrate", as_path(arguments.frames.paths.front()), "--lens",
                                  as_path(arguments.lens)};
   const auto add = [&words](const char* option, const std::optional<std::string>& value) {
     if (value) words.insert(words.end(), {option, *value});
@@ -152,7 +152,8 @@ std::vector<std::string> command_of(const CalibrateArguments& arguments) {
 
 RunInputs inputs_for_page(const CalibrateArguments& arguments, const SettingsSource& settings) {
   RunInputs inputs;
-  inputs.files = {fact_of_file("frame", arguments.frame), fact_of_file("lens file", arguments.lens),
+  inputs.files = {fact_of_file("frame", arguments.frames.paths.front()),
+                  fact_of_file("lens file", arguments.lens),
                   settings.is_file() ? fact_of_file("parameter file", settings.path())
                                      : fact_of_text(settings.name(), settings.path())};
   inputs.preset = nearest_preset(settings.path());
@@ -176,15 +177,15 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   StageClock clock(recorder);
   check_report(arguments, outputs);
   check_out_lens(arguments, outputs);
-  require_readable_file({"FRAME", arguments.frame});
+  FrameSource frames(arguments.frames);
   const LensFacts lens = check_lens(arguments.lens);
   log.tell(fmt::format("lens file {}: format {}, frames of {} x {} pixels, circles of {:.1f} pixels' radius",
                        arguments.lens, lens.format, lens.frame_width, lens.frame_height,
                        lens.circle_radius_px));
   const std::unique_ptr<SettingsSource> source = arguments.settings.open();
-  const Frame frame = read_frame(arguments.frame);
+  const Frame frame = frames.read(0);
   clock.end("reading the inputs");
-  log.tell(fmt::format("frame {}: {} x {} pixels", arguments.frame, frame.width, frame.height));
+  log.tell(fmt::format("frame {}: {} x {} pixels", frames.name(0), frame.width, frame.height));
 
   RunReport report;
   if (auto note = check_frame_size(lens, arguments.lens, frame.width, frame.height)) {
@@ -195,7 +196,7 @@ RunReport run(const CalibrateArguments& arguments, Outputs& outputs) {
   log.tell(fmt::format("settings {}: {} cells, {} places to fill, {} levels, retries 0 to {}", source->name(),
                        report.settings.cells, report.settings.places(), report.settings.levels,
                        report.settings.last_retry));
-  report.frame_path = arguments.frame;
+  report.frame_path = frames.name(0);
   report.frame_width = frame.width;
   report.frame_height = frame.height;
   report.lens_path = arguments.lens;

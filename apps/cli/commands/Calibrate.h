@@ -5,12 +5,13 @@
 
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/RunOptions.h"
+#include "apps/cli/frames/FrameSource.h"
 
 namespace twintrue::cli {
 
 // What `twintrue calibrate` is given.
 struct CalibrateArguments {
-  std::string frame;
+  FrameRequest frames;
   std::string lens;
   SettingsChoice settings;
   std::optional<std::string> out_lens;
