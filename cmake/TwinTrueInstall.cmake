@@ -48,6 +48,13 @@ if(TARGET twintrue_cli)
   install(TARGETS twintrue_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(TARGETS twintrue_picture_helper RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/twintrue)
 endif()
+if(TARGET twintrue_manual_pages)
+  set(pages ${PROJECT_BINARY_DIR}/apps/manual/pages)
+  install(DIRECTORY ${pages}/man1 DESTINATION ${CMAKE_INSTALL_MANDIR})
+  install(FILES ${pages}/bash/twintrue DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${pages}/zsh/_twintrue DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  install(FILES ${pages}/fish/twintrue.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/presets DESTINATION ${data_dir} FILES_MATCHING PATTERN "*.yaml")
 install(FILES ${PROJECT_SOURCE_DIR}/examples/frame.jpg ${PROJECT_SOURCE_DIR}/examples/nominal.lens
               ${PROJECT_SOURCE_DIR}/examples/truth.lens ${PROJECT_SOURCE_DIR}/examples/LICENCE.md

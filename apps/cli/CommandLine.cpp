@@ -375,29 +375,35 @@ std::string usage_message(const CLI::App* /*app*/, const CLI::Error& error) {
 
 }  // namespace
 
-ExitCode run_command_line(std::vector<std::string> arguments) {
-  CLI::App program("TwinTrue: calibration of dual-fisheye stereo lenses from one frame", "twintrue");
-  program.set_version_flag("--version", "twintrue " TWINTRUE_VERSION);
-  program.failure_message(usage_message);
+std::unique_ptr<CLI::App> make_command_line(ExitCode* code) {
+  auto program = std::make_unique<CLI::App>(
+      "TwinTrue: calibration of dual-fisheye stereo lenses from one frame", "twintrue");
+  program->set_version_flag("--version", "twintrue " TWINTRUE_VERSION);
+  program->failure_message(usage_message);
   // Not "exactly one": an unknown name is then told of by its name.
-  program.require_subcommand(0, 1);
-  program.footer(kExitCodes);
+  program->require_subcommand(0, 1);
+  program->footer(kExitCodes);
+  add_calibrate(*program, code);
+  add_view(*program, code);
+  add_presets(*program, code);
+  add_lens_commands(*program, code);
+  add_inspect(*program, code);
+  return program;
+}
+
+ExitCode run_command_line(std::vector<std::string> arguments) {
   ExitCode code = ExitCode::kOther;
-  add_calibrate(program, &code);
-  add_view(program, &code);
-  add_presets(program, &code);
-  add_lens_commands(program, &code);
-  add_inspect(program, &code);
+  const std::unique_ptr<CLI::App> program = make_command_line(&code);
   try {
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
-    program.parse(arguments);
-    if (program.get_subcommands().empty()) {
-      std::cerr << program.help() << "\ntwintrue: a subcommand is missing, such as calibrate\n";
+    program->parse(arguments);
+    if (program->get_subcommands().empty()) {
+      std::cerr << program->help() << "\ntwintrue: a subcommand is missing, such as calibrate\n";
       code = ExitCode::kUsage;
     }
   } catch (const CLI::ParseError& error) {
     // Asking for help or the version arrives here as well, as a success.
-    code = program.exit(error) == 0 ? ExitCode::kCalibrated : ExitCode::kUsage;
+    code = program->exit(error) == 0 ? ExitCode::kCalibrated : ExitCode::kUsage;
   } catch (const Failure& failure) {
     for (const auto& problem : failure.problems()) std::cerr << "twintrue: " << format_problem(problem);
     code = failure.code();
